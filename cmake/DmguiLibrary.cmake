@@ -1,0 +1,43 @@
+# dmgui_add_library(<name> SOURCES ... HEADERS ... [PUBLIC_DEPS ...] [PRIVATE_DEPS ...])
+#
+# One shared library per platform library and one for libDataModelGUI. Headers are included from the
+# repository root ("platform/base/reference.h"), so the root is the public include directory. Every
+# public header is recorded so that the header test can compile each one on its own.
+function(dmgui_add_library name)
+  cmake_parse_arguments(ARG "" "" "SOURCES;HEADERS;PUBLIC_DEPS;PRIVATE_DEPS" ${ARGN})
+  add_library(${name} SHARED ${ARG_SOURCES} ${ARG_HEADERS})
+  add_library(dmgui::${name} ALIAS ${name})
+  target_include_directories(${name} PUBLIC $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}>)
+  if(ARG_PUBLIC_DEPS)
+    target_link_libraries(${name} PUBLIC ${ARG_PUBLIC_DEPS})
+  endif()
+  if(ARG_PRIVATE_DEPS)
+    target_link_libraries(${name} PRIVATE ${ARG_PRIVATE_DEPS})
+  endif()
+  set_target_properties(${name} PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR})
+  foreach(header IN LISTS ARG_HEADERS)
+    get_filename_component(absolute ${header} ABSOLUTE)
+    file(RELATIVE_PATH relative ${PROJECT_SOURCE_DIR} ${absolute})
+    set_property(GLOBAL APPEND PROPERTY DMGUI_PUBLIC_HEADERS "${relative}|${name}")
+  endforeach()
+endfunction()
+
+# dmgui_add_test(<name> SOURCES ... LIBS ...)
+# One GoogleTest executable, registered with ctest as one test.
+function(dmgui_add_test name)
+  cmake_parse_arguments(ARG "" "" "SOURCES;LIBS;LABELS" ${ARGN})
+  add_executable(${name} ${ARG_SOURCES})
+  target_link_libraries(${name} PRIVATE ${ARG_LIBS} GTest::gtest GTest::gtest_main)
+  add_test(NAME ${name} COMMAND ${name} --gtest_brief=1)
+  if(ARG_LABELS)
+    set_tests_properties(${name} PROPERTIES LABELS "${ARG_LABELS}")
+  endif()
+endfunction()
+
+# dmgui_add_benchmark(<name> SOURCES ... LIBS ...)
+function(dmgui_add_benchmark name)
+  cmake_parse_arguments(ARG "" "" "SOURCES;LIBS" ${ARGN})
+  add_executable(${name} ${ARG_SOURCES})
+  target_link_libraries(${name} PRIVATE ${ARG_LIBS} benchmark::benchmark benchmark::benchmark_main)
+  set_property(GLOBAL APPEND PROPERTY DMGUI_BENCHMARKS ${name})
+endfunction()

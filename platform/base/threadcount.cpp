@@ -1,0 +1,5 @@
+#include "platform/base/threadcount.h"
+
+namespace ruThread {
+ReferenceCount::~ReferenceCount() = default;
+}  // namespace ruThread
