@@ -1,0 +1,5 @@
+#include "platform/support/attribute.h"
+
+namespace voSupport {
+AttributeBase::~AttributeBase() = default;
+}  // namespace voSupport
