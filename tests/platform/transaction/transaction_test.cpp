@@ -1,0 +1,376 @@
+#include "platform/transaction/transaction.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+namespace {
+
+// A transacted object with a number and a name, logging its hooks.
+class Item : public voTXN::Object {
+public:
+  explicit Item(voTXN::Manager* manager, std::vector<std::string>* log = nullptr) : Object(manager), log_(log) {}
+
+  int value() const { return value_; }
+  void setValue(int value) {
+    txnWillWrite();
+    value_ = value;
+  }
+  const std::string& name() const { return name_; }
+  void setName(std::string name) {
+    txnWillWrite();
+    name_ = std::move(name);
+  }
+
+  void onTransact(voTXN::Serializer& serializer) override {
+    serializer.beginScope(this, 0);
+    Object::onTransact(serializer);
+    serializer.field(value_);
+    serializer.field(name_);
+    serializer.endScope();
+  }
+  void onTxnPreSerialized() override { note("preSerialized"); }
+  void onTxnRestored() override { note("restored"); }
+  void onTxnModified() override { note("modified"); }
+  void onTxnExtant() override { note("extant"); }
+
+private:
+  void note(const char* what) {
+    if (log_) log_->push_back(what);
+  }
+  std::vector<std::string>* log_;
+  int value_ = 0;
+  std::string name_;
+};
+
+// Holds other objects by reference, like a parent holding children.
+class Holder : public voTXN::Object {
+public:
+  explicit Holder(voTXN::Manager* manager) : Object(manager) {}
+  struct Counted : ru::ReferenceCount {
+    explicit Counted(int* deaths) : deaths(deaths) {}
+    ~Counted() override { ++*deaths; }
+    int* deaths;
+  };
+  void setHeld(ru::vector<ru::Reference<Counted>> held) {
+    txnWillWrite();
+    held_ = std::move(held);
+  }
+  const ru::vector<ru::Reference<Counted>>& held() const { return held_; }
+  void onTransact(voTXN::Serializer& serializer) override {
+    serializer.beginScope(this, 0);
+    Object::onTransact(serializer);
+    serializer.field(held_);
+    serializer.endScope();
+  }
+
+private:
+  ru::vector<ru::Reference<Counted>> held_;
+};
+
+struct Line {
+  double point[3];
+  double direction[3];
+};
+
+// Like a projector: reference counted through virtual ref/unref, its line transacted.
+class LineHolder : public voTXN::RefCountedObject {
+public:
+  static ru::Reference<LineHolder> create(voTXN::Manager* manager, const Line& line) {
+    return ru::Reference<LineHolder>(new LineHolder(manager, line));
+  }
+  Line getLine() const { return line_; }
+  void setLine(const Line& line) {
+    txnWillWrite();
+    line_ = line;
+  }
+  void onTransact(voTXN::Serializer& serializer) override {
+    serializer.beginScope(this, 0);
+    Object::onTransact(serializer);
+    serializer.field(line_);
+    serializer.endScope();
+  }
+  void onTxnDestroyed() override {
+    txnWillWrite();
+    ++destroyedCalls;
+    Object::onTxnDestroyed();
+  }
+  static inline int destroyedCalls = 0;
+  static inline int deaths = 0;
+  ~LineHolder() override { ++deaths; }
+
+private:
+  LineHolder(voTXN::Manager* manager, const Line& line) : RefCountedObject(manager), line_(line) {}
+  Line line_;
+};
+
+}  // namespace
+
+TEST(Transaction, UndoRestoresTheValueFromBeforeTheTransaction) {
+  voTXN::Manager manager;
+  Item item(&manager);
+  item.setValue(1);  // outside any transaction: not undoable
+  manager.begin("Edit");
+  item.setValue(2);
+  item.setValue(3);
+  item.setName("three");
+  EXPECT_TRUE(manager.commit());
+  EXPECT_EQ(manager.undoDepth(), 1u);
+  EXPECT_EQ(manager.undoName(), "Edit");
+  EXPECT_TRUE(manager.undo());
+  EXPECT_EQ(item.value(), 1);
+  EXPECT_EQ(item.name(), "");
+  EXPECT_TRUE(manager.redo());
+  EXPECT_EQ(item.value(), 3);
+  EXPECT_EQ(item.name(), "three");
+}
+
+TEST(Transaction, RecordsEachObjectOncePerTransaction) {
+  voTXN::Manager manager;
+  Item a(&manager), b(&manager);
+  manager.begin("Two");
+  a.setValue(1);
+  a.setValue(2);
+  b.setValue(5);
+  a.setValue(3);
+  manager.commit();
+  voTXN::Transaction* last = nullptr;
+  manager.sigTransaction.addCallback([&](voTXN::Manager::Event, const voTXN::Transaction* t) {
+    last = const_cast<voTXN::Transaction*>(t);
+  });
+  manager.undo();
+  ASSERT_NE(last, nullptr);
+  EXPECT_EQ(last->numRecords(), 2u);
+  EXPECT_EQ(a.value(), 0);
+  EXPECT_EQ(b.value(), 0);
+}
+
+TEST(Transaction, StampFollowsTheManager) {
+  voTXN::Manager manager;
+  Item item(&manager);
+  EXPECT_NE(item.txnStamp(), manager.currentStamp());
+  manager.begin();
+  item.setValue(1);
+  EXPECT_EQ(item.txnStamp(), manager.currentStamp());
+  manager.commit();
+  EXPECT_NE(item.txnStamp(), manager.currentStamp());
+}
+
+TEST(Transaction, HooksRunInOrderOnCommitUndoAndRedo) {
+  voTXN::Manager manager;
+  std::vector<std::string> log;
+  Item item(&manager, &log);
+  manager.begin();
+  item.setValue(4);
+  manager.commit();
+  EXPECT_EQ(log, (std::vector<std::string>{"preSerialized", "modified"}));
+  log.clear();
+  manager.undo();
+  EXPECT_EQ(log, (std::vector<std::string>{"preSerialized", "restored", "modified"}));
+  log.clear();
+  manager.redo();
+  EXPECT_EQ(log, (std::vector<std::string>{"preSerialized", "restored", "modified"}));
+}
+
+TEST(Transaction, SignalFollowsEveryCommitUndoRedoAndAbort) {
+  voTXN::Manager manager;
+  Item item(&manager);
+  std::vector<voTXN::Manager::Event> events;
+  manager.sigTransaction.addCallback(
+      [&](voTXN::Manager::Event event, const voTXN::Transaction*) { events.push_back(event); });
+  manager.begin();
+  item.setValue(1);
+  manager.commit();
+  manager.undo();
+  manager.redo();
+  manager.begin();
+  item.setValue(9);
+  manager.abort();
+  using E = voTXN::Manager::Event;
+  EXPECT_EQ(events, (std::vector<E>{E::Committed, E::Undone, E::Redone, E::Aborted}));
+  EXPECT_EQ(item.value(), 1);
+}
+
+TEST(Transaction, NestedBeginJoinsTheOuterTransaction) {
+  voTXN::Manager manager;
+  Item item(&manager);
+  manager.begin("Outer");
+  item.setValue(1);
+  manager.begin("Inner");
+  item.setValue(2);
+  EXPECT_TRUE(manager.commit());
+  EXPECT_TRUE(manager.isOpen());
+  EXPECT_FALSE(manager.undo());  // nothing to undo while a transaction is open
+  EXPECT_TRUE(manager.commit());
+  EXPECT_EQ(manager.undoDepth(), 1u);
+  manager.undo();
+  EXPECT_EQ(item.value(), 0);
+  EXPECT_FALSE(manager.commit());
+}
+
+TEST(Transaction, NewCommitDropsTheRedoStack) {
+  voTXN::Manager manager;
+  Item item(&manager);
+  manager.begin();
+  item.setValue(1);
+  manager.commit();
+  manager.undo();
+  EXPECT_TRUE(manager.canRedo());
+  manager.begin();
+  item.setValue(7);
+  manager.commit();
+  EXPECT_FALSE(manager.canRedo());
+}
+
+TEST(Transaction, EmptyTransactionLeavesNoHistory) {
+  voTXN::Manager manager;
+  manager.begin("Nothing");
+  manager.commit();
+  EXPECT_FALSE(manager.canUndo());
+}
+
+TEST(Transaction, ScopeAbortsUnlessCommitted) {
+  voTXN::Manager manager;
+  Item item(&manager);
+  {
+    voTXN::Scope scope(manager, "Dropped");
+    item.setValue(5);
+  }
+  EXPECT_EQ(item.value(), 0);
+  EXPECT_FALSE(manager.canUndo());
+  {
+    voTXN::Scope scope(manager, "Kept");
+    item.setValue(6);
+    EXPECT_TRUE(scope.commit());
+  }
+  EXPECT_EQ(item.value(), 6);
+  EXPECT_EQ(manager.undoName(), "Kept");
+}
+
+TEST(Transaction, UndoLimitDropsTheOldest) {
+  voTXN::Manager manager;
+  Item item(&manager);
+  manager.setUndoLimit(2);
+  for (int i = 1; i <= 4; ++i) {
+    manager.begin(ruString::CString::format("Set %d", i));
+    item.setValue(i);
+    manager.commit();
+  }
+  EXPECT_EQ(manager.undoDepth(), 2u);
+  manager.undo();
+  manager.undo();
+  EXPECT_FALSE(manager.undo());
+  EXPECT_EQ(item.value(), 2);
+}
+
+TEST(Transaction, RecordsKeepReferencedObjectsAliveUntilTheHistoryDrops) {
+  int deaths = 0;
+  voTXN::Manager manager;
+  Holder holder(&manager);
+  {
+    ru::vector<ru::Reference<Holder::Counted>> held{new Holder::Counted(&deaths)};
+    manager.begin("Add");
+    holder.setHeld(held);
+    manager.commit();
+  }
+  manager.begin("Remove");
+  holder.setHeld({});
+  manager.commit();
+  EXPECT_EQ(deaths, 0);  // the "Remove" record still holds it
+  manager.undo();
+  ASSERT_EQ(holder.held().size(), 1u);
+  manager.undo();
+  EXPECT_TRUE(holder.held().empty());
+  EXPECT_EQ(deaths, 0);  // the redo records hold it
+  manager.clearHistory();
+  EXPECT_EQ(deaths, 1);
+}
+
+TEST(Transaction, ObjectDyingDropsItsRecords) {
+  voTXN::Manager manager;
+  Item keep(&manager);
+  auto* gone = new Item(&manager);
+  manager.begin();
+  keep.setValue(1);
+  gone->setValue(1);
+  manager.commit();
+  delete gone;
+  EXPECT_TRUE(manager.undo());
+  EXPECT_EQ(keep.value(), 0);
+}
+
+TEST(Transaction, RefCountedObjectLineIsRestoredByUndo) {
+  voTXN::Manager manager;
+  ru::Reference<LineHolder> projector = LineHolder::create(&manager, Line{{0, 0, 0}, {1, 0, 0}});
+  EXPECT_EQ(projector->refCount(), 1);
+  manager.begin("Drag");
+  projector->setLine(Line{{5, 5, 5}, {1, 0, 0}});
+  manager.commit();
+  EXPECT_EQ(projector->getLine().point[0], 5);
+  manager.undo();
+  EXPECT_EQ(projector->getLine().point[0], 0);
+  manager.redo();
+  EXPECT_EQ(projector->getLine().point[1], 5);
+}
+
+TEST(Transaction, LastReleaseGoesThroughTxnDeleteInsideATransaction) {
+  voTXN::Manager manager;
+  LineHolder::destroyedCalls = LineHolder::deaths = 0;
+  manager.begin("Release");
+  {
+    ru::Reference<LineHolder> projector = LineHolder::create(&manager, Line{});
+    ru::Reference<LineHolder> second = projector;
+  }
+  EXPECT_EQ(LineHolder::destroyedCalls, 1);
+  EXPECT_EQ(LineHolder::deaths, 1);
+  manager.commit();
+  EXPECT_FALSE(manager.canUndo());  // its record went with it
+}
+
+TEST(Transaction, DestroyedFlagIsTransactedAndUndoMakesTheObjectExtant) {
+  voTXN::Manager manager;
+  std::vector<std::string> log;
+  Item item(&manager, &log);
+  manager.begin("Destroy");
+  item.onTxnDestroyed();
+  manager.commit();
+  EXPECT_TRUE(item.txnDestroyed());
+  log.clear();
+  manager.undo();
+  EXPECT_FALSE(item.txnDestroyed());
+  EXPECT_EQ(log, (std::vector<std::string>{"preSerialized", "restored", "extant", "modified"}));
+}
+
+TEST(Transaction, ClearModeResetsFields) {
+  voTXN::Manager manager;
+  Item item(&manager);
+  item.setValue(8);
+  item.setName("x");
+  voTXN::Clear clear;
+  item.onTransact(clear);
+  EXPECT_EQ(item.value(), 0);
+  EXPECT_EQ(item.name(), "");
+}
+
+TEST(Transaction, UndoSizeCountsSavedFields) {
+  voTXN::Manager manager;
+  Item item(&manager);
+  manager.begin();
+  item.setValue(1);
+  manager.commit();
+  EXPECT_GE(manager.undoSize(), sizeof(int) + sizeof(std::string));
+  EXPECT_EQ(voTXN::getSize(3.0), sizeof(double));
+}
+
+TEST(Transaction, InconsistentSerialisationIsDetectedByTheReader) {
+  voTXN::Writer writer;
+  int number = 3;
+  writer.field(number);
+  voTXN::Writer::Record record = writer.takeRecord();
+  voTXN::Reader reader(record);
+  double wrongType = 0;
+  reader.field(wrongType);
+  EXPECT_FALSE(reader.ok());
+  EXPECT_EQ(wrongType, 0);
+}
