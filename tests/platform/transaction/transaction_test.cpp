@@ -1,5 +1,7 @@
 #include "platform/transaction/transaction.h"
 
+#include "platform/base/linear.h"
+
 #include <gtest/gtest.h>
 
 #include <string>
@@ -69,10 +71,9 @@ private:
   ru::vector<ru::Reference<Counted>> held_;
 };
 
-struct Line {
-  double point[3];
-  double direction[3];
-};
+using ruLinear::Line;
+using ruLinear::Point;
+using ruLinear::Vector;
 
 // Like a projector: reference counted through virtual ref/unref, its line transacted.
 class LineHolder : public voTXN::RefCountedObject {
@@ -302,16 +303,16 @@ TEST(Transaction, ObjectDyingDropsItsRecords) {
 
 TEST(Transaction, RefCountedObjectLineIsRestoredByUndo) {
   voTXN::Manager manager;
-  ru::Reference<LineHolder> projector = LineHolder::create(&manager, Line{{0, 0, 0}, {1, 0, 0}});
+  ru::Reference<LineHolder> projector = LineHolder::create(&manager, Line(Point(0, 0, 0), Vector::x));
   EXPECT_EQ(projector->refCount(), 1);
   manager.begin("Drag");
-  projector->setLine(Line{{5, 5, 5}, {1, 0, 0}});
+  projector->setLine(Line(Point(5, 5, 5), Vector::x));
   manager.commit();
-  EXPECT_EQ(projector->getLine().point[0], 5);
+  EXPECT_EQ(projector->getLine().getPoint().x, 5);
   manager.undo();
-  EXPECT_EQ(projector->getLine().point[0], 0);
+  EXPECT_EQ(projector->getLine().getPoint().x, 0);
   manager.redo();
-  EXPECT_EQ(projector->getLine().point[1], 5);
+  EXPECT_EQ(projector->getLine().getPoint().y, 5);
 }
 
 TEST(Transaction, LastReleaseGoesThroughTxnDeleteInsideATransaction) {
@@ -319,7 +320,7 @@ TEST(Transaction, LastReleaseGoesThroughTxnDeleteInsideATransaction) {
   LineHolder::destroyedCalls = LineHolder::deaths = 0;
   manager.begin("Release");
   {
-    ru::Reference<LineHolder> projector = LineHolder::create(&manager, Line{});
+    ru::Reference<LineHolder> projector = LineHolder::create(&manager, Line());
     ru::Reference<LineHolder> second = projector;
   }
   EXPECT_EQ(LineHolder::destroyedCalls, 1);
