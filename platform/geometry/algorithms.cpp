@@ -1,0 +1,315 @@
+#include "platform/geometry/algorithms.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace ruGeom {
+
+namespace {
+
+bool indicesInRange(const std::uint32_t* indices, std::size_t count, std::uint32_t numVertices) {
+  for (std::size_t i = 0; i < count; ++i) {
+    if (indices[i] >= numVertices) return false;
+  }
+  return true;
+}
+
+// Fills `table` (three entries a triangle) with the triangle across each edge.
+bool buildAdjacency(const CompactMesh& mesh, std::vector<int>& table) {
+  table.clear();
+  const int numTriangles = mesh.getNumTriangles();
+  const std::uint32_t numVertices = static_cast<std::uint32_t>(mesh.getNumVertices());
+  const std::uint32_t* tri = mesh.getTriangles();
+  if (numTriangles == 0) return true;
+  if (!indicesInRange(tri, static_cast<std::size_t>(numTriangles) * 3, numVertices)) return false;
+  // Triangles around each vertex, as a compressed table: start[v] .. end[v].
+  std::vector<std::uint32_t> start(numVertices + 1, 0);
+  for (std::size_t i = 0; i < static_cast<std::size_t>(numTriangles) * 3; ++i) ++start[tri[i] + 1];
+  for (std::uint32_t v = 0; v < numVertices; ++v) start[v + 1] += start[v];
+  std::vector<std::uint32_t> around(start[numVertices]);
+  std::vector<std::uint32_t> ends(start.begin(), start.end() - 1);
+  for (int t = 0; t < numTriangles; ++t) {
+    const std::uint32_t a = tri[3 * t], b = tri[3 * t + 1], c = tri[3 * t + 2];
+    // A triangle that names a vertex twice is listed once around it.
+    around[ends[a]++] = static_cast<std::uint32_t>(t);
+    if (b != a) around[ends[b]++] = static_cast<std::uint32_t>(t);
+    if (c != a && c != b) around[ends[c]++] = static_cast<std::uint32_t>(t);
+  }
+  {
+    table.assign(static_cast<std::size_t>(numTriangles) * 3, -1);
+    for (int t = 0; t < numTriangles; ++t) {
+      for (int e = 0; e < 3; ++e) {
+        if (table[3 * t + e] != -1) continue;
+        const std::uint32_t a = tri[3 * t + e], b = tri[3 * t + (e + 1) % 3];
+        if (a == b) continue;
+        int same = -1, sameEdge = -1;
+        int found = -1, foundEdge = -1;
+        for (std::uint32_t k = start[a]; k < ends[a]; ++k) {
+          const int other = static_cast<int>(around[k]);
+          if (other == t) continue;
+          for (int oe = 0; oe < 3; ++oe) {
+            if (table[3 * other + oe] != -1) continue;
+            const std::uint32_t oa = tri[3 * other + oe], ob = tri[3 * other + (oe + 1) % 3];
+            if (oa == b && ob == a) {
+              found = other, foundEdge = oe;
+              break;
+            }
+            if (oa == a && ob == b && same == -1) same = other, sameEdge = oe;
+          }
+          if (found != -1) break;
+        }
+        if (found == -1) found = same, foundEdge = sameEdge;
+        if (found != -1) {
+          table[3 * t + e] = found;
+          table[3 * found + foundEdge] = t;
+        }
+      }
+    }
+  }
+  return true;
+}
+
+}  // namespace
+
+bool meshComputeNormals(CompactMesh& mesh) {
+  const int numVertices = mesh.getNumVertices();
+  const int numTriangles = mesh.getNumTriangles();
+  if (numVertices == 0) return false;
+  const std::uint32_t* tri = mesh.getTriangles();
+  if (!indicesInRange(tri, static_cast<std::size_t>(numTriangles) * 3, static_cast<std::uint32_t>(numVertices))) {
+    return false;
+  }
+  const MeshVertex* v = mesh.getVertices();
+  std::vector<float> sum(static_cast<std::size_t>(numVertices) * 3, 0.0f);
+  for (int t = 0; t < numTriangles; ++t) {
+    const std::uint32_t a = tri[3 * t], b = tri[3 * t + 1], c = tri[3 * t + 2];
+    const float e1x = v[b].x - v[a].x, e1y = v[b].y - v[a].y, e1z = v[b].z - v[a].z;
+    const float e2x = v[c].x - v[a].x, e2y = v[c].y - v[a].y, e2z = v[c].z - v[a].z;
+    // The cross product's length is twice the area: the sum is weighted by area.
+    const float nx = e1y * e2z - e1z * e2y, ny = e1z * e2x - e1x * e2z, nz = e1x * e2y - e1y * e2x;
+    for (std::uint32_t i : {a, b, c}) {
+      sum[3 * i] += nx;
+      sum[3 * i + 1] += ny;
+      sum[3 * i + 2] += nz;
+    }
+  }
+  MeshNormal* normals = mesh.editNormals();
+  for (int i = 0; i < numVertices; ++i) {
+    const double x = sum[3 * i], y = sum[3 * i + 1], z = sum[3 * i + 2];
+    const double length = std::sqrt(x * x + y * y + z * z);
+    if (length > 0.0 && std::isfinite(length)) {
+      normals[i] = MeshNormal(static_cast<float>(x / length), static_cast<float>(y / length), static_cast<float>(z / length));
+    } else {
+      normals[i] = MeshNormal(0, 0, 1);
+    }
+  }
+  return true;
+}
+
+int MeshAdjTris::neighbour(int triangle, int edge) const noexcept {
+  if (triangle < 0 || edge < 0 || edge > 2 || triangle >= getNumTriangles()) return -1;
+  return neighbours_[3 * static_cast<std::size_t>(triangle) + edge];
+}
+
+bool meshAdjTris(const CompactMesh& mesh, MeshAdjTris& out) {
+  if (!buildAdjacency(mesh, out.neighbours_)) {
+    out.neighbours_.clear();
+    return false;
+  }
+  return true;
+}
+
+bool meshTriAdjTris(const CompactMesh& mesh, MeshTriAdjTrisDynamic& out) {
+  if (!buildAdjacency(mesh, out.neighbours_)) {
+    out.neighbours_.clear();
+    return false;
+  }
+  return true;
+}
+
+void MeshTriAdjTrisDynamic::removeTriangle(int triangle) noexcept {
+  if (triangle < 0 || triangle >= getNumTriangles()) return;
+  for (int e = 0; e < 3; ++e) {
+    const int other = neighbours_[3 * triangle + e];
+    neighbours_[3 * triangle + e] = -1;
+    if (other < 0) continue;
+    for (int oe = 0; oe < 3; ++oe) {
+      if (neighbours_[3 * other + oe] == triangle) neighbours_[3 * other + oe] = -1;
+    }
+  }
+}
+
+void MeshTriAdjTrisDynamic::setNeighbour(int triangle, int edge, int other) noexcept {
+  if (triangle < 0 || triangle >= getNumTriangles() || edge < 0 || edge > 2) return;
+  if (other < -1 || other >= getNumTriangles()) return;
+  neighbours_[3 * triangle + edge] = other;
+}
+
+int MeshTriAdjTrisDynamic::countOpenEdges() const noexcept {
+  return static_cast<int>(std::count(neighbours_.begin(), neighbours_.end(), -1));
+}
+
+int MeshTriStrip::computeStrips(int maxTriangles, int startTriangle) {
+  const int numTriangles = mesh_.getNumTriangles();
+  if (adjacency_.getNumTriangles() != numTriangles) return -1;
+  if (maxTriangles < 1) maxTriangles = 1;
+  if (startTriangle < 0 || startTriangle >= numTriangles) startTriangle = 0;
+  const std::uint32_t* tri = mesh_.getTriangles();
+  const std::vector<int>& adj = adjacency_.table();
+  std::vector<std::uint8_t> used(numTriangles, 0);
+  std::vector<std::uint32_t> indices, lengths, stripTriangles;
+  indices.reserve(static_cast<std::size_t>(numTriangles) * 2 + 16);
+  stripTriangles.reserve(numTriangles);
+  auto proper = [&](int t) {
+    const std::uint32_t a = tri[3 * t], b = tri[3 * t + 1], c = tri[3 * t + 2];
+    return a != b && b != c && a != c;
+  };
+  // The neighbour across edge `e` of `t` if it can continue a strip: unused, proper, and running
+  // the edge the other way (so its winding survives the strip's alternation). Gives its third
+  // vertex.
+  auto follower = [&](int t, int e, std::uint32_t& third) {
+    const int n = adj[3 * t + e];
+    if (n < 0 || used[n] || !proper(n)) return -1;
+    const std::uint32_t a = tri[3 * t + e], b = tri[3 * t + (e + 1) % 3];
+    for (int ne = 0; ne < 3; ++ne) {
+      if (tri[3 * n + ne] == b && tri[3 * n + (ne + 1) % 3] == a) {
+        third = tri[3 * n + (ne + 2) % 3];
+        return n;
+      }
+    }
+    return -1;
+  };
+  auto edgeOf = [&](int t, std::uint32_t p, std::uint32_t q) {
+    for (int e = 0; e < 3; ++e) {
+      const std::uint32_t a = tri[3 * t + e], b = tri[3 * t + (e + 1) % 3];
+      if ((a == p && b == q) || (a == q && b == p)) return e;
+    }
+    return -1;
+  };
+  for (int k = 0; k < numTriangles; ++k) {
+    const int t = (startTriangle + k) % numTriangles;
+    if (used[t]) continue;
+    used[t] = 1;
+    // Rotate the start so that its last edge leads on to a neighbour if one can follow.
+    int rotation = 0;
+    if (proper(t)) {
+      for (int r = 0; r < 3; ++r) {
+        std::uint32_t third;
+        if (follower(t, (r + 1) % 3, third) >= 0) {
+          rotation = r;
+          break;
+        }
+      }
+    }
+    const std::size_t begin = indices.size();
+    indices.push_back(tri[3 * t + rotation]);
+    indices.push_back(tri[3 * t + (rotation + 1) % 3]);
+    indices.push_back(tri[3 * t + (rotation + 2) % 3]);
+    stripTriangles.push_back(static_cast<std::uint32_t>(t));
+    int count = 1;
+    int current = t;
+    int edge = (rotation + 1) % 3;
+    while (count < maxTriangles && proper(current)) {
+      std::uint32_t third;
+      const int next = follower(current, edge, third);
+      if (next < 0) break;
+      used[next] = 1;
+      const std::uint32_t last = indices.back();
+      indices.push_back(third);
+      stripTriangles.push_back(static_cast<std::uint32_t>(next));
+      ++count;
+      current = next;
+      edge = edgeOf(next, last, third);
+    }
+    lengths.push_back(static_cast<std::uint32_t>(indices.size() - begin));
+  }
+  mesh_.setStrips(indices.data(), static_cast<int>(indices.size()), lengths.data(), static_cast<int>(lengths.size()),
+                  stripTriangles.data());
+  return static_cast<int>(lengths.size());
+}
+
+bool meshSplit(const CompactMesh& mesh, int maxVertices, ru::vector<CompactMesh*>& out) {
+  if (maxVertices < 3) return false;
+  const std::uint32_t numVertices = static_cast<std::uint32_t>(mesh.getNumVertices());
+  const std::size_t numTriangleIndices = static_cast<std::size_t>(mesh.getNumTriangles()) * 3;
+  const std::size_t numLineIndices = static_cast<std::size_t>(mesh.getNumLines()) * 2;
+  if (!indicesInRange(mesh.getTriangles(), numTriangleIndices, numVertices) ||
+      !indicesInRange(mesh.getLines(), numLineIndices, numVertices)) {
+    return false;
+  }
+  struct Part {
+    std::vector<std::uint32_t> globals;  // original vertex of each part vertex
+    std::vector<std::uint32_t> triangles, lines;
+  };
+  std::vector<Part> parts;
+  std::vector<std::uint32_t> local(numVertices, 0);
+  std::vector<std::int32_t> owner(numVertices, -1);  // part that holds a copy of the vertex
+  auto place = [&](const std::uint32_t* prim, int corners, bool isTriangle) {
+    int fresh = 0;
+    const std::int32_t current = static_cast<std::int32_t>(parts.size()) - 1;
+    for (int c = 0; c < corners; ++c) {
+      bool repeat = false;
+      for (int d = 0; d < c; ++d) repeat = repeat || prim[d] == prim[c];
+      if (!repeat && (current < 0 || owner[prim[c]] != current)) ++fresh;
+    }
+    if (current < 0 || parts.back().globals.size() + fresh > static_cast<std::size_t>(maxVertices)) {
+      parts.emplace_back();
+    }
+    Part& part = parts.back();
+    const std::int32_t index = static_cast<std::int32_t>(parts.size()) - 1;
+    for (int c = 0; c < corners; ++c) {
+      const std::uint32_t v = prim[c];
+      if (owner[v] != index) {
+        owner[v] = index;
+        local[v] = static_cast<std::uint32_t>(part.globals.size());
+        part.globals.push_back(v);
+      }
+      (isTriangle ? part.triangles : part.lines).push_back(local[v]);
+    }
+  };
+  for (std::size_t i = 0; i < numTriangleIndices; i += 3) place(mesh.getTriangles() + i, 3, true);
+  for (std::size_t i = 0; i < numLineIndices; i += 2) place(mesh.getLines() + i, 2, false);
+
+  const MeshVertex* vertices = mesh.getVertices();
+  for (Part& part : parts) {
+    auto* result = new CompactMesh();
+    const int n = static_cast<int>(part.globals.size());
+    result->setNumVertices(n);
+    MeshVertex* v = result->editVertices();
+    for (int i = 0; i < n; ++i) v[i] = vertices[part.globals[i]];
+    if (mesh.hasNormals()) {
+      MeshNormal* normals = result->editNormals();
+      for (int i = 0; i < n; ++i) normals[i] = mesh.getNormals()[part.globals[i]];
+    }
+    if (mesh.hasTextureCoordinates()) {
+      MeshTexCoord* uv = result->editTextureCoordinates();
+      for (int i = 0; i < n; ++i) uv[i] = mesh.getTextureCoordinates()[part.globals[i]];
+    }
+    if (mesh.hasColors()) {
+      MeshColor* colors = result->editColors();
+      for (int i = 0; i < n; ++i) colors[i] = mesh.getColors()[part.globals[i]];
+    }
+    for (int a = 0; a < mesh.getNumAttributes(); ++a) {
+      const MeshAttributeEntry& entry = mesh.getAttributeEntry(a);
+      MeshAttributes values = result->allocAttributes(entry.name, entry.width);
+      const float* source = entry.values.data();
+      if (!source || !values.asFloat()) continue;
+      for (int i = 0; i < n; ++i) {
+        std::copy_n(source + static_cast<std::size_t>(part.globals[i]) * entry.width, entry.width,
+                    values.asFloat() + static_cast<std::size_t>(i) * entry.width);
+      }
+    }
+    if (!part.triangles.empty()) {
+      result->setNumTriangles(static_cast<int>(part.triangles.size() / 3));
+      std::copy(part.triangles.begin(), part.triangles.end(), result->editTriangles());
+    }
+    if (!part.lines.empty()) {
+      result->setNumLines(static_cast<int>(part.lines.size() / 2));
+      std::copy(part.lines.begin(), part.lines.end(), result->editLines());
+    }
+    out.push_back(result);
+  }
+  return true;
+}
+
+}  // namespace ruGeom

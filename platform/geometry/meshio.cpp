@@ -1,0 +1,243 @@
+#include "platform/geometry/meshio.h"
+
+#include <assimp/DefaultLogger.hpp>
+#include <assimp/Importer.hpp>
+#include <assimp/postprocess.h>
+#include <assimp/scene.h>
+
+#include <cerrno>
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <unordered_map>
+#include <vector>
+
+namespace ruGeom {
+
+namespace {
+
+using ruString::CString;
+
+struct FileCloser {
+  void operator()(std::FILE* file) const noexcept { std::fclose(file); }
+};
+using File = std::unique_ptr<std::FILE, FileCloser>;
+
+void setError(CString* error, const CString& path, const CString& what) {
+  if (error) *error = CString::format("mesh file '%s': %s", path.c_str(), what.c_str());
+}
+
+bool endsWith(const std::string& text, const char* suffix) {
+  const std::size_t n = std::strlen(suffix);
+  if (text.size() < n) return false;
+  for (std::size_t i = 0; i < n; ++i) {
+    if (std::tolower(static_cast<unsigned char>(text[text.size() - n + i])) != suffix[i]) return false;
+  }
+  return true;
+}
+
+// A binary STL states its facet count; check it against the size before the importer reads, so a
+// truncated file is an error and not a short or garbled mesh.
+bool checkStl(std::FILE* file, long size, CString& what) {
+  if (size < 15) {
+    what = "file too small to be an STL file";
+    return false;
+  }
+  char start[6] = {0};
+  std::fseek(file, 0, SEEK_SET);
+  if (std::fread(start, 1, 5, file) != 5) {
+    what = "cannot read the header";
+    return false;
+  }
+  std::uint32_t count = 0;
+  if (size >= 84) {
+    std::fseek(file, 80, SEEK_SET);
+    unsigned char c[4];
+    if (std::fread(c, 1, 4, file) != 4) {
+      what = "cannot read the facet count";
+      return false;
+    }
+    count = c[0] | (c[1] << 8) | (c[2] << 16) | (static_cast<std::uint32_t>(c[3]) << 24);
+    const long expected = 84 + 50 * static_cast<long>(count);
+    if (expected == size) return true;  // binary, whatever its header says
+  }
+  if (std::strncmp(start, "solid", 5) == 0) return true;  // ASCII: the importer checks the text
+  if (size < 84) {
+    what = "truncated binary STL (shorter than its 84-byte header)";
+  } else {
+    what = CString::format("truncated or malformed binary STL: %u facets need %ld bytes, the file has %ld",
+                           count, 84 + 50 * static_cast<long>(count), size);
+  }
+  return false;
+}
+
+struct KeyHash {
+  std::size_t operator()(const MeshVertex& v) const noexcept {
+    std::uint32_t bits[3];
+    std::memcpy(bits, &v, sizeof bits);
+    std::uint64_t h = bits[0] * 0x9E3779B97F4A7C15ull;
+    h ^= bits[1] + 0x7F4A7C159E3779B9ull + (h << 6) + (h >> 2);
+    h ^= bits[2] * 0xC2B2AE3D27D4EB4Full + (h << 6) + (h >> 2);
+    return static_cast<std::size_t>(h ^ (h >> 29));
+  }
+};
+
+}  // namespace
+
+bool importMesh(const CString& path, CompactMesh& mesh, CString* error) {
+  mesh.clear();
+  File file(std::fopen(path.c_str(), "rb"));
+  if (!file) {
+    setError(error, path, CString::format("cannot open (%s)", std::strerror(errno)));
+    return false;
+  }
+  if (std::fseek(file.get(), 0, SEEK_END) != 0) {
+    setError(error, path, "cannot read (not a regular file)");
+    return false;
+  }
+  const long size = std::ftell(file.get());
+  if (size <= 0) {
+    setError(error, path, size == 0 ? CString("the file is empty") : CString("cannot read (not a regular file)"));
+    return false;
+  }
+  const std::string& name = path.str();
+  const bool stl = endsWith(name, ".stl");
+  if (!stl && !endsWith(name, ".obj") && !endsWith(name, ".3mf") && !endsWith(name, ".ply")) {
+    setError(error, path, "unsupported file type (expected .stl, .obj, .3mf or .ply)");
+    return false;
+  }
+  if (stl) {
+    CString what;
+    if (!checkStl(file.get(), size, what)) {
+      setError(error, path, what);
+      return false;
+    }
+  }
+  file.reset();
+
+  Assimp::Importer importer;
+  // Only what we keep: positions and faces.
+  importer.SetPropertyInteger(AI_CONFIG_PP_RVC_FLAGS, aiComponent_NORMALS | aiComponent_TANGENTS_AND_BITANGENTS |
+                                                          aiComponent_COLORS | aiComponent_TEXCOORDS |
+                                                          aiComponent_BONEWEIGHTS | aiComponent_ANIMATIONS |
+                                                          aiComponent_TEXTURES | aiComponent_LIGHTS |
+                                                          aiComponent_CAMERAS | aiComponent_MATERIALS);
+  importer.SetPropertyInteger(AI_CONFIG_PP_SBP_REMOVE, aiPrimitiveType_POINT | aiPrimitiveType_LINE);
+  const aiScene* scene = nullptr;
+  try {
+    scene = importer.ReadFile(path.c_str(), aiProcess_Triangulate | aiProcess_RemoveComponent |
+                                                aiProcess_SortByPType | aiProcess_PreTransformVertices);
+  } catch (const std::exception& e) {
+    setError(error, path, CString::format("malformed file (%s)", e.what()));
+    return false;
+  } catch (...) {
+    setError(error, path, "malformed file");
+    return false;
+  }
+  if (!scene) {
+    const char* reason = importer.GetErrorString();
+    setError(error, path, CString::format("malformed or unreadable file (%s)", reason && *reason ? reason : "unknown reason"));
+    return false;
+  }
+  if (scene->mFlags & AI_SCENE_FLAGS_INCOMPLETE) {
+    setError(error, path, "incomplete or malformed file");
+    return false;
+  }
+  std::size_t totalFaces = 0, totalVertices = 0;
+  for (unsigned m = 0; m < scene->mNumMeshes; ++m) {
+    const aiMesh* part = scene->mMeshes[m];
+    if (!(part->mPrimitiveTypes & aiPrimitiveType_TRIANGLE)) continue;
+    totalFaces += part->mNumFaces;
+    totalVertices += part->mNumVertices;
+  }
+  std::vector<std::uint32_t> triangles;
+  triangles.reserve(totalFaces * 3);
+  std::vector<MeshVertex> vertices;
+  vertices.reserve(totalVertices / 4 + 16);
+  std::unordered_map<MeshVertex, std::uint32_t, KeyHash> weld;
+  weld.reserve(totalVertices / 4 + 16);
+  std::vector<std::uint32_t> remap;
+  for (unsigned m = 0; m < scene->mNumMeshes; ++m) {
+    const aiMesh* part = scene->mMeshes[m];
+    if (!(part->mPrimitiveTypes & aiPrimitiveType_TRIANGLE)) continue;
+    remap.resize(part->mNumVertices);
+    for (unsigned i = 0; i < part->mNumVertices; ++i) {
+      const aiVector3D& p = part->mVertices[i];
+      if (!std::isfinite(p.x) || !std::isfinite(p.y) || !std::isfinite(p.z)) {
+        setError(error, path, CString::format("malformed file (vertex %u is not a finite number)", i));
+        return false;
+      }
+      // +0.0f folds -0 into 0 so that the two weld.
+      const MeshVertex v(p.x + 0.0f, p.y + 0.0f, p.z + 0.0f);
+      auto [it, inserted] = weld.try_emplace(v, static_cast<std::uint32_t>(vertices.size()));
+      if (inserted) vertices.push_back(v);
+      remap[i] = it->second;
+    }
+    for (unsigned f = 0; f < part->mNumFaces; ++f) {
+      const aiFace& face = part->mFaces[f];
+      if (face.mNumIndices != 3) continue;
+      bool ok = true;
+      for (int c = 0; c < 3; ++c) ok = ok && face.mIndices[c] < part->mNumVertices;
+      if (!ok) {
+        setError(error, path, CString::format("malformed file (face %u names a missing vertex)", f));
+        return false;
+      }
+      for (int c = 0; c < 3; ++c) triangles.push_back(remap[face.mIndices[c]]);
+    }
+  }
+  if (triangles.empty()) {
+    setError(error, path, "the file holds no triangles");
+    return false;
+  }
+  mesh.setNumVertices(static_cast<int>(vertices.size()));
+  std::memcpy(mesh.editVertices(), vertices.data(), vertices.size() * sizeof(MeshVertex));
+  mesh.setNumTriangles(static_cast<int>(triangles.size() / 3));
+  std::memcpy(mesh.editTriangles(), triangles.data(), triangles.size() * sizeof(std::uint32_t));
+  return true;
+}
+
+bool writeStlBinary(const CompactMesh& mesh, const CString& path, CString* error) {
+  const int numTriangles = mesh.getNumTriangles();
+  if (numTriangles == 0) {
+    setError(error, path, "nothing to write: the mesh has no triangles");
+    return false;
+  }
+  const std::uint32_t* tri = mesh.getTriangles();
+  const MeshVertex* v = mesh.getVertices();
+  for (std::size_t i = 0; i < static_cast<std::size_t>(numTriangles) * 3; ++i) {
+    if (tri[i] >= static_cast<std::uint32_t>(mesh.getNumVertices())) {
+      setError(error, path, CString::format("cannot write: triangle %zu names missing vertex %u", i / 3, tri[i]));
+      return false;
+    }
+  }
+  File file(std::fopen(path.c_str(), "wb"));
+  if (!file) {
+    setError(error, path, CString::format("cannot open for writing (%s)", std::strerror(errno)));
+    return false;
+  }
+  std::vector<unsigned char> bytes(84 + 50 * static_cast<std::size_t>(numTriangles), 0);
+  const char header[] = "binary STL";
+  std::memcpy(bytes.data(), header, sizeof header - 1);
+  const std::uint32_t count = static_cast<std::uint32_t>(numTriangles);
+  std::memcpy(bytes.data() + 80, &count, 4);  // little-endian machines only, as the format
+  unsigned char* out = bytes.data() + 84;
+  for (int t = 0; t < numTriangles; ++t, out += 50) {
+    const MeshVertex& a = v[tri[3 * t]];
+    const MeshVertex& b = v[tri[3 * t + 1]];
+    const MeshVertex& c = v[tri[3 * t + 2]];
+    ruLinear::Vector n = ruLinear::cross(b.asPoint() - a.asPoint(), c.asPoint() - a.asPoint());
+    const double length = n.length();
+    if (length > 0) n /= length;
+    const float facet[12] = {static_cast<float>(n.getX()), static_cast<float>(n.getY()), static_cast<float>(n.getZ()),
+                             a.x, a.y, a.z, b.x, b.y, b.z, c.x, c.y, c.z};
+    std::memcpy(out, facet, sizeof facet);
+  }
+  if (std::fwrite(bytes.data(), 1, bytes.size(), file.get()) != bytes.size() || std::fflush(file.get()) != 0) {
+    setError(error, path, CString::format("cannot write (%s)", std::strerror(errno)));
+    return false;
+  }
+  return true;
+}
+
+}  // namespace ruGeom

@@ -1,0 +1,349 @@
+#include "platform/geometry/raycast.h"
+
+#include <embree3/rtcore.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cmath>
+#include <limits>
+#include <mutex>
+#include <unordered_map>
+#include <vector>
+
+namespace ruGeom {
+
+namespace detail {
+void releaseCachedBuffer(BufferId id) noexcept;
+}
+
+namespace {
+
+using ruLinear::Point;
+using ruLinear::Vector;
+
+// One Embree device for the process. Created on first use and kept to the end (Embree's own
+// threads live with it).
+RTCDevice device() {
+  static RTCDevice instance = rtcNewDevice("threads=0");
+  return instance;
+}
+
+struct CacheKey {
+  BufferId vertices;
+  BufferId triangles;
+  bool operator==(const CacheKey& o) const noexcept { return vertices == o.vertices && triangles == o.triangles; }
+};
+struct CacheKeyHash {
+  std::size_t operator()(const CacheKey& k) const noexcept {
+    return std::hash<std::uint64_t>()(k.vertices * 0x9E3779B97F4A7C15ull ^ k.triangles);
+  }
+};
+
+// Scenes by the identities of the buffers they were built from. A scene is listed under both
+// identities so that the release of either drops it.
+struct Cache {
+  std::mutex mutex;
+  std::unordered_map<CacheKey, RTCScene, CacheKeyHash> scenes;
+  std::unordered_multimap<BufferId, CacheKey> keysOf;
+  std::atomic<std::uint64_t> builds{0};
+};
+
+Cache& cache() {
+  // Never destroyed: buffers may be released during static destruction.
+  static Cache* instance = new Cache();
+  return *instance;
+}
+
+// Builds the scene of a mesh's triangles; null when there are none or an index is out of range.
+RTCScene buildScene(const CompactMesh& mesh) {
+  const int numTriangles = mesh.getNumTriangles();
+  const int numVertices = mesh.getNumVertices();
+  if (numTriangles == 0 || numVertices == 0) return nullptr;
+  const std::uint32_t* tri = mesh.getTriangles();
+  for (std::size_t i = 0; i < static_cast<std::size_t>(numTriangles) * 3; ++i) {
+    if (tri[i] >= static_cast<std::uint32_t>(numVertices)) return nullptr;
+  }
+  RTCScene scene = rtcNewScene(device());
+  // The context filter lets a query skip one triangle (the one a ray starts from).
+  rtcSetSceneFlags(scene, RTC_SCENE_FLAG_CONTEXT_FILTER_FUNCTION);
+  rtcSetSceneBuildQuality(scene, RTC_BUILD_QUALITY_MEDIUM);
+  RTCGeometry geometry = rtcNewGeometry(device(), RTC_GEOMETRY_TYPE_TRIANGLE);
+  // Embree reads vertices as 16-byte loads: its own buffers carry the padding ours lack.
+  auto* vertices = static_cast<float*>(
+      rtcSetNewGeometryBuffer(geometry, RTC_BUFFER_TYPE_VERTEX, 0, RTC_FORMAT_FLOAT3, sizeof(MeshVertex), numVertices));
+  std::copy_n(reinterpret_cast<const float*>(mesh.getVertices()), static_cast<std::size_t>(numVertices) * 3, vertices);
+  auto* indices = static_cast<std::uint32_t*>(rtcSetNewGeometryBuffer(
+      geometry, RTC_BUFFER_TYPE_INDEX, 0, RTC_FORMAT_UINT3, 3 * sizeof(std::uint32_t), numTriangles));
+  std::copy_n(tri, static_cast<std::size_t>(numTriangles) * 3, indices);
+  rtcCommitGeometry(geometry);
+  rtcAttachGeometry(scene, geometry);
+  rtcReleaseGeometry(geometry);
+  rtcCommitScene(scene);
+  return scene;
+}
+
+// The cached scene of a mesh, retained for the caller (who releases it); null when the mesh has
+// no usable triangles.
+RTCScene acquireScene(const CompactMesh& mesh) {
+  const MeshBuffer<MeshVertex>& vertices = mesh.vertexBuffer();
+  const MeshBuffer<std::uint32_t>& triangles = mesh.triangleBuffer();
+  if (vertices.empty() || triangles.empty()) return nullptr;
+  const CacheKey key{vertices.id(), triangles.id()};
+  Cache& c = cache();
+  std::lock_guard<std::mutex> lock(c.mutex);
+  auto it = c.scenes.find(key);
+  if (it != c.scenes.end()) {
+    rtcRetainScene(it->second);
+    return it->second;
+  }
+  RTCScene scene = buildScene(mesh);
+  if (!scene) return nullptr;
+  c.builds.fetch_add(1, std::memory_order_relaxed);
+  c.scenes.emplace(key, scene);
+  c.keysOf.emplace(key.vertices, key);
+  c.keysOf.emplace(key.triangles, key);
+  vertices.storage()->markCached();
+  triangles.storage()->markCached();
+  rtcRetainScene(scene);
+  return scene;
+}
+
+// Extends the intersection context with the triangle to skip.
+struct IgnoreContext {
+  RTCIntersectContext context;
+  unsigned ignore;
+};
+
+void ignoreFilter(const RTCFilterFunctionNArguments* args) {
+  const auto* extended = reinterpret_cast<const IgnoreContext*>(args->context);
+  for (unsigned i = 0; i < args->N; ++i) {
+    if (args->valid[i] != -1) continue;
+    if (RTCHitN_primID(args->hit, args->N, i) == extended->ignore) args->valid[i] = 0;
+  }
+}
+
+bool castRay(RTCScene scene, const CompactMesh& mesh, const ruLinear::Line& ray, MeshRayHit& hit,
+             const MeshRayOptions& options) {
+  hit = MeshRayHit();
+  if (!scene) return false;
+  Vector direction = ray.getDirection();
+  const double length = direction.length();
+  if (!(length > 0.0) || !std::isfinite(length)) return false;
+  direction /= length;
+  if (options.maxDistance < options.minDistance) return false;
+  IgnoreContext extended;
+  rtcInitIntersectContext(&extended.context);
+  extended.ignore = options.ignoreTriangle >= 0 ? static_cast<unsigned>(options.ignoreTriangle) : RTC_INVALID_GEOMETRY_ID;
+  if (options.ignoreTriangle >= 0) extended.context.filter = ignoreFilter;
+  RTCRayHit rayHit;
+  const Point& origin = ray.getPoint();
+  rayHit.ray.org_x = static_cast<float>(origin.x);
+  rayHit.ray.org_y = static_cast<float>(origin.y);
+  rayHit.ray.org_z = static_cast<float>(origin.z);
+  rayHit.ray.dir_x = static_cast<float>(direction.getX());
+  rayHit.ray.dir_y = static_cast<float>(direction.getY());
+  rayHit.ray.dir_z = static_cast<float>(direction.getZ());
+  rayHit.ray.tnear = static_cast<float>(std::max(options.minDistance, 0.0));
+  rayHit.ray.tfar = options.maxDistance >= static_cast<double>(std::numeric_limits<float>::max())
+                        ? std::numeric_limits<float>::infinity()
+                        : static_cast<float>(options.maxDistance);
+  rayHit.ray.time = 0.0f;
+  rayHit.ray.mask = 0xFFFFFFFFu;
+  rayHit.ray.id = 0;
+  rayHit.ray.flags = 0;
+  rayHit.hit.geomID = RTC_INVALID_GEOMETRY_ID;
+  rayHit.hit.primID = RTC_INVALID_GEOMETRY_ID;
+  rtcIntersect1(scene, &extended.context, &rayHit);
+  if (rayHit.hit.geomID == RTC_INVALID_GEOMETRY_ID) return false;
+  hit.hit = true;
+  hit.triangle = static_cast<int>(rayHit.hit.primID);
+  hit.distance = rayHit.ray.tfar;
+  hit.u = rayHit.hit.u;
+  hit.v = rayHit.hit.v;
+  const std::uint32_t* t = mesh.getTriangles() + 3 * static_cast<std::size_t>(hit.triangle);
+  const Point a = mesh.getVertices()[t[0]].asPoint(), b = mesh.getVertices()[t[1]].asPoint(),
+              c = mesh.getVertices()[t[2]].asPoint();
+  hit.point = a + (b - a) * hit.u + (c - a) * hit.v;
+  return true;
+}
+
+}  // namespace
+
+namespace detail {
+
+void releaseCachedBuffer(BufferId id) noexcept {
+  Cache& c = cache();
+  std::lock_guard<std::mutex> lock(c.mutex);
+  auto range = c.keysOf.equal_range(id);
+  std::vector<CacheKey> keys;
+  for (auto it = range.first; it != range.second; ++it) keys.push_back(it->second);
+  c.keysOf.erase(id);
+  for (const CacheKey& key : keys) {
+    auto scene = c.scenes.find(key);
+    if (scene == c.scenes.end()) continue;
+    rtcReleaseScene(scene->second);
+    c.scenes.erase(scene);
+    // Drop the entry under the other identity too.
+    const BufferId other = key.vertices == id ? key.triangles : key.vertices;
+    auto others = c.keysOf.equal_range(other);
+    for (auto it = others.first; it != others.second; ++it) {
+      if (it->second == key) {
+        c.keysOf.erase(it);
+        break;
+      }
+    }
+  }
+}
+
+}  // namespace detail
+
+Point MeshCoord::evaluate() const noexcept {
+  if (!valid()) return Point();
+  return corners_[0] + (corners_[1] - corners_[0]) * getU() + (corners_[2] - corners_[0]) * getV();
+}
+
+bool meshRayIntersect(const CompactMesh& mesh, const ruLinear::Line& ray, MeshRayHit& hit, const MeshRayOptions& options) {
+  RTCScene scene = acquireScene(mesh);
+  const bool found = castRay(scene, mesh, ray, hit, options);
+  if (scene) rtcReleaseScene(scene);
+  return found;
+}
+
+MeshRayQuery::MeshRayQuery(const CompactMesh& mesh) : mesh_(mesh), scene_(acquireScene(mesh)) {}
+
+MeshRayQuery::~MeshRayQuery() {
+  if (scene_) rtcReleaseScene(static_cast<RTCScene>(scene_));
+}
+
+bool MeshRayQuery::intersect(const ruLinear::Line& ray, MeshRayHit& hit, const MeshRayOptions& options) const {
+  return castRay(static_cast<RTCScene>(scene_), mesh_, ray, hit, options);
+}
+
+int MeshRayQuery::intersect(const float origin[3], const float direction[3], float maxDistance, float& distance,
+                            float& u, float& v) const {
+  if (!scene_) return -1;
+  RTCIntersectContext context;
+  rtcInitIntersectContext(&context);
+  RTCRayHit rayHit;
+  rayHit.ray.org_x = origin[0];
+  rayHit.ray.org_y = origin[1];
+  rayHit.ray.org_z = origin[2];
+  rayHit.ray.dir_x = direction[0];
+  rayHit.ray.dir_y = direction[1];
+  rayHit.ray.dir_z = direction[2];
+  rayHit.ray.tnear = 0.0f;
+  rayHit.ray.tfar = maxDistance;
+  rayHit.ray.time = 0.0f;
+  rayHit.ray.mask = 0xFFFFFFFFu;
+  rayHit.ray.id = 0;
+  rayHit.ray.flags = 0;
+  rayHit.hit.geomID = RTC_INVALID_GEOMETRY_ID;
+  rtcIntersect1(static_cast<RTCScene>(scene_), &context, &rayHit);
+  if (rayHit.hit.geomID == RTC_INVALID_GEOMETRY_ID) return -1;
+  distance = rayHit.ray.tfar;
+  u = rayHit.hit.u;
+  v = rayHit.hit.v;
+  return static_cast<int>(rayHit.hit.primID);
+}
+
+namespace {
+
+struct Screen {
+  double x, y, w;
+};
+
+// The point of segment p-q nearest to c, as the parameter along it.
+double nearestOnSegment(double cx, double cy, const Screen& p, const Screen& q) {
+  const double dx = q.x - p.x, dy = q.y - p.y;
+  const double length2 = dx * dx + dy * dy;
+  if (length2 == 0.0) return 0.0;
+  return std::clamp(((cx - p.x) * dx + (cy - p.y) * dy) / length2, 0.0, 1.0);
+}
+
+}  // namespace
+
+MeshCoord meshRayIntersectScreen(const CompactMesh& mesh, const ruLinear::ProjMatrixFlt& worldToViewport, int x, int y,
+                                 int tolerance, const ruLinear::Line& ray) {
+  const MeshVertex* vertices = mesh.getVertices();
+  const std::uint32_t* tri = mesh.getTriangles();
+  auto corner = [&](int triangle, int i) { return vertices[tri[3 * triangle + i]].asPoint(); };
+  MeshRayHit hit;
+  if (meshRayIntersect(mesh, ray, hit)) {
+    return MeshCoord(hit.triangle, hit.u, hit.v, corner(hit.triangle, 0), corner(hit.triangle, 1),
+                     corner(hit.triangle, 2), hit.distance);
+  }
+  if (tolerance <= 0 || !tri) return MeshCoord();
+  for (std::size_t i = 0; i < static_cast<std::size_t>(mesh.getNumTriangles()) * 3; ++i) {
+    if (tri[i] >= static_cast<std::uint32_t>(mesh.getNumVertices())) return MeshCoord();
+  }
+  const ruLinear::ProjMatrix matrix = worldToViewport.asProjMatrix();
+  Vector direction = ray.getDirection();
+  if (direction.length2() == 0.0) return MeshCoord();
+  direction.normalize();
+  const double cx = x + 0.5, cy = y + 0.5;
+  MeshCoord best;
+  double bestDistance = std::numeric_limits<double>::infinity();
+  for (int t = 0; t < mesh.getNumTriangles(); ++t) {
+    Screen s[3];
+    bool inFront = true;
+    for (int i = 0; i < 3; ++i) {
+      double w = 0;
+      const Point p = matrix.transform(corner(t, i), &w);
+      s[i] = Screen{p.x, p.y, w};
+      inFront = inFront && w > 0;
+    }
+    if (!inFront) continue;
+    // Screen barycentrics of the nearest point of the projected triangle to the pixel centre.
+    double b[3] = {0, 0, 0};
+    const double area = (s[1].x - s[0].x) * (s[2].y - s[0].y) - (s[2].x - s[0].x) * (s[1].y - s[0].y);
+    bool inside = false;
+    if (area != 0.0) {
+      const double l1 = ((cx - s[0].x) * (s[2].y - s[0].y) - (s[2].x - s[0].x) * (cy - s[0].y)) / area;
+      const double l2 = ((s[1].x - s[0].x) * (cy - s[0].y) - (cx - s[0].x) * (s[1].y - s[0].y)) / area;
+      if (l1 >= 0 && l2 >= 0 && l1 + l2 <= 1) {
+        b[0] = 1 - l1 - l2, b[1] = l1, b[2] = l2;
+        inside = true;
+      }
+    }
+    double gap = 0.0;
+    if (!inside) {
+      gap = std::numeric_limits<double>::infinity();
+      for (int e = 0; e < 3; ++e) {
+        const int i = e, j = (e + 1) % 3;
+        const double f = nearestOnSegment(cx, cy, s[i], s[j]);
+        const double px = s[i].x + f * (s[j].x - s[i].x), py = s[i].y + f * (s[j].y - s[i].y);
+        const double d = std::hypot(px - cx, py - cy);
+        if (d < gap) {
+          gap = d;
+          b[0] = b[1] = b[2] = 0;
+          b[i] = 1 - f;
+          b[j] = f;
+        }
+      }
+    }
+    if (gap > tolerance) continue;
+    // Screen barycentrics to world ones: divide by each corner's w and renormalise.
+    double wb[3], sum = 0;
+    for (int i = 0; i < 3; ++i) sum += (wb[i] = b[i] / s[i].w);
+    if (!(sum > 0)) continue;
+    for (double& value : wb) value /= sum;
+    const Point a = corner(t, 0), p1 = corner(t, 1), p2 = corner(t, 2);
+    const Point point = a + (p1 - a) * wb[1] + (p2 - a) * wb[2];
+    const double along = ruLinear::dot(point - ray.getPoint(), direction);
+    if (along < bestDistance) {
+      bestDistance = along;
+      best = MeshCoord(t, wb[1], wb[2], a, p1, p2, along);
+    }
+  }
+  return best;
+}
+
+std::uint64_t accelerationBuildCount() noexcept { return cache().builds.load(std::memory_order_relaxed); }
+
+std::size_t accelerationCacheSize() noexcept {
+  Cache& c = cache();
+  std::lock_guard<std::mutex> lock(c.mutex);
+  return c.scenes.size();
+}
+
+}  // namespace ruGeom
