@@ -106,7 +106,7 @@ public:
     auto* box = dynamic_cast<Writer::Box<T>*>(record_[next_].get());
     if (!box) return false;
     ++next_;
-    value = box->value;
+    value = std::move(box->value);  // a record is read once, then dropped
     return true;
   }
 

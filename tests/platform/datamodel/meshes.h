@@ -81,3 +81,22 @@ inline Soup hollowBox(float size, float wall, int n) {
 }
 
 } // namespace testmesh
+
+#include "platform/base/reference.h"
+#include "platform/geometry/mesh.h"
+
+namespace testmesh {
+
+// The soup as a reference-counted geometry mesh.
+inline ru::Reference<ruGeom::CompactMesh> toMesh(const Soup& soup) {
+  ru::Reference<ruGeom::CompactMesh> mesh(new ruGeom::CompactMesh());
+  for (std::size_t i = 0; i < soup.numVertices(); ++i) {
+    mesh->addVertex(ruGeom::MeshVertex(soup.positions[3 * i], soup.positions[3 * i + 1], soup.positions[3 * i + 2]));
+  }
+  for (std::size_t t = 0; t < soup.numTriangles(); ++t) {
+    mesh->addTriangle(soup.triangles[3 * t], soup.triangles[3 * t + 1], soup.triangles[3 * t + 2]);
+  }
+  return mesh;
+}
+
+} // namespace testmesh

@@ -1,0 +1,173 @@
+#include "platform/datamodel/attributes.h"
+
+#include "platform/datamodel/editscope.h"
+#include "platform/datamodel/print.h"
+
+#include <cmath>
+
+namespace voDMD {
+
+namespace {
+
+using detail::EditScope;
+
+const ruGeom::CompactMesh& emptyMesh() {
+  static const ruGeom::CompactMesh empty;
+  return empty;
+}
+
+} // namespace
+
+// --- Transform -------------------------------------------------------------------------------
+
+Transform::Transform(voDMD::Object* owner, const ruLinear::AffineMatrix& matrix) : Attribute(owner), objToWorld_(matrix) {}
+
+void Transform::setObjToWorld(const ruLinear::AffineMatrix& matrix) {
+  if (matrix == objToWorld_) return;
+  EditScope scope(*txnManager(), "Move");
+  txnWillWrite();
+  objToWorld_ = matrix;
+  modified();
+}
+
+void Transform::onTransact(voTXN::Serializer& serializer) {
+  serializer.beginScope(this, 0);
+  Attribute::onTransact(serializer);
+  serializer.field(objToWorld_);
+  serializer.endScope();
+}
+
+// --- Mesh ------------------------------------------------------------------------------------
+
+Mesh::Mesh(voDMD::Object* owner, ru::Reference<ruGeom::CompactMesh> mesh) : Attribute(owner) {
+  if (mesh) subMeshes_.push_back(std::move(mesh));
+}
+
+void Mesh::setVisible(bool visible) {
+  if (visible == visible_) return;
+  EditScope scope(*txnManager(), visible ? "Show" : "Hide");
+  txnWillWrite();
+  visible_ = visible;
+  modified();
+}
+
+const ruGeom::CompactMesh& Mesh::getSubMesh(int index) const noexcept {
+  if (index < 0 || index >= numSubMeshes()) return emptyMesh();
+  return *subMeshes_[static_cast<std::size_t>(index)];
+}
+
+void Mesh::setSubMeshes(const ru::vector<ru::Reference<ruGeom::CompactMesh>>& meshes) {
+  EditScope scope(*txnManager(), "Replace mesh");
+  txnWillWrite();
+  subMeshes_.clear();
+  for (const auto& mesh : meshes) {
+    if (mesh) subMeshes_.push_back(mesh);
+  }
+  modified();
+}
+
+void Mesh::onTransact(voTXN::Serializer& serializer) {
+  serializer.beginScope(this, 0);
+  Attribute::onTransact(serializer);
+  serializer.field(visible_);
+  serializer.field(subMeshes_);
+  serializer.endScope();
+}
+
+// --- BoundingBox -----------------------------------------------------------------------------
+
+BoundingBox::BoundingBox(voDMD::Object* owner) : Attribute(owner) {}
+
+void BoundingBox::collectMeshes(ru::vector<const ruGeom::CompactMesh*>& meshes) const {
+  if (const Mesh* mesh = owner()->findAttribute<Mesh>()) {
+    for (int i = 0; i < mesh->numSubMeshes(); ++i) meshes.push_back(&mesh->getSubMesh(i));
+  }
+}
+
+ruLinear::AffineMatrix BoundingBox::objToWorld() const {
+  const Transform* transform = owner()->findAttribute<Transform>();
+  return transform ? transform->getObjToWorld() : ruLinear::AffineMatrix::Identity;
+}
+
+ruLinear::Range3d BoundingBox::localRange() const {
+  ru::vector<const ruGeom::CompactMesh*> meshes;
+  collectMeshes(meshes);
+  ruLinear::Range3d range;
+  for (const ruGeom::CompactMesh* mesh : meshes) range.include(mesh->getBoundingBox().asRange3d());
+  return range;
+}
+
+ruLinear::Range3d BoundingBox::getWorldSpace() const {
+  if (!valid_) {
+    // The box of the transformed vertices, tighter than the transformed local box under rotation.
+    ru::vector<const ruGeom::CompactMesh*> meshes;
+    collectMeshes(meshes);
+    const ruLinear::AffineMatrix m = objToWorld();
+    ruLinear::Range3d range;
+    for (const ruGeom::CompactMesh* mesh : meshes) {
+      const ruGeom::MeshVertex* v = mesh->getVertices();
+      for (int i = 0, n = mesh->getNumVertices(); i < n; ++i) range.include(v[i].asPoint() * m);
+    }
+    world_ = range;
+    valid_ = true;
+  }
+  return world_;
+}
+
+ruLinear::Range3d BoundingBox::getWorldSpace(const SubObject& subObject) const {
+  const KLTMesh* kltMesh = owner()->findAttribute<KLTMesh>();
+  ru::Reference<KLTSelection> selection = kltMesh ? kltMesh->asSelection(subObject) : nullptr;
+  if (!selection || !kltMesh->getMesh()) return getWorldSpace();
+  const ruGeom::CompactMesh& mesh = *kltMesh->getMesh();
+  const ruLinear::AffineMatrix m = objToWorld();
+  const ruGeom::MeshVertex* v = mesh.getVertices();
+  const std::uint32_t* t = mesh.getTriangles();
+  const auto numVertices = static_cast<unsigned>(mesh.getNumVertices());
+  const auto numTriangles = static_cast<unsigned>(mesh.getNumTriangles());
+  ruLinear::Range3d range;
+  for (unsigned vertex : selection->vertices()) {
+    if (vertex < numVertices) range.include(v[vertex].asPoint() * m);
+  }
+  for (unsigned face : selection->faces()) {
+    if (face >= numTriangles) continue;
+    for (int k = 0; k < 3; ++k) range.include(v[t[3 * face + k]].asPoint() * m);
+  }
+  return range;
+}
+
+ruGeom::OrientedBox BoundingBox::getOrientedWorldSpace(const Tolerances& tolerances) const {
+  const ruLinear::Range3d local = localRange();
+  if (!local.isValid()) return ruGeom::OrientedBox();
+  const ruLinear::Vector grow = local.getDiagonal() * tolerances.box;
+  const ruGeom::OrientedBox box(ruLinear::Range3d(local.getMin() - grow, local.getMax() + grow));
+  return box.transformed(objToWorld());
+}
+
+ruGeom::OrientedBox BoundingBox::getOrientedWorldSpace(const SubObject& subObject, const Tolerances& tolerances) const {
+  const KLTMesh* kltMesh = owner()->findAttribute<KLTMesh>();
+  if (!kltMesh || !kltMesh->asSelection(subObject)) return getOrientedWorldSpace(tolerances);
+  // A part's box is taken in the world's axes.
+  const ruLinear::Range3d world = getWorldSpace(subObject);
+  if (!world.isValid()) return ruGeom::OrientedBox();
+  const ruLinear::Vector grow = world.getDiagonal() * tolerances.box;
+  return ruGeom::OrientedBox(ruLinear::Range3d(world.getMin() - grow, world.getMax() + grow));
+}
+
+void BoundingBox::onSiblingModified(Attribute*) { valid_ = false; }
+
+void BoundingBox::onTxnRestored() {
+  valid_ = false;
+  Attribute::onTxnRestored();
+}
+
+// --- Camera ----------------------------------------------------------------------------------
+
+Camera::Camera(voDMD::Object* owner) : Attribute(owner) {}
+
+void Camera::set(const ruGeom::Camera& camera) {
+  camera_ = camera;
+  sigCameraChanged.emit(&camera_);
+  modified();
+}
+
+} // namespace voDMD

@@ -1,0 +1,256 @@
+#include "platform/datamodel/document.h"
+
+#include "platform/datamodel/attributes.h"
+#include "platform/datamodel/editscope.h"
+#include "platform/datamodel/print.h"
+#include "platform/support/callinfo.h"
+
+#include <algorithm>
+
+namespace voDMD {
+
+// --- Classes ---------------------------------------------------------------------------------
+
+Class::~Class() = default;
+
+#define VO_DMD_CLASS(Type, text)        \
+  Type* Type::get() {                   \
+    static Type instance;               \
+    return &instance;                   \
+  }                                     \
+  const char* Type::name() const { return text; }
+
+VO_DMD_CLASS(GroupClass, "voDMD::GroupClass")
+VO_DMD_CLASS(MeshClass, "voDMD::MeshClass")
+VO_DMD_CLASS(KLTMeshClass, "voDMD::KLTMeshClass")
+VO_DMD_CLASS(KLTPrinterClass, "voDMD::KLTPrinterClass")
+VO_DMD_CLASS(CameraClass, "voDMD::CameraClass")
+#undef VO_DMD_CLASS
+
+// --- Sub-objects -----------------------------------------------------------------------------
+
+int SubObject::compare(const SubObject& other) const noexcept {
+  const std::less<const void*> before;
+  if (owner_ != other.owner_) return before(owner_, other.owner_) ? -1 : 1;
+  if (kind_ != other.kind_) return kind_ < other.kind_ ? -1 : 1;
+  if (payload_.get() != other.payload_.get()) return before(payload_.get(), other.payload_.get()) ? -1 : 1;
+  return 0;
+}
+
+// --- Attributes ------------------------------------------------------------------------------
+
+Attribute::Attribute(voDMD::Object* owner) : voTXN::Object(&owner->document()->txnManager()), owner_(owner) {}
+
+Attribute::~Attribute() = default;
+
+void Attribute::modified() { owner_->attributeModified(this); }
+
+void Attribute::onSiblingModified(Attribute*) {}
+
+void Attribute::onTxnRestored() { modified(); }
+
+void Attribute::onTxnModified() { owner_->noteTxnTouched(); }
+
+// --- Objects ---------------------------------------------------------------------------------
+
+Object::Object(Document& document, Class* objectClass)
+    : voTXN::RefCountedObject(&document.txnManager()), document_(&document), class_(objectClass) {}
+
+Object::~Object() {
+  // Children first, then the attributes, which forget their transaction records as they go.
+  children_.clear();
+  attributes_.clear();
+}
+
+ru::Reference<Object> Object::create(Document& document, Class* objectClass) {
+  return ru::Reference<Object>(new Object(document, objectClass ? objectClass : GroupClass::get()));
+}
+
+void Object::setName(const ruString::CString& name) {
+  detail::EditScope scope(*txnManager(), "Rename");
+  txnWillWrite();
+  name_ = name;
+}
+
+bool Object::isInDocument() const noexcept {
+  const Object* o = this;
+  while (o->parent_) o = o->parent_;
+  return o == document_->root();
+}
+
+void Object::onTransact(voTXN::Serializer& serializer) {
+  serializer.beginScope(this, 0);
+  voTXN::RefCountedObject::onTransact(serializer);
+  serializer.field(name_);
+  serializer.field(parent_);
+  serializer.field(children_);
+  serializer.endScope();
+}
+
+void Object::onTxnModified() { noteTxnTouched(); }
+
+void Object::noteTxnTouched() {
+  const voTXN::Stamp stamp = txnManager()->currentStamp();
+  if (txnSignalled_ == stamp) return;
+  txnSignalled_ = stamp;
+  sigTxnModified.emit(this);
+}
+
+void Object::attributeModified(Attribute* attribute) {
+  // Boxes first: they only drop their cache, and the other attributes may read them.
+  for (const auto& sibling : attributes_) {
+    if (sibling.get() != attribute && dynamic_cast<BoundingBox*>(sibling.get())) sibling->onSiblingModified(attribute);
+  }
+  for (const auto& sibling : attributes_) {
+    if (sibling.get() != attribute && !dynamic_cast<BoundingBox*>(sibling.get())) sibling->onSiblingModified(attribute);
+  }
+  sigModified.emit(Modification(attribute));
+  document_->objectChanged(this);
+}
+
+// --- Iteration -------------------------------------------------------------------------------
+
+ObjectIterator::ObjectIterator() {
+  if (Document* document = Document::current()) {
+    stack_.emplace_back(document->root(), 0);
+    next();
+  }
+}
+
+ObjectIterator::ObjectIterator(Object* object) : current_(object) {
+  if (object) stack_.emplace_back(object, 0);
+}
+
+void ObjectIterator::next() {
+  current_ = nullptr;
+  while (!stack_.empty()) {
+    auto& [object, index] = stack_.back();
+    if (index < object->numChildren()) {
+      Object* child = object->getChild(index++);
+      stack_.emplace_back(child, 0);
+      current_ = child;
+      return;
+    }
+    stack_.pop_back();
+  }
+}
+
+// --- Documents -------------------------------------------------------------------------------
+
+Document::Document(voTXN::Manager& manager) : manager_(manager) {
+  root_ = Object::create(*this, GroupClass::get());
+  cameraHolder_ = Object::create(*this, CameraClass::get());
+  camera_ = cameraHolder_->addAttribute<Camera>();
+  decoration_.reset(new KLTDecoration(*this));
+  manager_.sigTransaction.connect(this, &Document::onTransaction, client_);
+}
+
+Document::~Document() {
+  client_.disconnectAll();
+  // The history may hold objects of this document; they must not outlive it.
+  manager_.clearHistory();
+  decoration_.reset();
+  root_.reset();
+  cameraHolder_.reset();
+}
+
+Document* Document::current() { return voSupport::ci().find<Document>(); }
+
+bool Document::insert(const ru::Reference<Object>& object, Object* parent) {
+  if (!object || object->document_ != this || object->parent_ || object.get() == root_.get()) return false;
+  if (!parent) parent = root_.get();
+  if (parent->document_ != this) return false;
+  for (Object* a = parent; a; a = a->parent_) {
+    if (a == object.get()) return false;
+  }
+  // Under a parent outside the tree the object only joins that subtree, which is announced, as
+  // one, when it is inserted itself.
+  const bool intoTree = parent->isInDocument();
+  detail::EditScope scope(manager_, "Insert");
+  parent->txnWillWrite();
+  object->txnWillWrite();
+  parent->children_.push_back(object);
+  object->parent_ = parent;
+  if (intoTree) {
+    announce(object.get(), true);
+    sigObjectAdded.emit(object.get());
+    objectChanged(object.get());
+  }
+  return true;
+}
+
+bool Document::remove(Object* object) {
+  if (!object || object->document_ != this || object == root_.get() || !object->isInDocument()) return false;
+  // Keep it alive through the detachment; the transaction then holds it.
+  ru::Reference<Object> keep(object);
+  detail::EditScope scope(manager_, "Remove");
+  sigObjectRemoved.emit(object);
+  announce(object, false);
+  Object* parent = object->parent_;
+  parent->txnWillWrite();
+  object->txnWillWrite();
+  auto& siblings = parent->children_;
+  siblings.erase(std::find(siblings.begin(), siblings.end(), keep));
+  object->parent_ = nullptr;
+  objectChanged(object);
+  return true;
+}
+
+void Document::announce(Object* object, bool added) {
+  for (ObjectIterator it(object); it.valid(); it.next()) {
+    Object* o = it.getObject();
+    if (added) {
+      announced_[o] = Announced{o->parent_, ++announceOrder_};
+    } else {
+      announced_.erase(o);
+    }
+  }
+}
+
+void Document::objectChanged(Object* object) {
+  if (decoration_) decoration_->objectChanged(object);
+}
+
+void Document::onTransaction(voTXN::Manager::Event event, const voTXN::Transaction* transaction) {
+  if (!transaction || transaction->empty()) return;
+  if (event != voTXN::Manager::Event::Committed) resynchronise();
+  sigTxnModified.emit(this);
+}
+
+void Document::resynchronise() {
+  // Undo, redo and abort rewrite the tree wholesale: compare what is in it now with what was
+  // announced, and tell the difference, a signal per subtree.
+  ru::hash_map<Object*, Object*> now;
+  for (ObjectIterator it(root_.get()); (it.next(), it.valid());) now[it.getObject()] = it.getObject()->parent_;
+
+  // Removed subtrees first (in the order they were announced), while the transaction records
+  // still hold their objects.
+  ru::vector<std::pair<std::uint64_t, Object*>> removedRoots;
+  for (const auto& [object, entry] : announced_) {
+    if (now.count(object)) continue;
+    const bool parentRemoved = entry.parent && announced_.count(entry.parent) && !now.count(entry.parent);
+    if (!parentRemoved) removedRoots.emplace_back(entry.order, object);
+  }
+  std::sort(removedRoots.begin(), removedRoots.end());
+  ru::vector<ru::Reference<Object>> keep;
+  for (const auto& removed : removedRoots) keep.emplace_back(removed.second);
+  for (const auto& removed : removedRoots) sigObjectRemoved.emit(removed.second);
+  for (auto it = announced_.begin(); it != announced_.end();) {
+    it = now.count(it->first) ? std::next(it) : announced_.erase(it);
+  }
+
+  // Added subtrees, in document order.
+  ru::vector<Object*> addedRoots;
+  for (ObjectIterator it(root_.get()); (it.next(), it.valid());) {
+    Object* o = it.getObject();
+    if (!announced_.count(o) && (o->parent_ == root_.get() || announced_.count(o->parent_))) addedRoots.push_back(o);
+  }
+  for (ObjectIterator it(root_.get()); (it.next(), it.valid());) {
+    Object* o = it.getObject();
+    if (!announced_.count(o)) announced_[o] = Announced{o->parent_, ++announceOrder_};
+  }
+  for (Object* object : addedRoots) sigObjectAdded.emit(object);
+  if (decoration_) decoration_->recomputeAll();
+}
+
+} // namespace voDMD

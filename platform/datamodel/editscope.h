@@ -1,0 +1,26 @@
+#pragma once
+
+// Internal to libDataModel (not installed with the public headers).
+
+#include "platform/transaction/transaction.h"
+
+namespace voDMD::detail {
+
+// Runs an edit inside the open transaction, or in one of its own named `name` when none is open.
+class EditScope {
+public:
+  EditScope(voTXN::Manager& manager, const char* name) : manager_(manager), opened_(!manager.isOpen()) {
+    if (opened_) manager_.begin(name);
+  }
+  EditScope(const EditScope&) = delete;
+  EditScope& operator=(const EditScope&) = delete;
+  ~EditScope() {
+    if (opened_) manager_.commit();
+  }
+
+private:
+  voTXN::Manager& manager_;
+  bool opened_;
+};
+
+} // namespace voDMD::detail

@@ -1,0 +1,303 @@
+#include "platform/datamodel/print.h"
+
+#include "platform/datamodel/actions.h"
+#include "platform/datamodel/editscope.h"
+#include "platform/geometry/algorithms.h"
+
+namespace voDMD {
+
+using detail::EditScope;
+
+// --- KLTMesh ---------------------------------------------------------------------------------
+
+KLTMesh::KLTMesh(voDMD::Object* owner, ru::Reference<ruGeom::CompactMesh> mesh) : Attribute(owner), mesh_(std::move(mesh)) {}
+
+void KLTMesh::setMesh(const ru::Reference<ruGeom::CompactMesh>& mesh) {
+  EditScope scope(*txnManager(), "Replace mesh");
+  txnWillWrite();
+  mesh_ = mesh;
+  thickness.clear();
+  thicknessValid_ = false;
+  repaired_ = false;
+  health_ = -1;
+  modified();
+}
+
+void KLTMesh::setVisible(bool visible) {
+  if (visible == visible_) return;
+  EditScope scope(*txnManager(), visible ? "Show" : "Hide");
+  txnWillWrite();
+  visible_ = visible;
+  modified();
+}
+
+bool KLTMesh::analyseThickness() {
+  if (!mesh_) return false;
+  std::vector<float> measured = voDMA::computeThickness(*mesh_);
+  EditScope scope(*txnManager(), "Analyse thickness");
+  txnWillWrite();
+  thickness = std::move(measured);
+  thicknessValid_ = true;
+  modified();
+  return true;
+}
+
+bool KLTMesh::needsRepair() const {
+  if (repaired_) return true;
+  if (health_ < 0) health_ = (mesh_ && !voDMA::analyseMeshHealth(*mesh_).healthy()) ? 1 : 0;
+  return health_ == 1;
+}
+
+bool KLTMesh::repair() {
+  if (!mesh_ || repaired_ || !needsRepair()) return false;
+  const ruGeom::CompactMesh& source = *mesh_;
+  std::vector<float> positions(3 * static_cast<std::size_t>(source.getNumVertices()));
+  for (int i = 0; i < source.getNumVertices(); ++i) {
+    const ruGeom::MeshVertex& v = source.getVertices()[i];
+    positions[3 * i] = v.x;
+    positions[3 * i + 1] = v.y;
+    positions[3 * i + 2] = v.z;
+  }
+  std::vector<std::uint32_t> triangles(source.getTriangles(), source.getTriangles() + 3 * source.getNumTriangles());
+  const Tolerances& tolerances = owner()->document()->getToleranceTable();
+  voDMA::repairMesh(positions, triangles, static_cast<std::size_t>(std::max(0, tolerances.maxHoleEdges)));
+
+  ru::Reference<ruGeom::CompactMesh> repaired(new ruGeom::CompactMesh());
+  repaired->setNumVertices(static_cast<int>(positions.size() / 3));
+  ruGeom::MeshVertex* v = repaired->editVertices();
+  for (std::size_t i = 0; i < positions.size() / 3; ++i) {
+    v[i] = ruGeom::MeshVertex(positions[3 * i], positions[3 * i + 1], positions[3 * i + 2]);
+  }
+  repaired->setNumTriangles(static_cast<int>(triangles.size() / 3));
+  std::copy(triangles.begin(), triangles.end(), repaired->editTriangles());
+  ruGeom::meshComputeNormals(*repaired);
+
+  EditScope scope(*txnManager(), "Repair");
+  txnWillWrite();
+  mesh_ = repaired;
+  thickness.clear();
+  thicknessValid_ = false;
+  repaired_ = true;
+  health_ = -1;
+  modified();
+  return true;
+}
+
+ru::Reference<KLTSelection> KLTMesh::asSelection(const SubObject& subObject) const {
+  if (subObject.owner() != owner() || subObject.kind() != SubObject::Selection) return nullptr;
+  return ru::Reference<KLTSelection>(dynamic_cast<KLTSelection*>(subObject.payload()));
+}
+
+SubObject KLTMesh::selectionAsSubObject(const ru::Reference<KLTSelection>& selection) const {
+  if (!selection) return SubObject();
+  return SubObject(owner(), SubObject::Selection, ru::Reference<ru::ReferenceCount>(selection.get()));
+}
+
+void KLTMesh::onTransact(voTXN::Serializer& serializer) {
+  serializer.beginScope(this, 0);
+  Attribute::onTransact(serializer);
+  serializer.field(mesh_);
+  serializer.field(visible_);
+  serializer.field(thickness);
+  serializer.field(thicknessValid_);
+  serializer.field(repaired_);
+  serializer.endScope();
+}
+
+void KLTMesh::onTxnRestored() {
+  health_ = -1;
+  Attribute::onTxnRestored();
+}
+
+void KLTMesh::onSiblingModified(Attribute* sibling) {
+  // A move changes the placement in the printer; it must be current when the move is announced.
+  if (dynamic_cast<Transform*>(sibling)) owner()->document()->decoration().updateMesh(this, false);
+}
+
+// --- KLTMeshBBox -----------------------------------------------------------------------------
+
+void KLTMeshBBox::collectMeshes(ru::vector<const ruGeom::CompactMesh*>& meshes) const {
+  if (const KLTMesh* mesh = owner()->findAttribute<KLTMesh>(); mesh && mesh->getMesh()) {
+    meshes.push_back(mesh->getMesh().get());
+  }
+}
+
+// --- KLTPrinter ------------------------------------------------------------------------------
+
+KLTPrinter::KLTPrinter(voDMD::Object* owner, const ruLinear::Range3d& useable, const ruLinear::Range3d& total)
+    : Attribute(owner), useable_(useable), total_(total) {}
+
+void KLTPrinter::setVolumes(const ruLinear::Range3d& useable, const ruLinear::Range3d& total) {
+  if (useable == useable_ && total == total_) return;
+  EditScope scope(*txnManager(), "Printer volume");
+  txnWillWrite();
+  useable_ = useable;
+  total_ = total;
+  modified();
+}
+
+void KLTPrinter::setConnected(bool connected) {
+  if (connected == connected_) return;
+  EditScope scope(*txnManager(), connected ? "Connect printer" : "Disconnect printer");
+  txnWillWrite();
+  connected_ = connected;
+  modified();
+}
+
+void KLTPrinter::setMinimumThickness(double thickness) {
+  if (thickness == minimumThickness) return;
+  EditScope scope(*txnManager(), "Minimum thickness");
+  txnWillWrite();
+  minimumThickness = thickness;
+  modified();
+}
+
+bool KLTPrinter::outOfBounds() const {
+  const KLTDecoration& decoration = owner()->document()->decoration();
+  return decoration.getPrinter() == this && decoration.outOfBoundsFaces() != 0;
+}
+
+void KLTPrinter::onTransact(voTXN::Serializer& serializer) {
+  serializer.beginScope(this, 0);
+  Attribute::onTransact(serializer);
+  serializer.field(useable_);
+  serializer.field(total_);
+  serializer.field(connected_);
+  serializer.field(minimumThickness);
+  serializer.endScope();
+}
+
+void KLTPrinter::onTxnRestored() { Attribute::onTxnRestored(); }
+
+// --- KLTDecoration ---------------------------------------------------------------------------
+
+KLTDecoration* KLTDecoration::get() {
+  Document* document = Document::current();
+  return document ? &document->decoration() : nullptr;
+}
+
+KLTPrinter* KLTDecoration::getPrinter() const {
+  if (printerValid_) return printer_;
+  printer_ = nullptr;
+  for (ObjectIterator it(document_.root()); (it.next(), it.valid());) {
+    if (KLTPrinter* printer = it.getObject()->findAttribute<KLTPrinter>()) {
+      printer_ = printer;
+      break;
+    }
+  }
+  printerValid_ = true;
+  return printer_;
+}
+
+unsigned KLTDecoration::facesPassed(const KLTMesh* mesh) const {
+  const KLTPrinter* printer = getPrinter();
+  const KLTMeshBBox* box = mesh->owner()->findAttribute<KLTMeshBBox>();
+  if (!printer || !box) return 0;
+  const ruLinear::Range3d world = box->getWorldSpace();
+  const ruLinear::Range3d& volume = printer->useableVolume();
+  if (!world.isValid() || !volume.isValid()) return 0;
+  const double tolerance = document_.getToleranceTable().outOfBounds;
+  unsigned faces = 0;
+  for (int axis = 0; axis < 3; ++axis) {
+    if (world.getMin(axis) < volume.getMin(axis) - tolerance) faces |= 1u << (2 * axis);
+    if (world.getMax(axis) > volume.getMax(axis) + tolerance) faces |= 1u << (2 * axis + 1);
+  }
+  return faces;
+}
+
+void KLTDecoration::updateMesh(KLTMesh* mesh, bool notify) {
+  const unsigned faces = facesPassed(mesh);
+  if (faces != mesh->outOfBoundsFaces_) {
+    mesh->outOfBoundsFaces_ = faces;
+    mesh->outOfBoundsChanged_ = true;
+  }
+  // What the mesh adds to the printer's state: its faces while it is visible and in the tree.
+  const unsigned contribution = (mesh->visible() && mesh->owner()->isInDocument()) ? faces : 0;
+  const unsigned previous = mesh->contributionGeneration_ == generation_ ? mesh->contribution_ : 0;
+  if (contribution != previous) {
+    for (int bit = 0; bit < 6; ++bit) {
+      if (previous & (1u << bit)) --counts_[bit];
+      if (contribution & (1u << bit)) ++counts_[bit];
+    }
+  }
+  mesh->contribution_ = contribution;
+  mesh->contributionGeneration_ = generation_;
+  if (notify && mesh->outOfBoundsChanged_) {
+    mesh->outOfBoundsChanged_ = false;
+    mesh->modified();
+  }
+}
+
+void KLTDecoration::objectChanged(Object* object) {
+  if (updating_) return;
+  updating_ = true;
+  if (object->findAttribute<KLTPrinter>() || !object->isInDocument()) printerValid_ = false;
+  if (object->findAttribute<KLTPrinter>()) {
+    updating_ = false;
+    recomputeAll();
+    return;
+  }
+  for (ObjectIterator it(object); it.valid(); it.next()) {
+    if (KLTMesh* mesh = it.getObject()->findAttribute<KLTMesh>()) updateMesh(mesh, true);
+    if (it.getObject()->findAttribute<KLTPrinter>()) printerValid_ = false;
+  }
+  updating_ = false;
+  updatePrinter();
+}
+
+void KLTDecoration::recomputeAll() {
+  if (updating_) return;
+  updating_ = true;
+  printerValid_ = false;
+  ++generation_;
+  counts_.fill(0);
+  for (ObjectIterator it(document_.root()); (it.next(), it.valid());) {
+    if (KLTMesh* mesh = it.getObject()->findAttribute<KLTMesh>()) updateMesh(mesh, true);
+  }
+  updating_ = false;
+  updatePrinter();
+}
+
+void KLTDecoration::updatePrinter() {
+  unsigned faces = 0;
+  for (int bit = 0; bit < 6; ++bit) {
+    if (counts_[bit] > 0) faces |= 1u << bit;
+  }
+  if (faces == faces_) return;
+  faces_ = faces;
+  // The printer draws its out-of-bounds sides: it hears of every change of them.
+  if (KLTPrinter* printer = getPrinter()) {
+    updating_ = true;
+    printer->modified();
+    updating_ = false;
+  }
+}
+
+// --- Building objects ------------------------------------------------------------------------
+
+ru::Reference<Object> createMeshObject(Document& document, ru::Reference<ruGeom::CompactMesh> mesh,
+                                       const ruLinear::AffineMatrix& objToWorld) {
+  ru::Reference<Object> object = Object::create(document, MeshClass::get());
+  object->addAttribute<Mesh>(std::move(mesh));
+  object->addAttribute<Transform>(objToWorld);
+  object->addAttribute<BoundingBox>();
+  return object;
+}
+
+ru::Reference<Object> createKLTMeshObject(Document& document, ru::Reference<ruGeom::CompactMesh> mesh,
+                                          const ruLinear::AffineMatrix& objToWorld) {
+  ru::Reference<Object> object = Object::create(document, KLTMeshClass::get());
+  object->addAttribute<KLTMesh>(std::move(mesh));
+  object->addAttribute<Transform>(objToWorld);
+  object->addAttribute<KLTMeshBBox>();
+  return object;
+}
+
+ru::Reference<Object> createPrinterObject(Document& document, const ruLinear::Range3d& useableVolume,
+                                          const ruLinear::Range3d& totalVolume) {
+  ru::Reference<Object> object = Object::create(document, KLTPrinterClass::get());
+  object->addAttribute<KLTPrinter>(useableVolume, totalVolume);
+  return object;
+}
+
+} // namespace voDMD

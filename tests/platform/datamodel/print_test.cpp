@@ -1,0 +1,364 @@
+#include "platform/datamodel/print.h"
+
+#include "platform/datamodel/actions.h"
+#include "platform/support/callinfo.h"
+
+#include "meshes.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <string>
+#include <vector>
+
+using namespace voDMD;
+using ruLinear::AffineMatrix;
+using ruLinear::Normal;
+using ruLinear::Point;
+using ruLinear::Range3d;
+using ruLinear::Vector;
+
+namespace {
+
+// A document with a printer of useable volume [-100, 100] x [-100, 100] x [0, 200], entered in a
+// call info as the current document.
+struct PrintFixture {
+  voDMA::TxnManager txn;
+  Document document{*txn.get()};
+  voSupport::CallInfo info;
+  voSupport::CallScope scope{info};
+  ru::Reference<Object> printerObject;
+  KLTPrinter* printer = nullptr;
+
+  PrintFixture() {
+    info.set(&document);
+    printerObject = createPrinterObject(document, Range3d(Point(-100, -100, 0), Point(100, 100, 200)),
+                                        Range3d(Point(-120, -120, -10), Point(120, 120, 220)));
+    document.insert(printerObject);
+    printer = printerObject->findAttribute<KLTPrinter>();
+  }
+  voTXN::Manager& manager() { return *txn.get(); }
+
+  // A 10 mm cube with its corner at `at`.
+  ru::Reference<Object> addCube(const Point& at) {
+    ru::Reference<Object> o = createKLTMeshObject(document, testmesh::toMesh(testmesh::box({0, 0, 0}, {10, 10, 10})),
+                                                  AffineMatrix::translation(at.asVector()));
+    document.insert(o);
+    return o;
+  }
+};
+
+// Counts an object's modifications with a given attribute.
+struct ModificationCounter {
+  ruRTB::SignalClient client;
+  int count = 0;
+  ModificationCounter(Object* object, Attribute* attribute) {
+    object->sigModified.addCallback([this, attribute](const Modification& m) { count += m.getAttribute() == attribute; },
+                                    client);
+  }
+};
+
+} // namespace
+
+TEST(Print, DecorationFindsThePrinterOfTheCurrentDocument) {
+  PrintFixture f;
+  ASSERT_NE(KLTDecoration::get(), nullptr);
+  EXPECT_EQ(KLTDecoration::get()->getPrinter(), f.printer);
+  EXPECT_EQ(f.printerObject->getClass(), KLTPrinterClass::get());
+  EXPECT_FALSE(f.printer->outOfBounds());
+  EXPECT_TRUE(voDMA::kltGetOutOfBedPlanes().empty());
+}
+
+TEST(Print, MovingAMeshOutOfTheBedMarksTheMeshAndThePrinterAndGivesThePlane) {
+  PrintFixture f;
+  ru::Reference<Object> cube = f.addCube(Point(0, 0, 0));
+  KLTMesh* mesh = cube->findAttribute<KLTMesh>();
+  Transform* transform = cube->findAttribute<Transform>();
+  EXPECT_FALSE(mesh->isOutOfBounds());
+  ModificationCounter printerHeard(f.printerObject.get(), f.printer);
+  bool currentWhenMoved = false;
+  ruRTB::SignalClient client;
+  cube->sigModified.addCallback(
+      [&](const Modification& m) {
+        if (m.getAttribute() == transform) currentWhenMoved = mesh->isOutOfBounds();
+      },
+      client);
+  ModificationCounter meshHeard(cube.get(), mesh);
+
+  transform->setObjToWorld(AffineMatrix::translation(Vector(95, 0, 0)));
+  EXPECT_TRUE(currentWhenMoved);
+  EXPECT_TRUE(mesh->isOutOfBounds());
+  EXPECT_EQ(meshHeard.count, 1);
+  EXPECT_EQ(printerHeard.count, 1);
+  EXPECT_TRUE(f.printer->outOfBounds());
+  const std::vector<ruLinear::ParamPlane> planes = voDMA::kltGetOutOfBedPlanes();
+  ASSERT_EQ(planes.size(), 1u);
+  EXPECT_TRUE(planes[0].getNormal() == Normal::x);
+  EXPECT_EQ(planes[0].getOrigin().x, 100.0);
+
+  // Moving further out on the same side changes nothing for the printer.
+  transform->setObjToWorld(AffineMatrix::translation(Vector(96, 0, 0)));
+  EXPECT_EQ(printerHeard.count, 1);
+
+  f.manager().undo();
+  f.manager().undo();
+  EXPECT_FALSE(mesh->isOutOfBounds());
+  EXPECT_FALSE(f.printer->outOfBounds());
+  EXPECT_EQ(printerHeard.count, 2);
+  f.manager().redo();
+  EXPECT_TRUE(f.printer->outOfBounds());
+  EXPECT_EQ(printerHeard.count, 3);
+}
+
+struct FaceCase {
+  const char* name;
+  Point corner;
+  Normal normal;
+  double originCoordinate;  // on the face's axis
+  int axis;
+};
+
+class PrintFaces : public ::testing::TestWithParam<FaceCase> {};
+
+TEST_P(PrintFaces, EachOversteppedFaceGivesItsPlane) {
+  const FaceCase& c = GetParam();
+  PrintFixture f;
+  f.addCube(c.corner);
+  const std::vector<ruLinear::ParamPlane> planes = voDMA::kltGetOutOfBedPlanes();
+  ASSERT_EQ(planes.size(), 1u);
+  EXPECT_TRUE(planes[0].getNormal() == c.normal);
+  EXPECT_EQ(planes[0].getOrigin()[c.axis], c.originCoordinate);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Print, PrintFaces,
+    ::testing::Values(FaceCase{"MinusX", Point(-105, 0, 10), -Normal::x, -100, 0},
+                      FaceCase{"PlusX", Point(95, 0, 10), Normal::x, 100, 0},
+                      FaceCase{"MinusY", Point(0, -105, 10), -Normal::y, -100, 1},
+                      FaceCase{"PlusY", Point(0, 95, 10), Normal::y, 100, 1},
+                      FaceCase{"BottomFacesUpAtTheBed", Point(0, 0, -5), Normal::z, 0, 2},
+                      FaceCase{"TopFacesUpAtTheCeiling", Point(0, 0, 195), Normal::z, 200, 2}),
+    [](const ::testing::TestParamInfo<FaceCase>& info) { return std::string(info.param.name); });
+
+TEST(Print, PlanesComeInFaceOrderEachOnce) {
+  PrintFixture f;
+  f.addCube(Point(95, 95, 195));
+  f.addCube(Point(-105, 96, -5));
+  const std::vector<ruLinear::ParamPlane> planes = voDMA::kltGetOutOfBedPlanes();
+  ASSERT_EQ(planes.size(), 5u);
+  EXPECT_TRUE(planes[0].getNormal() == -Normal::x);
+  EXPECT_TRUE(planes[1].getNormal() == Normal::x);
+  EXPECT_TRUE(planes[2].getNormal() == Normal::y);
+  // Bottom, then top: told apart by height, within 0.01 of the bed for the bottom.
+  EXPECT_TRUE(planes[3].getNormal() == Normal::z);
+  EXPECT_LT(std::fabs(planes[3].getOrigin().z - 0.0), 0.01);
+  EXPECT_TRUE(planes[4].getNormal() == Normal::z);
+  EXPECT_EQ(planes[4].getOrigin().z, 200.0);
+}
+
+TEST(Print, AMeshTouchingTheVolumeIsInside) {
+  PrintFixture f;
+  ru::Reference<Object> cube = f.addCube(Point(90, 90, 0));  // reaches exactly 100 and the bed
+  EXPECT_FALSE(cube->findAttribute<KLTMesh>()->isOutOfBounds());
+  EXPECT_FALSE(f.printer->outOfBounds());
+}
+
+TEST(Print, HiddenAndRemovedMeshesDoNotPutThePrinterOutOfBounds) {
+  PrintFixture f;
+  ru::Reference<Object> cube = f.addCube(Point(95, 0, 0));
+  KLTMesh* mesh = cube->findAttribute<KLTMesh>();
+  EXPECT_TRUE(f.printer->outOfBounds());
+  mesh->setVisible(false);
+  EXPECT_TRUE(mesh->isOutOfBounds());
+  EXPECT_FALSE(f.printer->outOfBounds());
+  mesh->setVisible(true);
+  EXPECT_TRUE(f.printer->outOfBounds());
+  f.document.remove(cube.get());
+  EXPECT_FALSE(f.printer->outOfBounds());
+  f.manager().undo();
+  EXPECT_TRUE(f.printer->outOfBounds());
+}
+
+TEST(Print, ChangingThePrinterVolumeReassessesEveryMesh) {
+  PrintFixture f;
+  ru::Reference<Object> cube = f.addCube(Point(95, 0, 0));
+  ModificationCounter printerHeard(f.printerObject.get(), f.printer);
+  f.printer->setVolumes(Range3d(Point(-200, -200, 0), Point(200, 200, 200)), f.printer->totalVolume());
+  EXPECT_FALSE(cube->findAttribute<KLTMesh>()->isOutOfBounds());
+  EXPECT_FALSE(f.printer->outOfBounds());
+  EXPECT_GE(printerHeard.count, 1);
+  f.manager().undo();
+  EXPECT_TRUE(f.printer->outOfBounds());
+  EXPECT_EQ(f.printer->useableVolume().getMax().x, 100.0);
+}
+
+TEST(Print, PrinterConnectionAndMinimumThicknessAreUndoable) {
+  PrintFixture f;
+  f.printer->setConnected(true);
+  f.printer->setMinimumThickness(2.0);
+  EXPECT_TRUE(f.printer->connected());
+  f.manager().undo();
+  EXPECT_EQ(f.printer->minimumThickness, 0.8);
+  f.manager().undo();
+  EXPECT_FALSE(f.printer->connected());
+}
+
+TEST(Print, FindKLTMeshesListsPrintMeshesInDocumentOrder) {
+  PrintFixture f;
+  ru::Reference<Object> a = f.addCube(Point(0, 0, 0));
+  ru::Reference<Object> b = f.addCube(Point(20, 0, 0));
+  f.document.insert(createMeshObject(f.document, testmesh::toMesh(testmesh::box())));
+  const ru::vector<KLTMesh*> meshes = voDMA::findKLTMeshes();
+  ASSERT_EQ(meshes.size(), 2u);
+  EXPECT_EQ(meshes[0], a->findAttribute<KLTMesh>());
+  EXPECT_EQ(meshes[1], b->findAttribute<KLTMesh>());
+}
+
+TEST(Print, HollowBoxWallsMeasureTheirThickness) {
+  PrintFixture f;
+  const testmesh::Soup soup = testmesh::hollowBox(10.0f, 1.0f, 10);
+  ru::Reference<Object> o = createKLTMeshObject(f.document, testmesh::toMesh(soup));
+  f.document.insert(o);
+  KLTMesh* mesh = o->findAttribute<KLTMesh>();
+  EXPECT_TRUE(mesh->needsAnalyseThickness());
+  ModificationCounter heard(o.get(), mesh);
+  ASSERT_TRUE(mesh->analyseThickness());
+  EXPECT_EQ(heard.count, 1);
+  EXPECT_FALSE(mesh->needsAnalyseThickness());
+  ASSERT_EQ(mesh->thickness.size(), 3 * soup.numTriangles());
+  // Corners away from the box's edges see the wall across: 1 mm. None is thinner.
+  std::size_t interior = 0;
+  for (std::size_t t = 0; t < soup.numTriangles(); ++t) {
+    for (int k = 0; k < 3; ++k) {
+      EXPECT_GT(mesh->thickness[3 * t + k], 0.98f);
+    }
+  }
+  for (std::size_t t = 0; t < soup.numTriangles(); ++t) {
+    for (int k = 0; k < 3; ++k) {
+      const float* p = &soup.positions[3 * soup.triangles[3 * t + k]];
+      int central = 0;
+      for (int a = 0; a < 3; ++a) central += p[a] >= 2.0f && p[a] <= 8.0f;
+      if (central == 2) {
+        EXPECT_NEAR(mesh->thickness[3 * t + k], 1.0f, 1e-3f);
+        ++interior;
+      }
+    }
+  }
+  EXPECT_GT(interior, 100u);
+  f.printer->minimumThickness = 0.8;
+  EXPECT_TRUE(voDMA::isPartThick(mesh));
+  f.printer->minimumThickness = 1.5;
+  EXPECT_FALSE(voDMA::isPartThick(mesh));
+}
+
+TEST(Print, SolidBlockIsThickEverywhere) {
+  PrintFixture f;
+  ru::Reference<Object> o = f.addCube(Point(0, 0, 0));
+  KLTMesh* mesh = o->findAttribute<KLTMesh>();
+  EXPECT_TRUE(voDMA::isPartThick(mesh));  // nothing measured yet
+  mesh->analyseThickness();
+  for (float value : mesh->thickness) EXPECT_NEAR(value, 10.0f, 1e-3f);
+  f.printer->minimumThickness = 9.0;
+  EXPECT_TRUE(voDMA::isPartThick(mesh));
+}
+
+TEST(Print, ThicknessLimitIsConvertedIntoTheObjectsCoordinates) {
+  PrintFixture f;
+  ru::Reference<Object> o = f.addCube(Point(0, 0, 0));
+  KLTMesh* mesh = o->findAttribute<KLTMesh>();
+  mesh->analyseThickness();
+  // Scaled twice: the 10 mm block is 20 mm in the world; a 15 mm limit is 7.5 in the mesh.
+  o->findAttribute<Transform>()->setObjToWorld(AffineMatrix::scaling(2.0));
+  f.printer->minimumThickness = 15.0;
+  EXPECT_TRUE(voDMA::isPartThick(mesh));
+  f.printer->minimumThickness = 25.0;
+  EXPECT_FALSE(voDMA::isPartThick(mesh));
+}
+
+TEST(Print, ThicknessAnalysisIsUndoneAndRedoneAndDroppedWithANewMesh) {
+  PrintFixture f;
+  ru::Reference<Object> o = f.addCube(Point(0, 0, 0));
+  KLTMesh* mesh = o->findAttribute<KLTMesh>();
+  mesh->analyseThickness();
+  f.manager().undo();
+  EXPECT_TRUE(mesh->needsAnalyseThickness());
+  EXPECT_TRUE(mesh->thickness.empty());
+  f.manager().redo();
+  EXPECT_FALSE(mesh->needsAnalyseThickness());
+  EXPECT_EQ(mesh->thickness.size(), 36u);
+  mesh->setMesh(testmesh::toMesh(testmesh::box({0, 0, 0}, {5, 5, 5})));
+  EXPECT_TRUE(mesh->needsAnalyseThickness());
+}
+
+TEST(Print, UnanalysedMeshWithoutGeometryCannotBeAnalysed) {
+  PrintFixture f;
+  ru::Reference<Object> o = createKLTMeshObject(f.document, nullptr);
+  f.document.insert(o);
+  EXPECT_FALSE(o->findAttribute<KLTMesh>()->analyseThickness());
+  EXPECT_FALSE(o->findAttribute<KLTMesh>()->needsRepair());
+  EXPECT_FALSE(o->findAttribute<KLTMesh>()->repair());
+}
+
+namespace {
+
+struct HealthCase {
+  const char* name;
+  testmesh::Soup (*make)();
+  bool healthy;
+};
+
+testmesh::Soup closedCube() { return testmesh::box({0, 0, 0}, {10, 10, 10}); }
+testmesh::Soup cubeMissingAFace() {
+  testmesh::Soup soup;
+  testmesh::addBox(soup, {0, 0, 0}, {10, 10, 10}, false, 1, 1u << 2);
+  return soup;
+}
+testmesh::Soup cubesSharingAnEdge() {
+  testmesh::Soup soup;
+  testmesh::addBox(soup, {0, 0, 0}, {10, 10, 10});
+  testmesh::addBox(soup, {10, 10, 0}, {20, 20, 10});
+  return soup;
+}
+testmesh::Soup cubeWithFlippedTriangles() {
+  testmesh::Soup soup = testmesh::box({0, 0, 0}, {10, 10, 10}, 2);
+  std::swap(soup.triangles[1], soup.triangles[2]);
+  std::swap(soup.triangles[31], soup.triangles[32]);
+  return soup;
+}
+
+} // namespace
+
+class PrintHealth : public ::testing::TestWithParam<HealthCase> {};
+
+TEST_P(PrintHealth, RepairMakesTheMeshHealthyAndSaysItWasRepaired) {
+  const HealthCase& c = GetParam();
+  PrintFixture f;
+  ru::Reference<Object> o = createKLTMeshObject(f.document, testmesh::toMesh(c.make()));
+  f.document.insert(o);
+  KLTMesh* mesh = o->findAttribute<KLTMesh>();
+  EXPECT_EQ(mesh->needsRepair(), !c.healthy);
+  EXPECT_FALSE(mesh->isRepaired());
+  const ru::Reference<ruGeom::CompactMesh> before = mesh->getMesh();
+  EXPECT_EQ(mesh->repair(), !c.healthy);
+  if (c.healthy) {
+    EXPECT_EQ(mesh->getMesh().get(), before.get());
+    return;
+  }
+  EXPECT_TRUE(mesh->isRepaired());
+  EXPECT_TRUE(mesh->needsRepair());  // with isRepaired: the "repaired" state
+  EXPECT_TRUE(voDMA::analyseMeshHealth(*mesh->getMesh()).healthy());
+  EXPECT_TRUE(mesh->getMesh()->hasNormals());
+  f.manager().undo();
+  EXPECT_EQ(mesh->getMesh().get(), before.get());
+  EXPECT_FALSE(mesh->isRepaired());
+  EXPECT_TRUE(mesh->needsRepair());
+  f.manager().redo();
+  EXPECT_TRUE(mesh->isRepaired());
+}
+
+INSTANTIATE_TEST_SUITE_P(Print, PrintHealth,
+                         ::testing::Values(HealthCase{"ClosedCube", closedCube, true},
+                                           HealthCase{"CubeMissingAFace", cubeMissingAFace, false},
+                                           HealthCase{"CubesSharingAnEdge", cubesSharingAnEdge, false},
+                                           HealthCase{"CubeWithFlippedTriangles", cubeWithFlippedTriangles, false}),
+                         [](const ::testing::TestParamInfo<HealthCase>& info) { return std::string(info.param.name); });
