@@ -10,6 +10,9 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <map>
+#include <random>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -392,4 +395,99 @@ TEST(Document, TxnManagerEntryGivesTheManagerObjectsUse) {
   ru::Reference<Object> o = Object::create(document, nullptr);
   EXPECT_EQ(o->txnManager(), txn.get());
   EXPECT_EQ(o->getClass(), GroupClass::get());
+}
+
+namespace {
+
+// A snapshot of everything an undo must restore: the tree, names, placements and visibility.
+std::string snapshot(const Document& document) {
+  std::string out;
+  for (ObjectIterator it(document.root()); (it.next(), it.valid());) {
+    Object* o = it.getObject();
+    out += std::string(o->name().c_str()) + "<" + (o->parent() ? o->parent()->name().c_str() : "?") + ">";
+    if (const Transform* t = o->findAttribute<Transform>()) out += std::to_string(t->getObjToWorld()(3, 0));
+    if (const Mesh* m = o->findAttribute<Mesh>()) out += m->visible() ? "v" : "h";
+    out += ";";
+  }
+  return out;
+}
+
+} // namespace
+
+TEST(Document, RandomEditsUndoAndRedoRestoreEveryStateAndKeepTheSignalsBalanced) {
+  Fixture f;
+  std::mt19937 rng(20261123);
+  // Objects announced as in the tree, by the signals alone.
+  std::map<Object*, int> inTree;
+  ruRTB::SignalClient client;
+  f.document.sigObjectAdded.addCallback(
+      [&](Object* o) {
+        for (ObjectIterator it(o); it.valid(); it.next()) ++inTree[it.getObject()];
+      },
+      client);
+  f.document.sigObjectRemoved.addCallback(
+      [&](Object* o) {
+        for (ObjectIterator it(o); it.valid(); it.next()) --inTree[it.getObject()];
+      },
+      client);
+  std::vector<ru::Reference<Object>> pool;
+  std::vector<std::string> history{snapshot(f.document)};  // state after each undoable step
+  std::size_t position = 0;
+  int made = 0;
+  auto inDocument = [&] {
+    std::vector<Object*> objects;
+    for (ObjectIterator it(f.document.root()); (it.next(), it.valid());) objects.push_back(it.getObject());
+    return objects;
+  };
+  for (int step = 0; step < 600; ++step) {
+    const int action = static_cast<int>(rng() % 7);
+    const std::vector<Object*> objects = inDocument();
+    const std::size_t depthBefore = f.manager().undoDepth();
+    bool edited = false;
+    if (action == 0 || objects.empty()) {
+      ru::Reference<Object> o = createMeshObject(f.document, unitCube());
+      f.manager().begin("Add");
+      o->setName(("o" + std::to_string(made++)).c_str());
+      Object* parent = objects.empty() || rng() % 2 ? nullptr : objects[rng() % objects.size()];
+      f.document.insert(o, parent);
+      f.manager().commit();
+      pool.push_back(o);
+      edited = true;
+    } else if (action == 1) {
+      f.document.remove(objects[rng() % objects.size()]);
+      edited = true;
+    } else if (action == 2) {
+      Object* o = objects[rng() % objects.size()];
+      o->findAttribute<Transform>()->setObjToWorld(
+          ruLinear::AffineMatrix::translation(ruLinear::Vector(double(rng() % 100), 0, 0)));
+      edited = true;
+    } else if (action == 3) {
+      Object* o = objects[rng() % objects.size()];
+      o->findAttribute<Mesh>()->setVisible(!o->findAttribute<Mesh>()->visible());
+      edited = true;
+    } else if (action == 4 || action == 5) {
+      if (f.manager().canUndo() && position > 0) {
+        f.manager().undo();
+        --position;
+        EXPECT_EQ(snapshot(f.document), history[position]) << "undo at step " << step;
+      }
+    } else if (f.manager().canRedo() && position + 1 < history.size()) {
+      f.manager().redo();
+      ++position;
+      EXPECT_EQ(snapshot(f.document), history[position]) << "redo at step " << step;
+    }
+    // An edit that changed nothing (a move to the same place) records no transaction.
+    if (edited && f.manager().undoDepth() == depthBefore + 1) {
+      history.resize(position + 1);
+      history.push_back(snapshot(f.document));
+      ++position;
+    }
+    // The signals agree with the tree: every object in it announced once, every other not at all.
+    std::set<Object*> now;
+    for (Object* o : inDocument()) now.insert(o);
+    for (const auto& [object, count] : inTree) {
+      ASSERT_EQ(count, now.count(object) ? 1 : 0) << "step " << step;
+    }
+    for (Object* o : now) ASSERT_EQ(inTree[o], 1) << "step " << step;
+  }
 }
