@@ -124,6 +124,8 @@ public:
 
   State getState() const noexcept { return state_; }
   InteractionType getInteraction() const noexcept { return interaction_; }
+  // The winning gesture of the running interaction, or null.
+  const ru::Reference<Gesture>& getGesture() const noexcept { return gesture_; }
   const ru::set<KeyCode>& activeKeys() const noexcept { return keys_; }
   int buttonMask() const noexcept { return buttonMask_; }
   // The tick timer, or null when none runs (not owned by the caller).
