@@ -262,6 +262,8 @@ DispatcherImpl& implOf(ru::ImplBase* impl) { return *static_cast<DispatcherImpl*
 Dispatcher::Dispatcher() : impl_(new DispatcherImpl(*this)) {}
 
 Dispatcher::~Dispatcher() {
+  // Clients outliving their dispatcher must not reach back into it.
+  for (Client* client : implOf(impl_).clients) client->dispatcher_ = nullptr;
   if (ownsImpl_) delete impl_;
 }
 
@@ -306,6 +308,7 @@ Client::Client(Dispatcher& dispatcher, bool multiTouchEnabled, bool atFront)
 }
 
 Client::~Client() {
+  if (!dispatcher_) return;
   dispatcher_->removeClient(this);
   // A dying client must not stay the focus: later batches would reach a dead object.
   if (dispatcher_->focus() == this) dispatcher_->unlockFocus(true);
@@ -321,15 +324,24 @@ bool Client::wheel(const WheelEvent&) { return false; }
 
 bool Client::eavesdropping() const { return false; }
 
-void Client::lockFocus() { dispatcher_->lockFocus(this); }
+void Client::lockFocus() {
+  if (dispatcher_) dispatcher_->lockFocus(this);
+}
 
-void Client::unlockFocus(bool clearFocus) { dispatcher_->unlockFocus(clearFocus); }
+void Client::unlockFocus(bool clearFocus) {
+  if (dispatcher_) dispatcher_->unlockFocus(clearFocus);
+}
 
-void Client::pushFrontGesture(ru::Reference<Gesture> gesture) { dispatcher_->parser().pushFrontGesture(std::move(gesture)); }
+void Client::pushFrontGesture(ru::Reference<Gesture> gesture) {
+  if (dispatcher_) dispatcher_->parser().pushFrontGesture(std::move(gesture));
+}
 
-void Client::removeGesture(ru::Reference<Gesture> gesture) { dispatcher_->parser().removeGesture(std::move(gesture)); }
+void Client::removeGesture(ru::Reference<Gesture> gesture) {
+  if (dispatcher_) dispatcher_->parser().removeGesture(std::move(gesture));
+}
 
 void Client::pushFrontGestures(const ru::list<ru::Reference<Gesture>>& gestures) {
+  if (!dispatcher_) return;
   // Reversed, then each to the front: the list ends up at the head in its given order.
   ru::list<ru::Reference<Gesture>> copy(gestures);
   copy.reverse();
@@ -337,6 +349,7 @@ void Client::pushFrontGestures(const ru::list<ru::Reference<Gesture>>& gestures)
 }
 
 void Client::removeGestures(const ru::list<ru::Reference<Gesture>>& gestures) {
+  if (!dispatcher_) return;
   for (const ru::Reference<Gesture>& gesture : gestures) dispatcher_->parser().removeGesture(gesture);
 }
 

@@ -24,6 +24,7 @@ public:
   Dispatcher();
   Dispatcher(const Dispatcher& other) = delete;
   Dispatcher& operator=(const Dispatcher& other) = delete;
+  // Clients still registered are detached, not deleted.
   ~Dispatcher();
 
   // The entry point for all events. The dispatcher keeps clones only, so the caller may drop its
@@ -91,7 +92,9 @@ public:
   bool isMultiTouchEnabled() const noexcept { return multiTouchEnabled_; }
   // An eavesdropper gets every event of every interaction another client holds, as interaction().
   bool isEavesdropping() const { return eavesdropping(); }
-  Dispatcher& dispatcher() const noexcept { return *dispatcher_; }
+  // The dispatcher the client registered with, or null once that dispatcher has gone (the
+  // forwarding calls below then do nothing).
+  Dispatcher* dispatcher() const noexcept { return dispatcher_; }
 
   // Gesture lists on the dispatcher's parser. pushFrontGestures puts the list at the head of the
   // parser's list in its given order.
@@ -110,6 +113,7 @@ protected:
   void unlockFocus(bool clearFocus);
 
 private:
+  friend class Dispatcher;
   Dispatcher* dispatcher_;
   bool multiTouchEnabled_;
 };

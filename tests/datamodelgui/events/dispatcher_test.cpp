@@ -415,7 +415,7 @@ TEST_F(DispatcherTest, ClientsRegisterAtTheFrontOrBackAndPushGesturesThroughTheP
   RecordingClient front(host.dispatcher(), "front", log, false, true);
   EXPECT_EQ(host.dispatcher().clients(), (ru::list<Client*>{&front, &back}));
   EXPECT_FALSE(front.isMultiTouchEnabled());
-  EXPECT_EQ(&front.dispatcher(), &host.dispatcher());
+  EXPECT_EQ(front.dispatcher(), &host.dispatcher());
   ru::Reference<Gesture> a(new KeyClick({KeyA})), b(new KeyClick({KeyB}));
   const auto before = host.parser().gestures();
   front.pushFrontGestures({a, b});
@@ -485,4 +485,20 @@ TEST(Dispatcher, InstallGesturesMsgCarriesTheParserToTheHostsListenersAndThereIs
   ASSERT_EQ(fresh.parser().gestures().size(), 2u);
   EXPECT_EQ(fresh.parser().gestures().front()->getInteraction(), ClickMouseInteraction);
   EXPECT_EQ(fresh.parser().gestures().back()->getInteraction(), DragMouseInteraction);
+}
+
+TEST(Dispatcher, AClientOutlivingItsDispatcherIsDetachedAndItsForwardingCallsDoNothing) {
+  testhost::TestHost host;
+  std::vector<Call> log;
+  auto dispatcher = std::make_unique<Dispatcher>();
+  RecordingClient client(*dispatcher, "client", log);
+  EXPECT_EQ(client.dispatcher(), dispatcher.get());
+  dispatcher.reset();
+  EXPECT_EQ(client.dispatcher(), nullptr);
+  client.lockFocus();
+  client.pushFrontGesture(new ClickMouse);
+  client.pushFrontGestures({ru::Reference<Gesture>(new DragMouse)});
+  client.removeGestures({});
+  client.unlockFocus(true);
+  EXPECT_TRUE(log.empty());
 }

@@ -524,3 +524,20 @@ TEST(Parser, TheTimerIsMadeThroughTheTimersOfTheCallInfoWithTheDomainOfTheCall) 
   EXPECT_EQ(parser.timer()->getDomain(), &host.domain());
   EXPECT_EQ(parser.timer()->getElapsed(), 0.0);
 }
+
+TEST(Parser, AKeyReleasedWhileIgnoredWithOtherInputTrackedReturnsFalseAndTheDispatcherOffersItAsUnconsumed) {
+  testhost::TestHost host;
+  installMouseGestures(host.parser());
+  std::vector<Call> log;
+  RecordingClient tool(host.dispatcher(), "tool", log);
+  // The key fails every mouse gesture; the button pressed meanwhile is dropped.
+  host.dispatch(*keyPress(KeyA));
+  host.dispatch(*press(here, 0.0));
+  ASSERT_EQ(host.parser().getState(), Parser::InteractionIgnored);
+  EXPECT_FALSE(host.parser().add(*keyRelease(KeyB)));
+  log.clear();
+  host.dispatch(*keyRelease(KeyA));
+  EXPECT_EQ(host.parser().buttonMask(), ButtonLeft);
+  EXPECT_EQ(host.parser().getState(), Parser::InteractionIgnored);
+  EXPECT_EQ(texts(log), (std::vector<std::string>{"tool:key KeyRelease(KeyA)"}));
+}
