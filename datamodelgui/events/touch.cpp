@@ -1,5 +1,8 @@
 #include "datamodelgui/events/touch.h"
 
+#include "platform/base/linear.h"
+#include "platform/support/settings.h"
+
 #include <iterator>
 
 namespace voEV {
@@ -138,6 +141,64 @@ bool identical(const TouchEvent& a, const TouchEvent& b) {
     if (ia->first != ib->first || *ia->second != *ib->second) return false;
   }
   return true;
+}
+
+// --- TouchState ------------------------------------------------------------------------------
+
+bool TouchState::event(const Event& event) {
+  if (event.getType() != ScrenTouch) return false;
+  const auto* touchEvent = dynamic_cast<const TouchEvent*>(&event);
+  if (!touchEvent) return false;
+  // A finger joining or leaving restarts every origin.
+  if (touchEvent->isInteractionChange()) {
+    origins_.clear();
+    interactionStart_ = false;
+    interactionEnd_ = false;
+  }
+  previous_ = current_;
+  current_.clear();
+  TouchMap before;
+  before.swap(origins_);
+  for (const auto& [id, touch] : touchEvent->getTouches()) {
+    if (touch->getPhase() == TouchBegan) {
+      origins_[id] = touch->clone();
+    } else {
+      auto found = before.find(id);
+      origins_[id] = found != before.end() ? found->second : touch->clone();
+    }
+    current_[id] = touch->clone();
+  }
+  interactionStart_ = touchEvent->isInteractionStart();
+  interactionEnd_ = touchEvent->isInteractionEnd();
+  return true;
+}
+
+Point TouchState::getOrigin(const Touch& touch) const {
+  auto found = origins_.find(touch.getID());
+  return found != origins_.end() ? found->second->getPosition() : touch.getPosition();
+}
+
+double TouchState::getAge(const Touch& touch) const {
+  auto found = origins_.find(touch.getID());
+  return found != origins_.end() ? touch.getTimestamp() - found->second->getTimestamp() : 0.0;
+}
+
+double TouchState::getInterval(const Touch& touch) const {
+  auto found = previous_.find(touch.getID());
+  return found != previous_.end() ? touch.getTimestamp() - found->second->getTimestamp() : 0.0;
+}
+
+bool TouchState::hasMoved(const Touch& touch) const {
+  // Strictly beyond the threshold, like the stationary test of the mouse gestures.
+  return ruLinear::distance(getOrigin(touch).asPoint2(), touch.getPosition().asPoint2()) >
+         voSupport::getMovingGestureThreshold();
+}
+
+bool TouchState::anyMoved() const {
+  for (const auto& [id, touch] : current_) {
+    if (hasMoved(*touch)) return true;
+  }
+  return false;
 }
 
 }  // namespace voEV

@@ -140,4 +140,42 @@ DMGUI_API void convert(ru::Reference<voPLST::Item>& item, const Touch& touch);
 // wrong kind.
 DMGUI_API bool convert(ru::Reference<Touch>& touch, const voPLST::Item& item);
 
+// The replay machine of the touch gestures: fed a queue of events in order, it remembers where each
+// finger began and the snapshot before, and tells whether a finger moved and how many are down. A
+// plain value; a gesture builds one afresh at each evaluation.
+class DMGUI_API TouchState {
+public:
+  TouchState() = default;
+
+  // Feeds one event; false (and nothing changed) for an event that is not a touch event. A finger
+  // added or lifted in mid-interaction restarts the origins of all fingers; fingers absent from the
+  // event lose theirs.
+  bool event(const Event& event);
+
+  // Fingers in the last event.
+  int fingers() const noexcept { return static_cast<int>(current_.size()); }
+  const TouchMap& getTouches() const noexcept { return current_; }
+  bool isInteractionStart() const noexcept { return interactionStart_; }
+  bool isInteractionEnd() const noexcept { return interactionEnd_; }
+
+  // Where the finger with the touch's id began. The callers ask only for fingers fed; an unknown id
+  // answers the touch's own position.
+  Point getOrigin(const Touch& touch) const;
+  // Seconds since the finger's origin (0 for an unknown id).
+  double getAge(const Touch& touch) const;
+  // Seconds since the finger's entry in the event before (0 for an unknown id).
+  double getInterval(const Touch& touch) const;
+  // The finger is strictly farther than the moving-gesture threshold from its origin.
+  bool hasMoved(const Touch& touch) const;
+  // hasMoved for some finger of the last event.
+  bool anyMoved() const;
+
+private:
+  TouchMap origins_;
+  TouchMap previous_;
+  TouchMap current_;
+  bool interactionStart_ = false;
+  bool interactionEnd_ = false;
+};
+
 }  // namespace voEV
