@@ -1,12 +1,15 @@
 // Long random mixes of mouse, wheel, motion, hover and key input with random time steps and random
 // gesture lists, dispatched to a few clients, with the delivery rules checked after every step.
 #include "datamodelgui/events/dispatcher.h"
+#include "datamodelgui/events/touchgesture.h"
 
 #include "tests/testhost/testhost.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <iterator>
+#include <map>
 #include <random>
 #include <sstream>
 #include <string>
@@ -22,8 +25,8 @@ struct Model;
 class CheckingClient : public Client {
 public:
   CheckingClient(Dispatcher& dispatcher, Model& model, int id, bool eavesdrops, double acceptance, bool takesPlain,
-                 std::mt19937& random)
-      : Client(dispatcher, false, false),
+                 std::mt19937& random, bool multiTouch = false)
+      : Client(dispatcher, multiTouch, false),
         model_(model),
         id_(id),
         eavesdrops_(eavesdrops),
@@ -109,7 +112,83 @@ struct User {
   int buttons = 0;
   ru::vector<KeyCode> keys;
   Point at{300, 300};
+  // Fingers on the screen by id, and the pen.
+  std::map<int, Point> fingers;
+  int nextFinger = 1;
+  bool penDown = false;
+  Point penAt{200, 200};
 };
+
+// One random touch event from the fingers on the screen: maybe a finger lands, maybe one lifts or is
+// cancelled, the others move a little or stay; sometimes with samples in between or a logical start.
+ru::Reference<TouchEvent> randomTouch(User& user, double time, std::mt19937& random) {
+  auto chance = [&](double p) { return std::uniform_real_distribution<double>(0.0, 1.0)(random) < p; };
+  auto pick = [&](int n) { return std::uniform_int_distribution<int>(0, n - 1)(random); };
+  TouchMap touches;
+  const int landing = (user.fingers.size() < 4 && (user.fingers.empty() || chance(0.3))) ? user.nextFinger++ : 0;
+  const int lifting = (!user.fingers.empty() && chance(0.3)) ? std::next(user.fingers.begin(), pick(int(user.fingers.size())))->first : 0;
+  const bool cancel = chance(0.1);
+  for (auto& [id, at] : user.fingers) {
+    const Point before = at;
+    TouchPhase phase = TouchStationary;
+    if (chance(0.5)) {
+      const int reach = chance(0.5) ? 2 : 40;
+      at = Point(at.x + pick(2 * reach + 1) - reach, at.y + pick(2 * reach + 1) - reach);
+      phase = TouchMoved;
+    }
+    if (id == lifting) phase = cancel ? TouchCancelled : TouchEnded;
+    touches[id] = new Touch(id, at, before, 1, phase, time);
+  }
+  if (landing) {
+    const Point at(100 + pick(400), 100 + pick(400));
+    touches[landing] = new Touch(landing, at, at, 1, TouchBegan, time);
+    user.fingers[landing] = at;
+  }
+  ru::Reference<HistoricalTouchData> history;
+  if (chance(0.2) && !touches.empty()) {
+    const int samples = 1 + pick(3);
+    ru::vector<HistoricalTouch> records;
+    for (int s = 0; s < samples; ++s) {
+      for (const auto& [id, touch] : touches) {
+        // Now and then a sample misses a finger, as some platforms report them.
+        if (chance(0.05)) continue;
+        records.push_back({id, touch->getPosition(), time - 0.01 * (samples - s)});
+      }
+    }
+    if (!records.empty()) history = new HistoricalTouchData(samples, records);
+  }
+  ru::Reference<TouchEvent> event(new TouchEvent(touches, history));
+  if (chance(0.05)) event->setLogicalInteractionStart();
+  if (lifting) user.fingers.erase(lifting);
+  return event;
+}
+
+ru::Reference<PenEvent> randomPen(User& user, double time, std::mt19937& random) {
+  auto chance = [&](double p) { return std::uniform_real_distribution<double>(0.0, 1.0)(random) < p; };
+  auto pick = [&](int n) { return std::uniform_int_distribution<int>(0, n - 1)(random); };
+  ru::Reference<HistoricalPenData> history;
+  if (chance(0.3)) {
+    ru::vector<HistoricalPenEvent> samples;
+    const int n = pick(4);  // possibly none at all
+    for (int s = 0; s < n; ++s) {
+      samples.push_back({Point(user.penAt.x + pick(11) - 5, user.penAt.y + pick(11) - 5), time - 0.01 * (n - s), 0.5f});
+    }
+    history = new HistoricalPenData(samples);
+  }
+  EventType type = PenMove;
+  if (!user.penDown) {
+    type = chance(0.2) ? PenHover : PenDown;
+  } else if (chance(0.3)) {
+    type = PenUp;
+  }
+  if (type == PenMove || chance(0.2)) {
+    const int reach = chance(0.5) ? 2 : 30;
+    user.penAt = Point(user.penAt.x + pick(2 * reach + 1) - reach, user.penAt.y + pick(2 * reach + 1) - reach);
+  }
+  if (type == PenDown) user.penDown = true;
+  if (type == PenUp) user.penDown = false;
+  return ru::Reference<PenEvent>(new PenEvent(type, user.penAt, time, 0.5f, false, history));
+}
 
 const KeyCode keyPool[] = {KeyA, KeyC, KeyEscape, KeySpace, KeyF1};
 // Modifier masks of the random keys; Ctrl alone starts interactions without a finish and has a
@@ -120,7 +199,8 @@ struct RunTotals {
   int steps = 0, starts = 0, progress = 0, finishes = 0, eavesdropped = 0, restarts = 0;
 };
 
-void runSession(std::mt19937& random, int steps, RunTotals& totals, std::vector<std::string>& errors) {
+void runSession(std::mt19937& random, int steps, RunTotals& totals, std::vector<std::string>& errors,
+                bool touchAndPen = false) {
   auto chance = [&](double p) { return std::uniform_real_distribution<double>(0.0, 1.0)(random) < p; };
   auto pick = [&](int n) { return std::uniform_int_distribution<int>(0, n - 1)(random); };
 
@@ -134,6 +214,18 @@ void runSession(std::mt19937& random, int steps, RunTotals& totals, std::vector<
   if (chance(0.85)) gestures.push_back(new DragMouse);
   if (chance(0.7)) gestures.push_back(new PressMouse);
   if (chance(0.7)) gestures.push_back(new KeyClick({KeyC, KeyEscape, KeySpace}));
+  if (touchAndPen) {
+    gestures.push_back(new TapTouch);
+    gestures.push_back(new DragTouch);
+    gestures.push_back(new DblTapTouch);
+    gestures.push_back(new TrplTapTouch);
+    gestures.push_back(new DblDragTouch);
+    gestures.push_back(new PressTouch);
+    gestures.push_back(new DblPressTouch);
+    gestures.push_back(new TapPen);
+    gestures.push_back(new DragPen);
+    gestures.push_back(new PressPen);
+  }
   std::shuffle(gestures.begin(), gestures.end(), random);
   for (const auto& gesture : gestures) host.parser().pushBackGesture(gesture);
 
@@ -143,7 +235,7 @@ void runSession(std::mt19937& random, int steps, RunTotals& totals, std::vector<
   for (int i = 0; i < count; ++i) {
     const double acceptance = chance(0.3) ? 0.0 : (chance(0.5) ? 1.0 : 0.5);
     clients.push_back(std::make_unique<CheckingClient>(host.dispatcher(), model, i, chance(0.4), acceptance,
-                                                       chance(0.5), random));
+                                                       chance(0.5), random, touchAndPen && chance(0.5)));
   }
 
   User user;
@@ -152,7 +244,19 @@ void runSession(std::mt19937& random, int steps, RunTotals& totals, std::vector<
     ++totals.steps;
     const double time = host.now();
     const int what = pick(100);
-    if (what < 14) {
+    if (touchAndPen && chance(0.45)) {
+      const int kind = pick(10);
+      if (kind < 6) {
+        host.dispatch(*randomTouch(user, time, random));
+      } else if (kind < 9) {
+        host.dispatch(*randomPen(user, time, random));
+      } else {
+        // The host closes whatever pen or touch interaction runs (a window losing focus, say).
+        host.dispatcher().cancelInteraction();
+        user.fingers.clear();
+        user.penDown = false;
+      }
+    } else if (what < 14) {
       // Press a button not held, here or a little away.
       const int button = 1 << pick(3);
       if (!(user.buttons & button)) {
@@ -254,3 +358,26 @@ TEST_P(RandomInput, EveryInteractionIsOneStartAnyProgressAndOneFinishToTheFocusA
 }
 
 INSTANTIATE_TEST_SUITE_P(Seeds, RandomInput, ::testing::Values(1u, 7u, 42u, 1234u, 98765u, 20261123u));
+
+class RandomTouchAndPenInput : public ::testing::TestWithParam<unsigned> {};
+
+TEST_P(RandomTouchAndPenInput, TouchAndPenMixedWithMouseKeepTheSameDeliveryRules) {
+  std::mt19937 random(GetParam());
+  RunTotals totals;
+  std::vector<std::string> errors;
+  for (int session = 0; session < 300 && errors.empty(); ++session) runSession(random, 100, totals, errors, true);
+  std::ostringstream summary;
+  summary << "steps " << totals.steps << ", starts " << totals.starts << ", progress " << totals.progress
+          << ", finishes " << totals.finishes << ", eavesdropped " << totals.eavesdropped << ", restarts "
+          << totals.restarts;
+  EXPECT_TRUE(errors.empty()) << errors.front() << " (" << summary.str() << ")";
+  EXPECT_EQ(totals.steps, 300 * 100) << summary.str();
+  // Interactions recognised on a tick never finish (their timer keeps ticking), so touch and pen
+  // presses and drags held still end many sessions inside an interaction: fewer finishes than starts.
+  EXPECT_GT(totals.starts, 200) << summary.str();
+  EXPECT_GT(totals.finishes, 50) << summary.str();
+  EXPECT_GT(totals.progress, 3000) << summary.str();
+  EXPECT_GT(totals.restarts, 0) << summary.str();
+}
+
+INSTANTIATE_TEST_SUITE_P(Seeds, RandomTouchAndPenInput, ::testing::Values(3u, 11u, 2024u, 777u));

@@ -1,7 +1,7 @@
 #include "datamodelgui/events/touchfilter.h"
 
 #include "platform/support/debug.h"
-#include "touch_helpers.h"
+#include "tests/datamodelgui/events/touch_helpers.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
 #include "datamodelgui/events/touchgesture.h"
 
-#include "touch_helpers.h"
+#include "tests/datamodelgui/events/touch_helpers.h"
 
 #include <gtest/gtest.h>
 

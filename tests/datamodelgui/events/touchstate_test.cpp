@@ -1,7 +1,7 @@
 #include "datamodelgui/events/touch.h"
 
 #include "platform/support/settings.h"
-#include "touch_helpers.h"
+#include "tests/datamodelgui/events/touch_helpers.h"
 
 #include <gtest/gtest.h>
 
