@@ -252,3 +252,54 @@ TEST(AttributeWatcher, DyingWatcherLeavesNoConnections) {
   EXPECT_EQ(manager.sigIntervalCreated.numConnections(), 0u);
   EXPECT_EQ(manager.sigIntervalDestroyed.numConnections(), 0u);
 }
+
+namespace {
+
+// A watcher over one half-second interval, with the clock just past its end.
+struct EndingAnimation {
+  testhost::TestHost host;
+  voANM::Manager manager;
+  ru::Reference<voANM::AttributeWatcher> watcher{new voANM::AttributeWatcher(manager)};
+  ru::Reference<voANM::Interval> interval;
+  std::vector<std::string> events;
+  ruRTB::SignalClient client;
+
+  EndingAnimation() {
+    watcher->start(true);
+    interval = new voANM::Interval(manager, 0.5, false);
+    watcher->stop();
+    watcher->onAnimateSignal().addCallback([this](voANM::AttributeWatcher*) { events.push_back("animate"); }, client);
+    watcher->onAnimationEndedSignal().addCallback([this](voANM::AttributeWatcher*) { events.push_back("ended"); }, client);
+    host.advance(0.25);
+    frame(manager);
+    events.clear();
+    host.advance(0.5);
+  }
+};
+
+} // namespace
+
+TEST(AttributeWatcher, InTheFrameTheLastIntervalExpiresTheEndComesBeforeAnyAnimate) {
+  EndingAnimation a;
+  a.events.push_back("preUpdate");
+  a.manager.preUpdate();
+  a.events.push_back("preExecute");
+  a.manager.preExecute();
+  a.manager.postUpdate();
+  EXPECT_EQ(a.events, (std::vector<std::string>{"preUpdate", "ended", "preExecute"}));
+}
+
+TEST(AttributeWatcher, PostUpdateAnswersTrueInTheEndingFrameAndFalseInTheNext) {
+  EndingAnimation a;
+  const FrameResult ending = frame(a.manager);
+  EXPECT_FALSE(a.interval->dynamic());
+  EXPECT_TRUE(ending.again);
+  EXPECT_FALSE(frame(a.manager).again);
+}
+
+TEST(AttributeWatcher, AfterTheLastWatcherEndedPreExecuteAnswersFalse) {
+  EndingAnimation a;
+  a.manager.preUpdate();
+  EXPECT_FALSE(a.manager.preExecute());
+  a.manager.postUpdate();
+}
