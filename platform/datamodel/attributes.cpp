@@ -41,6 +41,7 @@ void Transform::onTransact(voTXN::Serializer& serializer) {
 
 Mesh::Mesh(voDMD::Object* owner, ru::Reference<ruGeom::CompactMesh> mesh) : Attribute(owner) {
   if (mesh) subMeshes_.push_back(std::move(mesh));
+  imageKeys_.resize(subMeshes_.size());
 }
 
 void Mesh::setVisible(bool visible) {
@@ -63,7 +64,23 @@ void Mesh::setSubMeshes(const ru::vector<ru::Reference<ruGeom::CompactMesh>>& me
   for (const auto& mesh : meshes) {
     if (mesh) subMeshes_.push_back(mesh);
   }
+  imageKeys_.assign(subMeshes_.size(), voRES::ImageKey());
   modified();
+}
+
+voRES::ImageKey Mesh::getSubMeshImageKey(int index) const {
+  if (index < 0 || index >= static_cast<int>(imageKeys_.size())) return voRES::ImageKey();
+  return imageKeys_[static_cast<std::size_t>(index)];
+}
+
+bool Mesh::setSubMeshImageKey(int index, const voRES::ImageKey& key) {
+  if (index < 0 || index >= numSubMeshes()) return false;
+  if (imageKeys_[static_cast<std::size_t>(index)] == key) return true;
+  EditScope scope(*txnManager(), "Texture");
+  txnWillWrite();
+  imageKeys_[static_cast<std::size_t>(index)] = key;
+  modified();
+  return true;
 }
 
 void Mesh::onTransact(voTXN::Serializer& serializer) {
@@ -71,6 +88,7 @@ void Mesh::onTransact(voTXN::Serializer& serializer) {
   Attribute::onTransact(serializer);
   serializer.field(visible_);
   serializer.field(subMeshes_);
+  serializer.field(imageKeys_);
   serializer.endScope();
 }
 

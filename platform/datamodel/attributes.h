@@ -5,6 +5,7 @@
 #include "platform/geometry/camera.h"
 #include "platform/geometry/box.h"
 #include "platform/geometry/mesh.h"
+#include "platform/resources/resources.h"
 
 namespace voDMD {
 
@@ -33,8 +34,13 @@ public:
   int numSubMeshes() const noexcept { return static_cast<int>(subMeshes_.size()); }
   // The sub-mesh at `index`; an empty mesh for an index out of range.
   const ruGeom::CompactMesh& getSubMesh(int index) const noexcept;
-  // Replaces every sub-mesh (null entries are dropped).
+  // Replaces every sub-mesh (null entries are dropped); the image keys go with the old meshes.
   void setSubMeshes(const ru::vector<ru::Reference<ruGeom::CompactMesh>>& meshes);
+  // The image that textures the sub-mesh at `index` through its texture coordinates; an invalid key
+  // when it has none or the index is out of range.
+  voRES::ImageKey getSubMeshImageKey(int index) const;
+  // Sets (or, with an invalid key, clears) the image of a sub-mesh. False for an index out of range.
+  bool setSubMeshImageKey(int index, const voRES::ImageKey& key);
 
   void onTransact(voTXN::Serializer& serializer) override;
 
@@ -43,6 +49,7 @@ private:
   explicit Mesh(voDMD::Object* owner, ru::Reference<ruGeom::CompactMesh> mesh = nullptr);
   bool visible_ = true;
   ru::vector<ru::Reference<ruGeom::CompactMesh>> subMeshes_;
+  ru::vector<voRES::ImageKey> imageKeys_;  // one per sub-mesh
 };
 
 // The world-space extent of an object. Derived from its geometry and transform, recomputed when

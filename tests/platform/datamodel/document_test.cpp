@@ -491,3 +491,25 @@ TEST(Document, RandomEditsUndoAndRedoRestoreEveryStateAndKeepTheSignalsBalanced)
     for (Object* o : now) ASSERT_EQ(inTree[o], 1) << "step " << step;
   }
 }
+
+TEST(Document, SubMeshImageKeysAreSetPerSubMeshAndUndone) {
+  Fixture f;
+  ru::Reference<Object> o = createMeshObject(f.document, unitCube());
+  f.document.insert(o);
+  Mesh* mesh = o->findAttribute<Mesh>();
+  EXPECT_FALSE(mesh->getSubMeshImageKey(0).valid());
+  EXPECT_FALSE(mesh->getSubMeshImageKey(5).valid());
+  voRES::Loader loader;
+  loader.addImage("Checker", new ruImage::TypedImage<ruImage::Byte4>(4, 4));
+  const voRES::ImageKey key = loader.createImageKey("Checker", 0);
+  EXPECT_TRUE(mesh->setSubMeshImageKey(0, key));
+  EXPECT_FALSE(mesh->setSubMeshImageKey(1, key));
+  EXPECT_TRUE(mesh->getSubMeshImageKey(0) == key);
+  f.manager().undo();
+  EXPECT_FALSE(mesh->getSubMeshImageKey(0).valid());
+  f.manager().redo();
+  EXPECT_EQ(voRES::ImageKeyAccessor(mesh->getSubMeshImageKey(0)).xSize(), 4);
+  mesh->setSubMeshes({unitCube(), unitCube()});
+  EXPECT_EQ(mesh->numSubMeshes(), 2);
+  EXPECT_FALSE(mesh->getSubMeshImageKey(0).valid());
+}
