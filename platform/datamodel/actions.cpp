@@ -55,6 +55,20 @@ ru::vector<voDMD::KLTMesh*> findKLTMeshes() {
   return meshes;
 }
 
+int analysePendingThickness() {
+  ru::vector<voDMD::KLTMesh*> pending;
+  for (voDMD::KLTMesh* mesh : findKLTMeshes()) {
+    if (mesh->needsAnalyseThickness() && mesh->getMesh()) pending.push_back(mesh);
+  }
+  if (pending.empty()) return 0;
+  voTXN::Manager& manager = pending.front()->owner()->document()->txnManager();
+  const bool opened = !manager.isOpen();
+  if (opened) manager.begin("Analyse thickness");
+  for (voDMD::KLTMesh* mesh : pending) mesh->analyseThickness();
+  if (opened) manager.commit();
+  return static_cast<int>(pending.size());
+}
+
 std::vector<float> computeThickness(const ruGeom::CompactMesh& mesh) {
   const int numTriangles = mesh.getNumTriangles();
   std::vector<float> thickness(3 * static_cast<std::size_t>(numTriangles), -1.0f);

@@ -45,6 +45,11 @@ VO_DMD_API std::vector<ruLinear::ParamPlane> kltGetOutOfBedPlanes();
 // Every printable mesh of the current document, in document order.
 VO_DMD_API ru::vector<voDMD::KLTMesh*> findKLTMeshes();
 
+// Analyses, in one transaction, every printable mesh of the current document whose thickness
+// analysis is missing or out of date (a new or changed mesh): what a host runs when it is idle, so
+// the analyses stay current. Returns the number of meshes analysed.
+VO_DMD_API int analysePendingThickness();
+
 // Wall thickness at each triangle corner of `mesh` (three values a triangle, in mesh coordinates):
 // the distance from the corner, along the inverted face normal, to the first other triangle hit;
 // -1 where nothing is hit or the triangle has no normal. Uses every core.

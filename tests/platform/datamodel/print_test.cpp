@@ -362,3 +362,19 @@ INSTANTIATE_TEST_SUITE_P(Print, PrintHealth,
                                            HealthCase{"CubesSharingAnEdge", cubesSharingAnEdge, false},
                                            HealthCase{"CubeWithFlippedTriangles", cubeWithFlippedTriangles, false}),
                          [](const ::testing::TestParamInfo<HealthCase>& info) { return std::string(info.param.name); });
+
+TEST(Print, PendingAnalysesAreRedoneAfterTheMeshChanges) {
+  PrintFixture f;
+  ru::Reference<Object> a = f.addCube(Point(0, 0, 0));
+  ru::Reference<Object> b = f.addCube(Point(20, 0, 0));
+  EXPECT_EQ(voDMA::analysePendingThickness(), 2);
+  EXPECT_EQ(f.manager().undoName(), "Analyse thickness");
+  EXPECT_EQ(voDMA::analysePendingThickness(), 0);
+  KLTMesh* mesh = a->findAttribute<KLTMesh>();
+  mesh->setMesh(testmesh::toMesh(testmesh::box({0, 0, 0}, {4, 4, 4})));
+  EXPECT_TRUE(mesh->needsAnalyseThickness());
+  EXPECT_EQ(voDMA::analysePendingThickness(), 1);
+  EXPECT_FALSE(mesh->needsAnalyseThickness());
+  for (float value : mesh->thickness) EXPECT_NEAR(value, 4.0f, 1e-3f);
+  EXPECT_FALSE(b->findAttribute<KLTMesh>()->needsAnalyseThickness());
+}
