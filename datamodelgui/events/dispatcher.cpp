@@ -120,7 +120,8 @@ public:
       print("%s", toFocus);
       return (focus->*call)(event) ? focus : nullptr;
     }
-    // A client may add or remove clients from its answer: walk a copy, skipping any that left.
+    // A client may add or remove clients from its answer: walk a copy, skipping any that left. A
+    // client added during the walk is first asked at the next event.
     const ru::vector<Client*> walk(clients.begin(), clients.end());
     for (Client* client : walk) {
       if (walk.size() > 1 && !isClient(client)) continue;

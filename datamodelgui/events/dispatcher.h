@@ -72,7 +72,8 @@ class DMGUI_API Client {
 public:
   Client(const Client& other) = delete;
   Client& operator=(const Client& other) = delete;
-  // Removes the client from its dispatcher.
+  // Removes the client from its dispatcher. A client that holds the focus also gives it up (and a
+  // lock it set), so no batch ever reaches a destroyed client; removeClient alone keeps the focus.
   virtual ~Client();
 
   // Offered at the start of an interaction; true takes it (and the focus) for its whole length.

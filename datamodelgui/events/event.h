@@ -405,7 +405,9 @@ DMGUI_API void print(const Event& event);
 // for anything else (key and hover events included).
 DMGUI_API ru::Reference<voPLST::Item> asPList(const Event& event);
 // The event a dictionary describes, or null when the item is no dictionary, a key is missing, a
-// value has the wrong kind or the type has no property-list form.
+// value has the wrong kind or the type has no property-list form. A wheel record comes back in the
+// mouse form (a MouseEvent of type Wheel, which has no delta): the dispatcher, which routes wheel
+// input as WheelEvent, drops it.
 DMGUI_API ru::Reference<Event> asEvent(ru::Reference<const voPLST::Item> item);
 
 }  // namespace voEV

@@ -102,7 +102,8 @@ public:
   ~Parser();
 
   // Feeds one event (the parser keeps a clone). True when the parser took it; false when the
-  // gestures failed on it or it was ignored.
+  // gestures failed on it or it was ignored, and for a record whose class does not fit its type
+  // (refused before anything is noted).
   bool add(const Event& event);
 
   void pushFrontGesture(ru::Reference<Gesture> gesture);

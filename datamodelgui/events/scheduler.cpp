@@ -20,6 +20,7 @@ struct FunctionState {
   bool runnable = false;   // takes part in the next pass
   bool destroyed = false;  // deleted while its signal was being emitted
   bool running = false;    // its signal is being emitted now
+  bool dead = false;       // deleted under another domain: still counted, never run again
 };
 
 using FunctionMap = ru::map<ScheduledFunction*, FunctionState>;
@@ -37,7 +38,7 @@ public:
     auto* function = new ScheduledFunction;
     function->sigDestroying.connect(this, &FunctionSchedulerImpl::onFunctionDestroying, owner_);
     // A function made during a pass first runs in the next one.
-    functions[function] = FunctionState{!executing_, false, false};
+    functions[function] = FunctionState{!executing_, false, false, false};
     functionAdded();
     return function;
   }
@@ -46,10 +47,12 @@ public:
     FunctionMap& functions = domains_[domain];
     const bool outer = !executing_;
     executing_ = true;
+    voSupport::Domain* const enclosing = executingDomain_;
+    executingDomain_ = domain;
     // Walk in address order. Listeners may delete functions: another one is erased at once, this
     // one only marked, so the iterator stays valid.
     for (auto it = functions.begin(); it != functions.end(); ++it) {
-      if (!it->second.runnable) continue;
+      if (!it->second.runnable || it->second.dead) continue;
       it->second.running = true;
       ScheduledFunction* function = it->first;
       function->sigExecute.emit(function);
@@ -61,6 +64,8 @@ public:
       if (it->second.destroyed) eraseFunction(functions, it);
       it = next;
     }
+    executingDomain_ = enclosing;
+    // A nested pass leaves the flag to the pass around it.
     if (outer) executing_ = false;
   }
 
@@ -87,17 +92,33 @@ public:
 
 private:
   void onFunctionDestroying(ScheduledFunction* function) {
-    auto domain = domains_.find(voSupport::ci().find<voSupport::Domain>());
-    // A function deleted under another domain than its own finds no entry, and is ignored.
-    if (domain == domains_.end()) return;
-    auto it = domain->second.find(function);
-    if (it == domain->second.end()) return;
+    // The function's entry is looked for in the current domain, then in the domain whose pass is
+    // running (a pass without a context runs under the host's call info).
+    FunctionMap* functions = nullptr;
+    FunctionMap::iterator it;
+    for (voSupport::Domain* domain : {voSupport::ci().find<voSupport::Domain>(), executingDomain_}) {
+      auto found = domains_.find(domain);
+      if (found == domains_.end()) continue;
+      it = found->second.find(function);
+      if (it != found->second.end()) {
+        functions = &found->second;
+        break;
+      }
+    }
+    if (!functions) {
+      // Deleted under another domain than its own: the bookkeeping ignores the call (the function
+      // stays counted), but the entry is marked so that no pass calls the deleted object.
+      for (auto& [domain, others] : domains_) {
+        if (auto stale = others.find(function); stale != others.end()) stale->second.dead = true;
+      }
+      return;
+    }
     if (it->second.running) {
       // Deleting itself from its own signal: the pass erases the entry when it is done.
       it->second.destroyed = true;
       return;
     }
-    eraseFunction(domain->second, it);
+    eraseFunction(*functions, it);
   }
 
   void onDomainDestroying(voSupport::Domain* domain) {
@@ -122,6 +143,7 @@ private:
   ru::map<voSupport::Domain*, FunctionMap> domains_;
   int functionCount_ = 0;
   bool executing_ = false;
+  voSupport::Domain* executingDomain_ = nullptr;  // the domain whose pass is running, if any
 };
 
 FunctionSchedulerImpl& implOf(ru::ImplBase* impl) { return *static_cast<FunctionSchedulerImpl*>(impl); }

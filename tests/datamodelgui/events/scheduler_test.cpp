@@ -204,6 +204,42 @@ TEST_F(FunctionSchedulerTest, ADeletionUnderAnotherDomainFindsNoEntryAndIsIgnore
   EXPECT_EQ(scheduler().stops(), 0);
 }
 
+TEST_F(FunctionSchedulerTest, AFunctionDeletedUnderAnotherDomainNeverRunsAgain) {
+  auto* function = make("f");
+  std::unique_ptr<ScheduledFunction> g(make("g"));
+  voSupport::Domain other;
+  {
+    voSupport::Context context(&other, voSupport::Context::Background);
+    delete function;
+  }
+  pass();
+  pass();
+  EXPECT_EQ(fired, (std::vector<std::string>{"g", "g"}));
+}
+
+TEST_F(FunctionSchedulerTest, AFunctionDeletingItselfInAPassWithoutContextIsErased) {
+  voSupport::Domain other;
+  ScheduledFunction* function = nullptr;
+  {
+    voSupport::Context context(&other, voSupport::Context::Background);
+    function = scheduler().createFunction();
+  }
+  int runs = 0;
+  ruRTB::SignalClient client;
+  function->sigExecute.addCallback(
+      [&](ScheduledFunction* self) {
+        ++runs;
+        delete self;
+      },
+      client);
+  EXPECT_EQ(scheduler().functionCount(&other), 1);
+  scheduler().runPassWithoutContext();
+  EXPECT_EQ(runs, 1);
+  EXPECT_EQ(scheduler().functionCount(&other), 0);
+  scheduler().runPassWithoutContext();
+  EXPECT_EQ(runs, 1);
+}
+
 TEST_F(FunctionSchedulerTest, ADestroyedDomainDropsItsEntryWithoutCountingItsFunctionsDown) {
   ScheduledFunction* orphan = nullptr;
   {

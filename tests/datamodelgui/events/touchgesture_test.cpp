@@ -1,6 +1,8 @@
 #include "datamodelgui/events/touchgesture.h"
 
+#include "tests/datamodelgui/events/recording_client.h"
 #include "tests/datamodelgui/events/touch_helpers.h"
+#include "tests/testhost/testhost.h"
 
 #include <gtest/gtest.h>
 
@@ -265,4 +267,20 @@ TEST(PenGesture, PenGesturesNeedAPenDownFirstAndAcceptAnEmptyHistory) {
                                   ru::Reference<PenEvent>(new PenEvent(PenUp, Point(10, 10), 0.1, 0.f, false,
                                                                        new HistoricalPenData(none)))});
   EXPECT_EQ(TapPen().getState(events, 0.1), G::Recognized);
+}
+
+TEST(PenGesture, DragPenWithIntervalZeroLosesEveryTieToARecognisedGestureWithAPositiveInterval) {
+  // A pen put down and lifted in place at once: DragPen (0.0) and TapPen (0.2) are both recognised
+  // on the lift, and the tap wins.
+  testhost::TestHost host;
+  host.parser().pushBackGesture(new DragPen);
+  host.parser().pushBackGesture(new TapPen);
+  std::vector<eventstest::Call> log;
+  eventstest::RecordingClient client(host.dispatcher(), "tool", log, true);
+  host.dispatch(*pen(PenDown, Point(10, 10), host.now()));
+  host.advance(0.01);
+  host.dispatch(*pen(PenUp, Point(10, 10), host.now()));
+  ASSERT_FALSE(log.empty());
+  for (const auto& call : log) EXPECT_EQ(call.interaction, TapPenInteraction) << call.text();
+  EXPECT_EQ(log.back().what, "finished");
 }
