@@ -107,4 +107,7 @@ private:
   ruLinear::Vector up_;
 };
 
+// Exact comparison of every field.
+RU_GEOM_API bool operator==(const Camera& a, const Camera& b) noexcept;
+
 }  // namespace ruGeom
