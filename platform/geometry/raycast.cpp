@@ -122,8 +122,7 @@ void ignoreFilter(const RTCFilterFunctionNArguments* args) {
   }
 }
 
-bool castRay(RTCScene scene, const CompactMesh& mesh, const ruLinear::Line& ray, MeshRayHit& hit,
-             const MeshRayOptions& options) {
+bool castRay(RTCScene scene, const ruLinear::Line& ray, MeshRayHit& hit, const MeshRayOptions& options) {
   hit = MeshRayHit();
   if (!scene) return false;
   Vector direction = ray.getDirection();
@@ -160,10 +159,8 @@ bool castRay(RTCScene scene, const CompactMesh& mesh, const ruLinear::Line& ray,
   hit.distance = rayHit.ray.tfar;
   hit.u = rayHit.hit.u;
   hit.v = rayHit.hit.v;
-  const std::uint32_t* t = mesh.getTriangles() + 3 * static_cast<std::size_t>(hit.triangle);
-  const Point a = mesh.getVertices()[t[0]].asPoint(), b = mesh.getVertices()[t[1]].asPoint(),
-              c = mesh.getVertices()[t[2]].asPoint();
-  hit.point = a + (b - a) * hit.u + (c - a) * hit.v;
+  // Along the ray rather than from the corners: no reads of the mesh's arrays on the hot path.
+  hit.point = origin + direction * hit.distance;
   return true;
 }
 
@@ -204,7 +201,7 @@ Point MeshCoord::evaluate() const noexcept {
 
 bool meshRayIntersect(const CompactMesh& mesh, const ruLinear::Line& ray, MeshRayHit& hit, const MeshRayOptions& options) {
   RTCScene scene = acquireScene(mesh);
-  const bool found = castRay(scene, mesh, ray, hit, options);
+  const bool found = castRay(scene, ray, hit, options);
   if (scene) rtcReleaseScene(scene);
   return found;
 }
@@ -216,7 +213,7 @@ MeshRayQuery::~MeshRayQuery() {
 }
 
 bool MeshRayQuery::intersect(const ruLinear::Line& ray, MeshRayHit& hit, const MeshRayOptions& options) const {
-  return castRay(static_cast<RTCScene>(scene_), mesh_, ray, hit, options);
+  return castRay(static_cast<RTCScene>(scene_), ray, hit, options);
 }
 
 int MeshRayQuery::intersect(const float origin[3], const float direction[3], float maxDistance, float& distance,

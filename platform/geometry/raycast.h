@@ -72,7 +72,7 @@ struct MeshRayHit {
   int triangle = -1;                 // triangle index, -1 when no hit
   double distance = 0.0;             // world units from the ray's point along its direction
   double u = 0.0, v = 0.0;           // barycentrics as in MeshCoordBase
-  ruLinear::Point point;             // the hit point
+  ruLinear::Point point;             // the hit point: ray point + distance * unit direction
 };
 
 // The nearest hit of the ray (ray.getPoint() + t * unit direction, t in the options' range) with
