@@ -309,6 +309,27 @@ TEST(MeshSplit, AMeshOfAtLeast65535VerticesYieldsPartsUnderTheLimitHoldingEveryT
   EXPECT_EQ(static_cast<int>(thicknessSeen.size()), mesh.getNumVertices());
 }
 
+TEST(MeshSplit, AMeshOfExactly65535VerticesStaysInOnePart) {
+  const CompactMesh mesh = bigMeshWithAttributes(254, 256);  // 255 * 257 = 65535 vertices
+  ASSERT_EQ(mesh.getNumVertices(), 65535);
+  ru::vector<CompactMesh*> raw;
+  ASSERT_TRUE(meshSplit(mesh, 65535, raw));
+  ASSERT_EQ(raw.size(), 1u);
+  ru::Reference<CompactMesh> part(raw[0]);
+  EXPECT_EQ(part->getNumVertices(), 65535);
+  EXPECT_EQ(part->getNumTriangles(), mesh.getNumTriangles());
+  EXPECT_TRUE(part->hasAttributes("thickness"));
+}
+
+TEST(MeshSplit, AMeshOneVertexOverTheLimitSplitsInTwo) {
+  const CompactMesh mesh = bigMeshWithAttributes(255, 255);  // 256 * 256 = 65536 vertices
+  ru::vector<CompactMesh*> raw;
+  ASSERT_TRUE(meshSplit(mesh, 65535, raw));
+  std::vector<ru::Reference<CompactMesh>> parts(raw.begin(), raw.end());
+  ASSERT_EQ(parts.size(), 2u);
+  EXPECT_EQ(parts[0]->getNumTriangles() + parts[1]->getNumTriangles(), mesh.getNumTriangles());
+}
+
 TEST(MeshSplit, ExactlyTheLimitFitsInOnePart) {
   CompactMesh mesh = ruGeomTest::makeGrid(2, 1);  // 6 vertices
   ru::vector<CompactMesh*> raw;

@@ -21,10 +21,21 @@ using ruString::CString;
 
 namespace {
 
+std::filesystem::path tempFolder() {
+  return std::filesystem::temp_directory_path() / ("ru_meshio_" + std::to_string(::getpid()));
+}
+
+// Removes the files the tests wrote when the program ends.
+struct TempFolderCleanup {
+  ~TempFolderCleanup() {
+    std::error_code ignored;
+    std::filesystem::remove_all(tempFolder(), ignored);
+  }
+} cleanup;
+
 std::string tempPath(const std::string& name) {
-  const auto folder = std::filesystem::temp_directory_path() / ("ru_meshio_" + std::to_string(::getpid()));
-  std::filesystem::create_directories(folder);
-  return (folder / name).string();
+  std::filesystem::create_directories(tempFolder());
+  return (tempFolder() / name).string();
 }
 
 void writeFile(const std::string& path, const std::string& bytes) {
@@ -273,6 +284,30 @@ TEST(MeshImport, ObjPlyAnd3mfGiveTheWrittenTriangles) {
     EXPECT_EQ(mesh.getNumTriangles(), 12);
     EXPECT_EQ(triangleSet(mesh), expected);
   }
+}
+
+TEST(MeshImport, ObjQuadsAreTriangulatedAndObjectsWeldedTogether) {
+  const std::string path = tempPath("two_objects.obj");
+  // Two objects sharing an edge, each with its own copies of the shared corners; one quad.
+  writeFile(path,
+            "o first\nv 0 0 0\nv 1 0 0\nv 1 1 0\nv 0 1 0\nf 1 2 3 4\n"
+            "o second\nv 1 0 0\nv 2 0 0\nv 1 1 0\nf 5 6 7\n");
+  CompactMesh mesh;
+  CString error;
+  ASSERT_TRUE(importMesh(path, mesh, &error)) << error.c_str();
+  EXPECT_EQ(mesh.getNumTriangles(), 3);
+  EXPECT_EQ(mesh.getNumVertices(), 5);
+}
+
+TEST(MeshImport, ImportReplacesWhatTheMeshHeld) {
+  const std::string path = tempPath("replace.obj");
+  writeFile(path, obj(cubeIndexed()));
+  CompactMesh mesh = ruGeomTest::makeGrid(3, 3);
+  mesh.allocAttributes("thickness", 1);
+  ASSERT_TRUE(importMesh(path, mesh));
+  EXPECT_EQ(mesh.getNumVertices(), 8);
+  EXPECT_FALSE(mesh.hasAttributes("thickness"));
+  EXPECT_FALSE(mesh.hasNormals());
 }
 
 TEST(MeshImport, WrittenBinaryStlReadsBackTheSameTriangles) {
