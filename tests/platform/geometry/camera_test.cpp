@@ -137,6 +137,25 @@ TEST(Camera, ViewportYRunsUpward) {
   EXPECT_GT(right.x, low.x);
 }
 
+TEST(Camera, ADefaultCameraLooksDownMinusZFromTenWithYUp) {
+  const Camera camera;
+  EXPECT_EQ(camera.getEyeLocation(), Point(0, 0, 10));
+  EXPECT_EQ(camera.getViewVector(), Vector(0, 0, -1));
+  EXPECT_EQ(camera.getUpVector(), Vector(0, 1, 0));
+  EXPECT_EQ(camera.getRightVector(), Vector(1, 0, 0));
+  EXPECT_EQ(camera.getViewport(), Viewport(0, 0, 1, 1));
+}
+
+TEST(Camera, ViewportTakesOriginAndSizeAsDoubles) {
+  Camera camera;
+  Viewport viewport;
+  viewport.setOrigin(0, 0);
+  viewport.setSize(640.0, 480.0);
+  camera.setViewport(viewport);
+  EXPECT_EQ(camera.getViewport().width, 640.0);
+  EXPECT_EQ(camera.getViewport().height, 480.0);
+}
+
 TEST(Camera, ViewportOriginOffsetsThePixels) {
   Camera camera = makeCamera();
   Point2 before, after;
