@@ -108,21 +108,34 @@ RTCScene acquireScene(const CompactMesh& mesh) {
   return scene;
 }
 
-// Extends the intersection context with the triangle to skip.
+// Extends the intersection context with what to skip.
 struct IgnoreContext {
   RTCIntersectContext context;
-  unsigned ignore;
+  unsigned triangle;             // RTC_INVALID_GEOMETRY_ID for none
+  std::uint32_t vertex;          // 0xFFFFFFFF for none
+  const std::uint32_t* indices;  // the mesh's triangles, for the vertex test
 };
 
 void ignoreFilter(const RTCFilterFunctionNArguments* args) {
   const auto* extended = reinterpret_cast<const IgnoreContext*>(args->context);
   for (unsigned i = 0; i < args->N; ++i) {
     if (args->valid[i] != -1) continue;
-    if (RTCHitN_primID(args->hit, args->N, i) == extended->ignore) args->valid[i] = 0;
+    const unsigned primitive = RTCHitN_primID(args->hit, args->N, i);
+    if (primitive == extended->triangle) {
+      args->valid[i] = 0;
+      continue;
+    }
+    if (extended->vertex != 0xFFFFFFFFu) {
+      const std::uint32_t* corners = extended->indices + 3 * static_cast<std::size_t>(primitive);
+      if (corners[0] == extended->vertex || corners[1] == extended->vertex || corners[2] == extended->vertex) {
+        args->valid[i] = 0;
+      }
+    }
   }
 }
 
-bool castRay(RTCScene scene, const ruLinear::Line& ray, MeshRayHit& hit, const MeshRayOptions& options) {
+bool castRay(RTCScene scene, const CompactMesh& mesh, const ruLinear::Line& ray, MeshRayHit& hit,
+             const MeshRayOptions& options) {
   hit = MeshRayHit();
   if (!scene) return false;
   Vector direction = ray.getDirection();
@@ -132,8 +145,11 @@ bool castRay(RTCScene scene, const ruLinear::Line& ray, MeshRayHit& hit, const M
   if (options.maxDistance < options.minDistance) return false;
   IgnoreContext extended;
   rtcInitIntersectContext(&extended.context);
-  extended.ignore = options.ignoreTriangle >= 0 ? static_cast<unsigned>(options.ignoreTriangle) : RTC_INVALID_GEOMETRY_ID;
-  if (options.ignoreTriangle >= 0) extended.context.filter = ignoreFilter;
+  extended.triangle = options.ignoreTriangle >= 0 ? static_cast<unsigned>(options.ignoreTriangle) : RTC_INVALID_GEOMETRY_ID;
+  extended.vertex = options.ignoreVertex >= 0 ? static_cast<std::uint32_t>(options.ignoreVertex) : 0xFFFFFFFFu;
+  extended.indices = mesh.getTriangles();
+  // Without anything to skip no filter runs, so the plain query pays nothing for the option.
+  if (options.ignoreTriangle >= 0 || options.ignoreVertex >= 0) extended.context.filter = ignoreFilter;
   RTCRayHit rayHit;
   const Point& origin = ray.getPoint();
   rayHit.ray.org_x = static_cast<float>(origin.x);
@@ -201,7 +217,7 @@ Point MeshCoord::evaluate() const noexcept {
 
 bool meshRayIntersect(const CompactMesh& mesh, const ruLinear::Line& ray, MeshRayHit& hit, const MeshRayOptions& options) {
   RTCScene scene = acquireScene(mesh);
-  const bool found = castRay(scene, ray, hit, options);
+  const bool found = castRay(scene, mesh, ray, hit, options);
   if (scene) rtcReleaseScene(scene);
   return found;
 }
@@ -213,7 +229,7 @@ MeshRayQuery::~MeshRayQuery() {
 }
 
 bool MeshRayQuery::intersect(const ruLinear::Line& ray, MeshRayHit& hit, const MeshRayOptions& options) const {
-  return castRay(static_cast<RTCScene>(scene_), ray, hit, options);
+  return castRay(static_cast<RTCScene>(scene_), mesh_, ray, hit, options);
 }
 
 int MeshRayQuery::intersect(const float origin[3], const float direction[3], float maxDistance, float& distance,

@@ -64,6 +64,9 @@ struct MeshRayOptions {
   double maxDistance = DBL_MAX;
   // A triangle to ignore (the one the ray starts from), -1 for none.
   int ignoreTriangle = -1;
+  // A vertex whose triangles are all ignored (for a ray cast from a mesh corner, which touches
+  // every triangle around it at distance 0), -1 for none.
+  int ignoreVertex = -1;
 };
 
 // The result of a nearest-hit query.

@@ -151,6 +151,52 @@ TEST(MeshRayQuery, IgnoringTheStartTriangleFindsTheOppositeWall) {
   }
 }
 
+TEST(MeshRayQuery, IgnoringTheStartVertexSkipsEveryTriangleAroundTheCorner) {
+  // Toward the centre through a sphere's vertex: without the option the ray stops at the
+  // triangles around that vertex; with it, it reaches the far side.
+  const CompactMesh sphere = ruGeomTest::makeSphere(16, 16);
+  for (int vertex : {0, 5, 40, 100}) {
+    // Through a point of a triangle just beside the corner (a ray exactly through a vertex may
+    // count on any of its triangles or none), from just outside.
+    int around = -1;
+    for (int t = 0; t < sphere.getNumTriangles() && around < 0; ++t) {
+      for (int c = 0; c < 3; ++c) around = sphere.getTriangles()[3 * t + c] == static_cast<std::uint32_t>(vertex) ? t : around;
+    }
+    ASSERT_GE(around, 0);
+    const std::uint32_t* corners = sphere.getTriangles() + 3 * around;
+    Vector beside;
+    for (int c = 0; c < 3; ++c) {
+      const double weight = corners[c] == static_cast<std::uint32_t>(vertex) ? 0.96 : 0.02;
+      beside += (sphere.getVertices()[corners[c]].asPoint() - Point()) * weight;
+    }
+    const Line inward(Point() + beside * 1.001, -beside);
+    MeshRayHit hit;
+    ASSERT_TRUE(meshRayIntersect(sphere, inward, hit));
+    EXPECT_LT(hit.distance, 0.01);
+    MeshRayOptions options;
+    options.ignoreVertex = vertex;
+    MeshRayHit far, expected;
+    ASSERT_TRUE(meshRayIntersect(sphere, inward, far, options)) << vertex;
+    ASSERT_TRUE(ruGeomTest::bruteForceIntersect(sphere, inward, expected, options));
+    EXPECT_NEAR(far.distance, expected.distance, 1e-4);
+    EXPECT_GT(far.distance, 1.9);
+    const std::uint32_t* tri = sphere.getTriangles() + 3 * far.triangle;
+    EXPECT_TRUE(tri[0] != static_cast<std::uint32_t>(vertex) && tri[1] != static_cast<std::uint32_t>(vertex) &&
+                tri[2] != static_cast<std::uint32_t>(vertex));
+  }
+}
+
+TEST(MeshRayQuery, AgreesWithBruteForceWhenIgnoringAVertexAndATriangle) {
+  MeshRayOptions options;
+  options.ignoreVertex = 7;
+  options.ignoreTriangle = 3;
+  unsigned seed = 200;
+  for (const ruGeomTest::NamedMesh& entry : ruGeomTest::corpus()) {
+    SCOPED_TRACE(entry.name);
+    compareWithBruteForce(entry.mesh, 1000, seed++, options, 300);
+  }
+}
+
 TEST(MeshRayQuery, AMeshWithoutTrianglesNeverHits) {
   CompactMesh lines;
   constructLineSegment(Point(0, 0, 0), Point(1, 0, 0), lines);

@@ -99,6 +99,10 @@ bool bruteForceIntersect(const CompactMesh& mesh, const ruLinear::Line& ray, ruG
   for (int t = 0; t < mesh.getNumTriangles(); ++t) {
     if (t == options.ignoreTriangle) continue;
     const std::uint32_t* tri = mesh.getTriangles() + 3 * t;
+    if (options.ignoreVertex >= 0) {
+      const std::uint32_t v = static_cast<std::uint32_t>(options.ignoreVertex);
+      if (tri[0] == v || tri[1] == v || tri[2] == v) continue;
+    }
     const Point a = mesh.getVertices()[tri[0]].asPoint(), b = mesh.getVertices()[tri[1]].asPoint(),
                 c = mesh.getVertices()[tri[2]].asPoint();
     const Vector e1 = b - a, e2 = c - a;
