@@ -2,6 +2,7 @@
 // the same run as the yardstick for the ray queries and the acceleration build.
 
 #include "platform/geometry/algorithms.h"
+#include "platform/geometry/camera.h"
 #include "platform/geometry/meshio.h"
 #include "platform/geometry/raycast.h"
 
@@ -200,6 +201,34 @@ void BM_MeshRayIntersectPerRay(benchmark::State& state) {
   state.counters["hitRate"] = static_cast<double>(hits) / static_cast<double>(state.iterations());
 }
 BENCHMARK(BM_MeshRayIntersectPerRay);
+
+// A pick with a one-pixel tolerance under a cursor that hits the mesh, and one away from it.
+void pickScreen(benchmark::State& state, double cursorX) {
+  const CompactMesh& mesh = millionTriangles();
+  Camera camera;
+  camera.setViewport(Viewport(0, 0, 1000, 800));
+  AngleAspect frustum;
+  frustum.setAspectRatio(1000.0 / 800.0);
+  frustum.setDepthRange(1, 100);
+  camera.setFrustum(frustum);
+  camera.setWorldToEye(Point(0, 0, 0), Point(0, -8, 8), Vector(0, 0, 1));
+  const ruLinear::ProjMatrixFlt matrix(camera.getWorldToViewport());
+  const ruLinear::Point2 cursor(cursorX, 400.5);
+  const ruLinear::Line ray = camera.getWorldSpaceRay(cursor);
+  ruLinear::Point2 centre;
+  camera.project(Point(0, 0, 0), centre);
+  MeshRayQuery keepBuilt(mesh);
+  bool valid = false;
+  for (auto _ : state) valid = meshRayIntersectScreen(mesh, matrix, static_cast<int>(cursor.x), 400, 1, ray).valid();
+  state.counters["hit"] = valid;
+}
+void BM_MeshRayIntersectScreenOnMesh(benchmark::State& state) { pickScreen(state, 300.5); }
+BENCHMARK(BM_MeshRayIntersectScreenOnMesh);
+void BM_MeshRayIntersectScreenBesideMesh(benchmark::State& state) { pickScreen(state, 5.5); }
+BENCHMARK(BM_MeshRayIntersectScreenBesideMesh);
+// Through the hole of the torus: inside the projected box, so every triangle is tested.
+void BM_MeshRayIntersectScreenInHole(benchmark::State& state) { pickScreen(state, 500.5); }
+BENCHMARK(BM_MeshRayIntersectScreenInHole)->Unit(benchmark::kMillisecond);
 
 void BM_CompactMeshCopy(benchmark::State& state) {
   CompactMesh mesh = millionTriangles();
