@@ -258,6 +258,18 @@ TEST(MeshImport, BinaryStlWhoseHeaderStartsWithSolidIsStillBinary) {
   EXPECT_EQ(mesh.getNumTriangles(), 12);
 }
 
+TEST(MeshImport, MinusZeroAndZeroWeldIntoOneVertex) {
+  Soup soup;
+  soup.corners = {Point(0, 0, 0), Point(1, 0, 0), Point(0, 1, 0), Point(-0.0, -0.0, 0), Point(0, -1, 0), Point(1, 0, -0.0)};
+  const std::string path = tempPath("minus_zero.stl");
+  writeFile(path, binaryStl(soup));
+  CompactMesh mesh;
+  CString error;
+  ASSERT_TRUE(importMesh(path, mesh, &error)) << error.c_str();
+  EXPECT_EQ(mesh.getNumTriangles(), 2);
+  EXPECT_EQ(mesh.getNumVertices(), 4);
+}
+
 TEST(MeshImport, AsciiStlWeldsIdenticalVertices) {
   const std::string path = tempPath("cube_ascii.stl");
   writeFile(path, asciiStl(cubeSoup()));

@@ -8,7 +8,10 @@
 
 #include <algorithm>
 #include <cmath>
+#include <functional>
 #include <random>
+#include <thread>
+#include <vector>
 
 using namespace ruGeom;
 using ruLinear::Line;
@@ -106,6 +109,36 @@ TEST(MeshRayQuery, AgreesWithBruteForceWithinADistanceRange) {
   for (const ruGeomTest::NamedMesh& entry : ruGeomTest::corpus()) {
     SCOPED_TRACE(entry.name);
     compareWithBruteForce(entry.mesh, 1000, seed++, options, 20);
+  }
+}
+
+TEST(MeshRayQuery, OneQueryServesSeveralThreadsAtOnce) {
+  const CompactMesh torus = ruGeomTest::makeTorus(40, 20);
+  const MeshRayQuery query(torus);
+  std::vector<Line> rays;
+  std::mt19937 random(9);
+  std::uniform_real_distribution<double> coordinate(-3, 3);
+  for (int i = 0; i < 400; ++i) {
+    rays.emplace_back(Point(coordinate(random), coordinate(random), 4), Vector(coordinate(random), coordinate(random), -4));
+  }
+  std::vector<int> first(rays.size()), second(rays.size());
+  auto run = [&](std::vector<int>& out) {
+    for (std::size_t i = 0; i < rays.size(); ++i) {
+      MeshRayHit hit;
+      query.intersect(rays[i], hit);
+      out[i] = hit.triangle;
+    }
+  };
+  std::thread a(run, std::ref(first)), b(run, std::ref(second));
+  a.join();
+  b.join();
+  EXPECT_EQ(first, second);
+  for (std::size_t i = 0; i < rays.size(); ++i) {
+    MeshRayHit expected;
+    ruGeomTest::bruteForceIntersect(torus, rays[i], expected);
+    if (expected.hit && !nearBorder(expected, 1e-4)) {
+      EXPECT_EQ(first[i], expected.triangle) << i;
+    }
   }
 }
 
