@@ -190,15 +190,24 @@ int MeshTriStrip::computeStrips(int maxTriangles, int startTriangle) {
     const int t = (startTriangle + k) % numTriangles;
     if (used[t]) continue;
     used[t] = 1;
-    // Rotate the start so that its last edge leads on to a neighbour if one can follow.
+    // Start with the rotation whose walk runs longest: each walk is a dry run of the one below,
+    // at most maxTriangles steps, so choosing costs at most three times the strip kept.
     int rotation = 0;
     if (proper(t)) {
+      int longest = 0;
       for (int r = 0; r < 3; ++r) {
-        std::uint32_t third;
-        if (follower(t, (r + 1) % 3, third) >= 0) {
-          rotation = r;
-          break;
+        int length = 1, current = t, edge = (r + 1) % 3;
+        std::uint32_t last = tri[3 * t + (r + 2) % 3];
+        while (length < maxTriangles) {
+          std::uint32_t third;
+          const int next = follower(current, edge, third);
+          if (next < 0 || next == t) break;
+          ++length;
+          edge = edgeOf(next, last, third);
+          last = third;
+          current = next;
         }
+        if (length > longest) longest = length, rotation = r;
       }
     }
     const std::size_t begin = indices.size();

@@ -12,6 +12,8 @@ struct Viewport {
   double width = 1, height = 1;  // size, pixels
   constexpr Viewport() noexcept = default;
   constexpr Viewport(double ox, double oy, double w, double h) noexcept : x(ox), y(oy), width(w), height(h) {}
+  void setOrigin(double ox, double oy) noexcept { x = ox, y = oy; }
+  void setSize(double w, double h) noexcept { width = w, height = h; }
   friend constexpr bool operator==(const Viewport& a, const Viewport& b) noexcept {
     return a.x == b.x && a.y == b.y && a.width == b.width && a.height == b.height;
   }
@@ -106,5 +108,8 @@ private:
   ruLinear::Vector right_;
   ruLinear::Vector up_;
 };
+
+// Exact comparison of every field.
+RU_GEOM_API bool operator==(const Camera& a, const Camera& b) noexcept;
 
 }  // namespace ruGeom

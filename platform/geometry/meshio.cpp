@@ -5,11 +5,14 @@
 #include <assimp/postprocess.h>
 #include <assimp/scene.h>
 
+#include <cctype>
 #include <cerrno>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
 #include <memory>
+#include <sstream>
+#include <string>
 #include <unordered_map>
 #include <vector>
 
@@ -72,6 +75,149 @@ bool checkStl(std::FILE* file, long size, CString& what) {
   return false;
 }
 
+int plyScalarSize(const std::string& type) {
+  if (type == "char" || type == "uchar" || type == "int8" || type == "uint8") return 1;
+  if (type == "short" || type == "ushort" || type == "int16" || type == "uint16") return 2;
+  if (type == "int" || type == "uint" || type == "float" || type == "int32" || type == "uint32" || type == "float32") return 4;
+  if (type == "double" || type == "float64") return 8;
+  return 0;
+}
+
+// Walks a PLY file's header and body to check that every element the header announces is there.
+// The importer does not stop on a short body (it can read forever), so a truncated file must be
+// caught before it.
+bool checkPly(std::FILE* file, long size, CString& what) {
+  std::vector<char> bytes(static_cast<std::size_t>(size));
+  std::fseek(file, 0, SEEK_SET);
+  if (std::fread(bytes.data(), 1, bytes.size(), file) != bytes.size()) {
+    what = "cannot read the file";
+    return false;
+  }
+  struct Property {
+    int size = 0;       // scalar size, or the size of a list's items
+    int countSize = 0;  // non-zero for a list: size of its count
+  };
+  struct Element {
+    long long count = 0;
+    std::vector<Property> properties;
+  };
+  std::vector<Element> elements;
+  std::size_t pos = 0;
+  auto nextLine = [&](std::string& line) {
+    if (pos >= bytes.size()) return false;
+    std::size_t end = pos;
+    while (end < bytes.size() && bytes[end] != '\n') ++end;
+    line.assign(bytes.data() + pos, end - pos);
+    if (!line.empty() && line.back() == '\r') line.pop_back();
+    pos = end + 1;
+    return true;
+  };
+  std::string line, format;
+  if (!nextLine(line) || line != "ply") {
+    what = "not a PLY file (it does not start with 'ply')";
+    return false;
+  }
+  bool ended = false;
+  while (nextLine(line)) {
+    std::istringstream words(line);
+    std::string keyword;
+    words >> keyword;
+    if (keyword == "format") {
+      words >> format;
+    } else if (keyword == "element") {
+      std::string name;
+      Element element;
+      if (!(words >> name >> element.count) || element.count < 0) {
+        what = CString::format("malformed PLY header line '%s'", line.c_str());
+        return false;
+      }
+      elements.push_back(element);
+    } else if (keyword == "property") {
+      std::string type;
+      words >> type;
+      Property property;
+      if (type == "list") {
+        std::string countType, itemType;
+        words >> countType >> itemType;
+        property.countSize = plyScalarSize(countType);
+        property.size = plyScalarSize(itemType);
+      } else {
+        property.size = plyScalarSize(type);
+      }
+      if (elements.empty() || property.size == 0 || (type == "list" && property.countSize == 0)) {
+        what = CString::format("malformed PLY header line '%s'", line.c_str());
+        return false;
+      }
+      elements.back().properties.push_back(property);
+    } else if (keyword == "end_header") {
+      ended = true;
+      break;
+    }
+  }
+  if (!ended) {
+    what = "truncated PLY header (no end_header)";
+    return false;
+  }
+  const bool ascii = format == "ascii";
+  const bool little = format == "binary_little_endian";
+  if (!ascii && !little && format != "binary_big_endian") {
+    what = CString::format("unknown PLY format '%s'", format.c_str());
+    return false;
+  }
+  auto readToken = [&](double& value) {
+    while (pos < bytes.size() && std::isspace(static_cast<unsigned char>(bytes[pos]))) ++pos;
+    if (pos >= bytes.size()) return false;
+    char* end = nullptr;
+    std::string token;
+    while (pos < bytes.size() && !std::isspace(static_cast<unsigned char>(bytes[pos]))) token += bytes[pos++];
+    value = std::strtod(token.c_str(), &end);
+    return end && *end == '\0';
+  };
+  auto readCount = [&](int countSize, double& value) {
+    if (ascii) return readToken(value);
+    if (pos + countSize > bytes.size()) return false;
+    std::uint64_t raw = 0;
+    for (int i = 0; i < countSize; ++i) {
+      const std::uint64_t byte = static_cast<unsigned char>(bytes[pos + (little ? i : countSize - 1 - i)]);
+      raw |= byte << (8 * i);
+    }
+    pos += countSize;
+    value = static_cast<double>(raw);
+    return true;
+  };
+  for (const Element& element : elements) {
+    for (long long i = 0; i < element.count; ++i) {
+      for (const Property& property : element.properties) {
+        double value = 0;
+        long long items = 1;
+        if (property.countSize) {
+          if (!readCount(property.countSize, value) || value < 0) {
+            what = "truncated or malformed PLY data";
+            return false;
+          }
+          items = static_cast<long long>(value);
+        }
+        if (ascii) {
+          for (long long k = 0; k < items; ++k) {
+            if (!readToken(value)) {
+              what = "truncated or malformed PLY data";
+              return false;
+            }
+          }
+        } else {
+          const std::size_t need = static_cast<std::size_t>(items) * property.size;
+          if (need > bytes.size() - pos) {
+            what = "truncated PLY data";
+            return false;
+          }
+          pos += need;
+        }
+      }
+    }
+  }
+  return true;
+}
+
 struct KeyHash {
   std::size_t operator()(const MeshVertex& v) const noexcept {
     std::uint32_t bits[3];
@@ -107,9 +253,9 @@ bool importMesh(const CString& path, CompactMesh& mesh, CString* error) {
     setError(error, path, "unsupported file type (expected .stl, .obj, .3mf or .ply)");
     return false;
   }
-  if (stl) {
+  if (stl || endsWith(name, ".ply")) {
     CString what;
-    if (!checkStl(file.get(), size, what)) {
+    if (!(stl ? checkStl(file.get(), size, what) : checkPly(file.get(), size, what))) {
       setError(error, path, what);
       return false;
     }

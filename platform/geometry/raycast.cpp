@@ -108,17 +108,29 @@ RTCScene acquireScene(const CompactMesh& mesh) {
   return scene;
 }
 
-// Extends the intersection context with the triangle to skip.
+// Extends the intersection context with what to skip.
 struct IgnoreContext {
   RTCIntersectContext context;
-  unsigned ignore;
+  unsigned triangle;             // RTC_INVALID_GEOMETRY_ID for none
+  std::uint32_t vertex;          // 0xFFFFFFFF for none
+  const std::uint32_t* indices;  // the mesh's triangles, for the vertex test
 };
 
 void ignoreFilter(const RTCFilterFunctionNArguments* args) {
   const auto* extended = reinterpret_cast<const IgnoreContext*>(args->context);
   for (unsigned i = 0; i < args->N; ++i) {
     if (args->valid[i] != -1) continue;
-    if (RTCHitN_primID(args->hit, args->N, i) == extended->ignore) args->valid[i] = 0;
+    const unsigned primitive = RTCHitN_primID(args->hit, args->N, i);
+    if (primitive == extended->triangle) {
+      args->valid[i] = 0;
+      continue;
+    }
+    if (extended->vertex != 0xFFFFFFFFu) {
+      const std::uint32_t* corners = extended->indices + 3 * static_cast<std::size_t>(primitive);
+      if (corners[0] == extended->vertex || corners[1] == extended->vertex || corners[2] == extended->vertex) {
+        args->valid[i] = 0;
+      }
+    }
   }
 }
 
@@ -133,8 +145,11 @@ bool castRay(RTCScene scene, const CompactMesh& mesh, const ruLinear::Line& ray,
   if (options.maxDistance < options.minDistance) return false;
   IgnoreContext extended;
   rtcInitIntersectContext(&extended.context);
-  extended.ignore = options.ignoreTriangle >= 0 ? static_cast<unsigned>(options.ignoreTriangle) : RTC_INVALID_GEOMETRY_ID;
-  if (options.ignoreTriangle >= 0) extended.context.filter = ignoreFilter;
+  extended.triangle = options.ignoreTriangle >= 0 ? static_cast<unsigned>(options.ignoreTriangle) : RTC_INVALID_GEOMETRY_ID;
+  extended.vertex = options.ignoreVertex >= 0 ? static_cast<std::uint32_t>(options.ignoreVertex) : 0xFFFFFFFFu;
+  extended.indices = mesh.getTriangles();
+  // Without anything to skip no filter runs, so the plain query pays nothing for the option.
+  if (options.ignoreTriangle >= 0 || options.ignoreVertex >= 0) extended.context.filter = ignoreFilter;
   RTCRayHit rayHit;
   const Point& origin = ray.getPoint();
   rayHit.ray.org_x = static_cast<float>(origin.x);
@@ -160,10 +175,8 @@ bool castRay(RTCScene scene, const CompactMesh& mesh, const ruLinear::Line& ray,
   hit.distance = rayHit.ray.tfar;
   hit.u = rayHit.hit.u;
   hit.v = rayHit.hit.v;
-  const std::uint32_t* t = mesh.getTriangles() + 3 * static_cast<std::size_t>(hit.triangle);
-  const Point a = mesh.getVertices()[t[0]].asPoint(), b = mesh.getVertices()[t[1]].asPoint(),
-              c = mesh.getVertices()[t[2]].asPoint();
-  hit.point = a + (b - a) * hit.u + (c - a) * hit.v;
+  // Along the ray rather than from the corners: no reads of the mesh's arrays on the hot path.
+  hit.point = origin + direction * hit.distance;
   return true;
 }
 
@@ -260,6 +273,86 @@ double nearestOnSegment(double cx, double cy, const Screen& p, const Screen& q) 
   return std::clamp(((cx - p.x) * dx + (cy - p.y) * dy) / length2, 0.0, 1.0);
 }
 
+bool collectCandidate(RTCPointQueryFunctionArguments* args) {
+  static_cast<std::vector<unsigned>*>(args->userPtr)->push_back(args->primID);
+  return false;  // the query's radius stays as it is
+}
+
+// The world radius that `pixels` pixels span around `p`, measured across the ray (the smaller
+// screen scale of two directions, so the radius is never short); negative when `p` has no
+// screen position.
+double pixelRadius(const ruLinear::ProjMatrix& m, const Point& p, const Vector& e1, const Vector& e2, double pixels,
+                   double step) {
+  double w0 = 0, w1 = 0, w2 = 0;
+  const Point q0 = m.transform(p, &w0);
+  const Point q1 = m.transform(p + e1 * step, &w1);
+  const Point q2 = m.transform(p + e2 * step, &w2);
+  if (!(w0 > 0 && w1 > 0 && w2 > 0)) return -1.0;
+  const double perUnit = std::min(std::hypot(q1.x - q0.x, q1.y - q0.y), std::hypot(q2.x - q0.x, q2.y - q0.y)) / step;
+  if (!(perUnit > 0) || !std::isfinite(perUnit)) return -1.0;
+  return pixels / perUnit;
+}
+
+// Gathers the triangles that may lie within `tolerance` pixels of the ray on screen: a chain of
+// spheres covers the cone of that radius along the ray, clipped to the scene's box, and each
+// sphere is an Embree point query. Returns false when the cone cannot be measured.
+bool coneCandidates(RTCScene scene, const ruLinear::ProjMatrix& m, const Point& origin, const Vector& direction,
+                    int tolerance, const RTCBounds& b, std::vector<unsigned>& out) {
+  const double pixels = tolerance + 1.0;  // the cursor lies anywhere in its pixel
+  const double lower[3] = {b.lower_x, b.lower_y, b.lower_z}, upper[3] = {b.upper_x, b.upper_y, b.upper_z};
+  double tFar = 0;
+  for (int i = 0; i < 8; ++i) {
+    tFar = std::max(tFar, ruLinear::distance(origin, Point(i & 1 ? upper[0] : lower[0], i & 2 ? upper[1] : lower[1],
+                                                           i & 4 ? upper[2] : lower[2])));
+  }
+  const Vector e1 = direction.orthogonalVector().normalized();
+  const Vector e2 = ruLinear::cross(direction, e1);
+  const double step = 1e-4 * std::max(tFar, 1e-6);
+  auto radiusAt = [&](double t) { return pixelRadius(m, origin + direction * t, e1, e2, pixels, step); };
+  const double rFar = radiusAt(tFar);
+  if (rFar < 0) return false;
+  // The part of the ray inside the box grown by the largest radius.
+  double t0 = 0, t1 = tFar + rFar;
+  for (int axis = 0; axis < 3; ++axis) {
+    const double o = origin[axis], d = direction[axis];
+    const double lo = lower[axis] - rFar, hi = upper[axis] + rFar;
+    if (std::fabs(d) < 1e-300) {
+      if (o < lo || o > hi) return true;
+      continue;
+    }
+    double ta = (lo - o) / d, tb = (hi - o) / d;
+    if (ta > tb) std::swap(ta, tb);
+    t0 = std::max(t0, ta);
+    t1 = std::min(t1, tb);
+  }
+  if (t0 > t1) return true;
+  RTCPointQueryContext context;
+  rtcInitPointQueryContext(&context);
+  // Each sphere spans up to eight cone radii of ray; the radius grows linearly along the ray, so
+  // the larger end's radius bounds the whole piece. At most about 256 pieces near the eye.
+  const double minimum = (t1 - t0) / 256.0 + 1e-12;
+  for (double a = t0; a < t1;) {
+    const double ra = radiusAt(a);
+    if (ra < 0) return false;
+    const double bEnd = std::min(a + std::max(8.0 * ra, minimum), t1);
+    const double rb = radiusAt(bEnd);
+    if (rb < 0) return false;
+    const double half = 0.5 * (bEnd - a);
+    const double rmax = std::max(ra, rb);
+    const Point centre = origin + direction * (a + half);
+    RTCPointQuery query;
+    query.x = static_cast<float>(centre.x);
+    query.y = static_cast<float>(centre.y);
+    query.z = static_cast<float>(centre.z);
+    query.time = 0.0f;
+    query.radius = static_cast<float>(std::sqrt(half * half + rmax * rmax) * 1.001 + 1e-6 * (1 + tFar));
+    rtcPointQuery(scene, &query, &context, collectCandidate, &out);
+    if (bEnd >= t1) break;
+    a = bEnd;
+  }
+  return true;
+}
+
 }  // namespace
 
 MeshCoord meshRayIntersectScreen(const CompactMesh& mesh, const ruLinear::ProjMatrixFlt& worldToViewport, int x, int y,
@@ -267,23 +360,48 @@ MeshCoord meshRayIntersectScreen(const CompactMesh& mesh, const ruLinear::ProjMa
   const MeshVertex* vertices = mesh.getVertices();
   const std::uint32_t* tri = mesh.getTriangles();
   auto corner = [&](int triangle, int i) { return vertices[tri[3 * triangle + i]].asPoint(); };
+  RTCScene scene = acquireScene(mesh);
+  if (!scene) return MeshCoord();  // no triangles, or indices out of range
+  struct Release {
+    RTCScene scene;
+    ~Release() { rtcReleaseScene(scene); }
+  } release{scene};
   MeshRayHit hit;
-  if (meshRayIntersect(mesh, ray, hit)) {
+  const bool found = castRay(scene, mesh, ray, hit, MeshRayOptions());
+  RTCBounds bounds;
+  rtcGetSceneBounds(scene, &bounds);
+  if (found) {
     return MeshCoord(hit.triangle, hit.u, hit.v, corner(hit.triangle, 0), corner(hit.triangle, 1),
                      corner(hit.triangle, 2), hit.distance);
   }
-  if (tolerance <= 0 || !tri) return MeshCoord();
-  for (std::size_t i = 0; i < static_cast<std::size_t>(mesh.getNumTriangles()) * 3; ++i) {
-    if (tri[i] >= static_cast<std::uint32_t>(mesh.getNumVertices())) return MeshCoord();
-  }
+  if (tolerance <= 0) return MeshCoord();
   const ruLinear::ProjMatrix matrix = worldToViewport.asProjMatrix();
+  const double cx = x + 0.5, cy = y + 0.5;
+  // A cursor well away from the projection of the mesh's box cannot be near any triangle: skip
+  // the scan, which is what keeps a miss cheap on large meshes.
+  {
+    bool inFront = true;
+    double lowX = INFINITY, lowY = INFINITY, highX = -INFINITY, highY = -INFINITY;
+    for (int i = 0; i < 8 && inFront; ++i) {
+      const Point p((i & 1) ? bounds.upper_x : bounds.lower_x, (i & 2) ? bounds.upper_y : bounds.lower_y,
+                    (i & 4) ? bounds.upper_z : bounds.lower_z);
+      double w = 0;
+      const Point q = matrix.transform(p, &w);
+      inFront = w > 0;
+      lowX = std::min(lowX, q.x), highX = std::max(highX, q.x);
+      lowY = std::min(lowY, q.y), highY = std::max(highY, q.y);
+    }
+    if (inFront && (cx < lowX - tolerance || cx > highX + tolerance || cy < lowY - tolerance || cy > highY + tolerance)) {
+      return MeshCoord();
+    }
+  }
   Vector direction = ray.getDirection();
   if (direction.length2() == 0.0) return MeshCoord();
   direction.normalize();
-  const double cx = x + 0.5, cy = y + 0.5;
   MeshCoord best;
   double bestDistance = std::numeric_limits<double>::infinity();
-  for (int t = 0; t < mesh.getNumTriangles(); ++t) {
+  // Tests one triangle against the pixel's tolerance disc in screen space.
+  auto test = [&](int t) {
     Screen s[3];
     bool inFront = true;
     for (int i = 0; i < 3; ++i) {
@@ -292,7 +410,7 @@ MeshCoord meshRayIntersectScreen(const CompactMesh& mesh, const ruLinear::ProjMa
       s[i] = Screen{p.x, p.y, w};
       inFront = inFront && w > 0;
     }
-    if (!inFront) continue;
+    if (!inFront) return;
     // Screen barycentrics of the nearest point of the projected triangle to the pixel centre.
     double b[3] = {0, 0, 0};
     const double area = (s[1].x - s[0].x) * (s[2].y - s[0].y) - (s[2].x - s[0].x) * (s[1].y - s[0].y);
@@ -321,11 +439,11 @@ MeshCoord meshRayIntersectScreen(const CompactMesh& mesh, const ruLinear::ProjMa
         }
       }
     }
-    if (gap > tolerance) continue;
+    if (gap > tolerance) return;
     // Screen barycentrics to world ones: divide by each corner's w and renormalise.
     double wb[3], sum = 0;
     for (int i = 0; i < 3; ++i) sum += (wb[i] = b[i] / s[i].w);
-    if (!(sum > 0)) continue;
+    if (!(sum > 0)) return;
     for (double& value : wb) value /= sum;
     const Point a = corner(t, 0), p1 = corner(t, 1), p2 = corner(t, 2);
     const Point point = a + (p1 - a) * wb[1] + (p2 - a) * wb[2];
@@ -334,7 +452,19 @@ MeshCoord meshRayIntersectScreen(const CompactMesh& mesh, const ruLinear::ProjMa
       bestDistance = along;
       best = MeshCoord(t, wb[1], wb[2], a, p1, p2, along);
     }
+    };
+  // Candidates: triangles whose bounds meet a chain of spheres that covers the cone of the
+  // tolerance disc along the ray inside the mesh's box. Each sphere is found by an Embree point
+  // query, so a miss costs a few queries rather than a pass over every triangle.
+  std::vector<unsigned> candidates;
+  if (!coneCandidates(scene, matrix, ray.getPoint(), direction, tolerance, bounds, candidates)) {
+    // The matrix and ray do not give a usable cone (a point without screen position): test all.
+    for (int t = 0; t < mesh.getNumTriangles(); ++t) test(t);
+    return best;
   }
+  std::sort(candidates.begin(), candidates.end());
+  candidates.erase(std::unique(candidates.begin(), candidates.end()), candidates.end());
+  for (unsigned t : candidates) test(static_cast<int>(t));
   return best;
 }
 

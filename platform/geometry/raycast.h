@@ -64,6 +64,9 @@ struct MeshRayOptions {
   double maxDistance = DBL_MAX;
   // A triangle to ignore (the one the ray starts from), -1 for none.
   int ignoreTriangle = -1;
+  // A vertex whose triangles are all ignored (for a ray cast from a mesh corner, which touches
+  // every triangle around it at distance 0), -1 for none.
+  int ignoreVertex = -1;
 };
 
 // The result of a nearest-hit query.
@@ -72,7 +75,7 @@ struct MeshRayHit {
   int triangle = -1;                 // triangle index, -1 when no hit
   double distance = 0.0;             // world units from the ray's point along its direction
   double u = 0.0, v = 0.0;           // barycentrics as in MeshCoordBase
-  ruLinear::Point point;             // the hit point
+  ruLinear::Point point;             // the hit point: ray point + distance * unit direction
 };
 
 // The nearest hit of the ray (ray.getPoint() + t * unit direction, t in the options' range) with

@@ -35,6 +35,47 @@ void setError(ruString::CString* error, const ruString::CString& path, const cha
   if (error) *error = ruString::CString::format("PNG file '%s': %s", path.c_str(), what);
 }
 
+// The libpng calls run in these helpers, which hold no C++ objects across setjmp: libpng leaves
+// through longjmp on an error, and only plain locals survive that safely.
+bool readHeader(png_structp png, png_infop info, std::FILE* file, png_uint_32* width, png_uint_32* height) {
+  if (setjmp(png_jmpbuf(png))) return false;
+  png_init_io(png, file);
+  png_set_sig_bytes(png, 8);
+  png_read_info(png, info);
+  const int colorType = png_get_color_type(png, info);
+  const int bitDepth = png_get_bit_depth(png, info);
+  if (bitDepth == 16) png_set_strip_16(png);
+  if (colorType == PNG_COLOR_TYPE_PALETTE) png_set_palette_to_rgb(png);
+  if (colorType == PNG_COLOR_TYPE_GRAY && bitDepth < 8) png_set_expand_gray_1_2_4_to_8(png);
+  const bool transparency = png_get_valid(png, info, PNG_INFO_tRNS) != 0;
+  if (transparency) png_set_tRNS_to_alpha(png);
+  if (colorType == PNG_COLOR_TYPE_GRAY || colorType == PNG_COLOR_TYPE_GRAY_ALPHA) png_set_gray_to_rgb(png);
+  if (!(colorType & PNG_COLOR_MASK_ALPHA) && !transparency) png_set_filler(png, 0xFF, PNG_FILLER_AFTER);
+  png_set_interlace_handling(png);
+  png_read_update_info(png, info);
+  *width = png_get_image_width(png, info);
+  *height = png_get_image_height(png, info);
+  return png_get_rowbytes(png, info) == static_cast<std::size_t>(*width) * 4;
+}
+
+bool readBody(png_structp png, png_bytepp rows) {
+  if (setjmp(png_jmpbuf(png))) return false;
+  png_read_image(png, rows);
+  png_read_end(png, nullptr);
+  return true;
+}
+
+bool writeBody(png_structp png, png_infop info, std::FILE* file, int width, int height, int colorType, png_bytepp rows) {
+  if (setjmp(png_jmpbuf(png))) return false;
+  png_init_io(png, file);
+  png_set_IHDR(png, info, width, height, 8, colorType, PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT,
+               PNG_FILTER_TYPE_DEFAULT);
+  png_write_info(png, info);
+  png_write_image(png, rows);
+  png_write_end(png, nullptr);
+  return true;
+}
+
 }  // namespace
 
 ru::Reference<TypedImage<Byte4>> readPng(const ruString::CString& path, ruString::CString* error) {
@@ -50,46 +91,29 @@ ru::Reference<TypedImage<Byte4>> readPng(const ruString::CString& path, ruString
   }
   ErrorState state;
   png_structp png = png_create_read_struct(PNG_LIBPNG_VER_STRING, &state, onPngError, onPngWarning);
-  if (!png) {
+  png_infop info = png ? png_create_info_struct(png) : nullptr;
+  if (!info) {
+    png_destroy_read_struct(&png, nullptr, nullptr);
     setError(error, path, "out of memory");
     return nullptr;
   }
-  png_infop info = png_create_info_struct(png);
-  ru::Reference<TypedImage<Byte4>> image(new TypedImage<Byte4>());
-  std::vector<png_bytep> rows;
-  if (setjmp(png_jmpbuf(png))) {
+  png_uint_32 width = 0, height = 0;
+  if (!readHeader(png, info, file.get(), &width, &height)) {
     png_destroy_read_struct(&png, &info, nullptr);
+    setError(error, path,
+             state.message[0] ? ruString::CString::format("corrupt or truncated header (%s)", state.message).c_str()
+                              : "unsupported pixel layout");
+    return nullptr;
+  }
+  ru::Reference<TypedImage<Byte4>> image(new TypedImage<Byte4>(static_cast<int>(width), static_cast<int>(height)));
+  std::vector<png_bytep> rows(height);
+  for (png_uint_32 y = 0; y < height; ++y) rows[y] = image->bytes() + static_cast<std::size_t>(y) * width * 4;
+  const bool ok = readBody(png, rows.data());
+  png_destroy_read_struct(&png, &info, nullptr);
+  if (!ok) {
     setError(error, path, ruString::CString::format("corrupt or truncated data (%s)", state.message).c_str());
     return nullptr;
   }
-  png_init_io(png, file.get());
-  png_set_sig_bytes(png, 8);
-  png_read_info(png, info);
-  const png_uint_32 width = png_get_image_width(png, info);
-  const png_uint_32 height = png_get_image_height(png, info);
-  const int colorType = png_get_color_type(png, info);
-  const int bitDepth = png_get_bit_depth(png, info);
-  if (bitDepth == 16) png_set_strip_16(png);
-  if (colorType == PNG_COLOR_TYPE_PALETTE) png_set_palette_to_rgb(png);
-  if (colorType == PNG_COLOR_TYPE_GRAY && bitDepth < 8) png_set_expand_gray_1_2_4_to_8(png);
-  if (png_get_valid(png, info, PNG_INFO_tRNS)) png_set_tRNS_to_alpha(png);
-  if (colorType == PNG_COLOR_TYPE_GRAY || colorType == PNG_COLOR_TYPE_GRAY_ALPHA) png_set_gray_to_rgb(png);
-  if (!(colorType & PNG_COLOR_MASK_ALPHA) && !png_get_valid(png, info, PNG_INFO_tRNS)) {
-    png_set_filler(png, 0xFF, PNG_FILLER_AFTER);
-  }
-  png_set_interlace_handling(png);
-  png_read_update_info(png, info);
-  if (png_get_rowbytes(png, info) != static_cast<std::size_t>(width) * 4) {
-    png_destroy_read_struct(&png, &info, nullptr);
-    setError(error, path, "unsupported pixel layout");
-    return nullptr;
-  }
-  image->setSize(static_cast<int>(width), static_cast<int>(height));
-  rows.resize(height);
-  for (png_uint_32 y = 0; y < height; ++y) rows[y] = image->bytes() + static_cast<std::size_t>(y) * width * 4;
-  png_read_image(png, rows.data());
-  png_read_end(png, nullptr);
-  png_destroy_read_struct(&png, &info, nullptr);
   return image;
 }
 
@@ -105,28 +129,23 @@ bool writePng(const Image& image, const ruString::CString& path, ruString::CStri
   }
   ErrorState state;
   png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, &state, onPngError, onPngWarning);
-  if (!png) {
+  png_infop info = png ? png_create_info_struct(png) : nullptr;
+  if (!info) {
+    png_destroy_write_struct(&png, nullptr);
     setError(error, path, "out of memory");
     return false;
   }
-  png_infop info = png_create_info_struct(png);
   std::vector<png_bytep> rows(image.ySize());
-  if (setjmp(png_jmpbuf(png))) {
-    png_destroy_write_struct(&png, &info);
-    setError(error, path, ruString::CString::format("cannot write (%s)", state.message).c_str());
-    return false;
-  }
-  png_init_io(png, file.get());
-  const int colorType = image.getPixelFormat() == PixelFormat::Byte4 ? PNG_COLOR_TYPE_RGBA : PNG_COLOR_TYPE_GRAY;
-  png_set_IHDR(png, info, image.xSize(), image.ySize(), 8, colorType, PNG_INTERLACE_NONE,
-               PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
-  png_write_info(png, info);
   for (int y = 0; y < image.ySize(); ++y) {
     rows[y] = const_cast<png_bytep>(image.bytes() + static_cast<std::size_t>(y) * image.rowBytes());
   }
-  png_write_image(png, rows.data());
-  png_write_end(png, nullptr);
+  const int colorType = image.getPixelFormat() == PixelFormat::Byte4 ? PNG_COLOR_TYPE_RGBA : PNG_COLOR_TYPE_GRAY;
+  const bool ok = writeBody(png, info, file.get(), image.xSize(), image.ySize(), colorType, rows.data());
   png_destroy_write_struct(&png, &info);
+  if (!ok) {
+    setError(error, path, ruString::CString::format("cannot write (%s)", state.message).c_str());
+    return false;
+  }
   if (std::fflush(file.get()) != 0 || std::ferror(file.get())) {
     setError(error, path, "cannot write (disk full or I/O error)");
     return false;

@@ -1,0 +1,211 @@
+#include "platform/geometry/mesh.h"
+
+#include "testmeshes.h"
+
+#include <gtest/gtest.h>
+
+using namespace ruGeom;
+using ruLinear::Point;
+
+TEST(CompactMesh, ANewMeshIsEmpty) {
+  CompactMesh mesh;
+  EXPECT_EQ(mesh.getNumVertices(), 0);
+  EXPECT_EQ(mesh.getNumTriangles(), 0);
+  EXPECT_EQ(mesh.getVertices(), nullptr);
+  EXPECT_EQ(mesh.getTriangles(), nullptr);
+  EXPECT_FALSE(mesh.hasNormals());
+  EXPECT_FALSE(mesh.hasStrips());
+  EXPECT_FALSE(mesh.hasTextureCoordinates());
+  EXPECT_FALSE(mesh.hasColors());
+  EXPECT_FALSE(mesh.getBoundingBox().valid());
+  EXPECT_EQ(mesh.getVertexBufferId(), 0u);
+}
+
+TEST(CompactMesh, IsAReferenceCountedPointMesh) {
+  ru::Reference<CompactMesh> mesh(new CompactMesh());
+  ru::Reference<PointMesh> asPoints = mesh;
+  EXPECT_EQ(mesh->refCount(), 2);
+  mesh->addVertex(Point(1, 2, 3));
+  EXPECT_EQ(asPoints->getNumVertices(), 1);
+  EXPECT_EQ(asPoints->getVertices()[0].asPoint(), Point(1, 2, 3));
+}
+
+TEST(CompactMesh, TrianglesAreThreeIndicesEachInOrder) {
+  CompactMesh mesh;
+  for (int i = 0; i < 4; ++i) mesh.addVertex(Point(i, 0, 0));
+  EXPECT_EQ(mesh.addTriangle(0, 1, 2), 0);
+  EXPECT_EQ(mesh.addTriangle(1, 3, 2), 1);
+  ASSERT_EQ(mesh.getNumTriangles(), 2);
+  const std::uint32_t expected[] = {0, 1, 2, 1, 3, 2};
+  for (int i = 0; i < 6; ++i) EXPECT_EQ(mesh.getTriangles()[i], expected[i]);
+}
+
+TEST(CompactMesh, ACopySharesEveryBufferUntilWritten) {
+  CompactMesh mesh = ruGeomTest::makeSphere(6, 8);
+  mesh.editNormals();
+  mesh.allocAttributes("thickness", 1);
+  const CompactMesh copy = mesh;
+  EXPECT_EQ(copy.getVertices(), mesh.getVertices());
+  EXPECT_EQ(copy.getTriangles(), mesh.getTriangles());
+  EXPECT_EQ(copy.getNormals(), mesh.getNormals());
+  EXPECT_EQ(copy.getVertexBufferId(), mesh.getVertexBufferId());
+  EXPECT_EQ(copy.getTriangleBufferId(), mesh.getTriangleBufferId());
+  EXPECT_EQ(copy.getAttributes("thickness").asFloat(), static_cast<const CompactMesh&>(mesh).getAttributes("thickness").asFloat());
+}
+
+TEST(CompactMesh, WritingOneSideLeavesTheOtherIntactAndDetachesOnlyThatBuffer) {
+  CompactMesh mesh = ruGeomTest::makeGrid(3, 3);
+  CompactMesh copy;
+  copy = mesh;
+  const MeshVertex before = mesh.getVertices()[0];
+  const BufferId vertexId = mesh.getVertexBufferId();
+  copy.editVertices()[0] = MeshVertex(9, 9, 9);
+  EXPECT_EQ(mesh.getVertices()[0], before);
+  EXPECT_EQ(copy.getVertices()[0], MeshVertex(9, 9, 9));
+  EXPECT_NE(copy.getVertices(), mesh.getVertices());
+  EXPECT_EQ(mesh.getVertexBufferId(), vertexId);
+  EXPECT_NE(copy.getVertexBufferId(), vertexId);
+  // The triangles were not written: still shared.
+  EXPECT_EQ(copy.getTriangles(), mesh.getTriangles());
+  EXPECT_EQ(copy.getTriangleBufferId(), mesh.getTriangleBufferId());
+}
+
+TEST(CompactMesh, WritingAnUnsharedBufferGivesItANewIdentity) {
+  CompactMesh mesh = ruGeomTest::makeGrid(2, 2);
+  const BufferId id = mesh.getTriangleBufferId();
+  const std::uint32_t* data = mesh.getTriangles();
+  mesh.editTriangles()[0] = 1;
+  EXPECT_EQ(mesh.getTriangles(), data);  // written in place
+  EXPECT_NE(mesh.getTriangleBufferId(), id);
+}
+
+TEST(CompactMesh, IdentitiesAreNeverReused) {
+  BufferId previous = 0;
+  for (int i = 0; i < 5; ++i) {
+    CompactMesh mesh;
+    mesh.addVertex(Point());
+    EXPECT_GT(mesh.getVertexBufferId(), previous);
+    previous = mesh.getVertexBufferId();
+  }
+}
+
+TEST(CompactMesh, AttributesCopyWithTheMeshAndDetachOnWrite) {
+  CompactMesh mesh = ruGeomTest::makeGrid(2, 2);
+  MeshAttributes thickness = mesh.allocAttributes("thickness", 1);
+  ASSERT_TRUE(thickness.valid());
+  EXPECT_EQ(thickness.getWidth(), 1);
+  EXPECT_EQ(thickness.getNumVertices(), mesh.getNumVertices());
+  for (int i = 0; i < mesh.getNumVertices(); ++i) EXPECT_EQ(thickness.asFloat()[i], 0.0f);
+  thickness.asFloat()[3] = 2.5f;
+  CompactMesh copy = mesh;
+  MeshAttributes written = copy.getAttributes("thickness");
+  ASSERT_TRUE(written.isWritable());
+  written.asFloat()[3] = 7.0f;
+  EXPECT_EQ(static_cast<const CompactMesh&>(mesh).getAttributes("thickness").asFloat()[3], 2.5f);
+  EXPECT_EQ(static_cast<const CompactMesh&>(copy).getAttributes("thickness").asFloat()[3], 7.0f);
+  EXPECT_EQ(copy.getVertices(), mesh.getVertices());
+}
+
+TEST(CompactMesh, AttributesOfSeveralFloatsAVertex) {
+  CompactMesh mesh = ruGeomTest::makeGrid(1, 1);
+  MeshAttributes rgb = mesh.allocAttributes("rgb", 3);
+  ASSERT_TRUE(rgb.valid());
+  rgb.asFloat()[3 * 2 + 1] = 0.5f;
+  const CompactMesh& constant = mesh;
+  const MeshAttributes read = constant.getAttributes("rgb");
+  EXPECT_FALSE(read.isWritable());
+  EXPECT_EQ(read.getWidth(), 3);
+  EXPECT_EQ(read.asFloat()[7], 0.5f);
+  EXPECT_TRUE(mesh.hasAttributes("rgb"));
+  EXPECT_EQ(mesh.getNumAttributes(), 1);
+  EXPECT_EQ(mesh.getAttributeEntry(0).name, "rgb");
+}
+
+TEST(CompactMesh, MissingAttributesAreInvalid) {
+  CompactMesh mesh = ruGeomTest::makeGrid(1, 1);
+  EXPECT_FALSE(mesh.getAttributes("none").valid());
+  EXPECT_EQ(mesh.getAttributes("none").asFloat(), nullptr);
+  EXPECT_FALSE(mesh.allocAttributes("bad", 0).valid());
+  EXPECT_FALSE(mesh.allocAttributes("", 1).valid());
+  EXPECT_FALSE(mesh.removeAttributes("none"));
+}
+
+TEST(CompactMesh, AttributesFollowTheVertexCount) {
+  CompactMesh mesh;
+  mesh.addVertex(Point());
+  mesh.allocAttributes("a", 2).asFloat()[1] = 4;
+  mesh.editColors();
+  mesh.addVertex(Point(1, 0, 0));
+  const CompactMesh& constant = mesh;
+  EXPECT_EQ(constant.getAttributes("a").getNumVertices(), 2);
+  EXPECT_EQ(constant.getAttributes("a").asFloat()[1], 4);
+  EXPECT_EQ(constant.getAttributes("a").asFloat()[3], 0);
+  EXPECT_EQ(constant.getColors()[1].a, 1.0f);
+  EXPECT_TRUE(mesh.removeAttributes("a"));
+  EXPECT_FALSE(mesh.hasAttributes("a"));
+}
+
+TEST(CompactMesh, ShareVerticesCopiesNoPositions) {
+  const CompactMesh mesh = ruGeomTest::makeGrid(2, 2);
+  CompactMesh lines;
+  lines.shareVertices(mesh);
+  lines.addLine(0, 1);
+  EXPECT_EQ(lines.getVertices(), mesh.getVertices());
+  EXPECT_EQ(lines.getNumVertices(), mesh.getNumVertices());
+  EXPECT_EQ(lines.getNumTriangles(), 0);
+  EXPECT_EQ(lines.getNumLines(), 1);
+}
+
+TEST(CompactMesh, LineArrayResizesAndTakesPairs) {
+  CompactMesh mesh = ruGeomTest::makeGrid(1, 1);
+  mesh.setNumLines(3 * mesh.getNumTriangles());
+  std::uint32_t* lines = mesh.editLines();
+  for (int t = 0; t < mesh.getNumTriangles(); ++t) {
+    const std::uint32_t* tri = mesh.getTriangles() + 3 * t;
+    for (int e = 0; e < 3; ++e) {
+      lines[6 * t + 2 * e] = tri[e];
+      lines[6 * t + 2 * e + 1] = tri[(e + 1) % 3];
+    }
+  }
+  EXPECT_EQ(mesh.getNumLines(), 6);
+  EXPECT_EQ(mesh.getLines()[2], mesh.getTriangles()[1]);
+}
+
+TEST(CompactMesh, SetStripsRejectsMismatchedSizes) {
+  CompactMesh mesh = ruGeomTest::makeGrid(1, 1);
+  const std::uint32_t indices[] = {0, 1, 3, 2};
+  const std::uint32_t lengths[] = {4};
+  const std::uint32_t triangles[] = {0, 1};
+  EXPECT_FALSE(mesh.setStrips(indices, 3, lengths, 1, triangles));
+  EXPECT_FALSE(mesh.hasStrips());
+  const std::uint32_t tooShort[] = {2};
+  EXPECT_FALSE(mesh.setStrips(indices, 2, tooShort, 1, triangles));
+  EXPECT_TRUE(mesh.setStrips(indices, 4, lengths, 1, triangles));
+  EXPECT_TRUE(mesh.hasStrips());
+  EXPECT_EQ(mesh.getStripLength(0), 4u);
+}
+
+TEST(CompactMesh, BoundingBoxHoldsEveryVertex) {
+  const CompactMesh mesh = ruGeomTest::makeSphere(8, 8, 2.0, Point(1, 1, 1));
+  const BoundingBox box = mesh.getBoundingBox();
+  ASSERT_TRUE(box.valid());
+  EXPECT_NEAR(box.getMin().z, -1, 1e-6);
+  EXPECT_NEAR(box.getMax().z, 3, 1e-6);
+}
+
+TEST(CompactMesh, ClearReleasesEverything) {
+  CompactMesh mesh = ruGeomTest::makeGrid(2, 2);
+  mesh.allocAttributes("x", 1);
+  mesh.clear();
+  EXPECT_EQ(mesh.getNumVertices(), 0);
+  EXPECT_EQ(mesh.getNumTriangles(), 0);
+  EXPECT_EQ(mesh.getNumAttributes(), 0);
+}
+
+TEST(CompactMesh, NegativeCountsCountAsZero) {
+  CompactMesh mesh = ruGeomTest::makeGrid(2, 2);
+  mesh.setNumTriangles(-1);
+  mesh.setNumVertices(-4);
+  EXPECT_EQ(mesh.getNumTriangles(), 0);
+  EXPECT_EQ(mesh.getNumVertices(), 0);
+}

@@ -1,0 +1,486 @@
+#include "platform/geometry/meshio.h"
+
+#include "platform/geometry/construct.h"
+#include "testmeshes.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <set>
+#include <sstream>
+#include <string>
+#include <unistd.h>
+#include <vector>
+
+using namespace ruGeom;
+using ruLinear::Point;
+using ruString::CString;
+
+namespace {
+
+std::filesystem::path tempFolder() {
+  return std::filesystem::temp_directory_path() / ("ru_meshio_" + std::to_string(::getpid()));
+}
+
+// Removes the files the tests wrote when the program ends.
+struct TempFolderCleanup {
+  ~TempFolderCleanup() {
+    std::error_code ignored;
+    std::filesystem::remove_all(tempFolder(), ignored);
+  }
+} cleanup;
+
+std::string tempPath(const std::string& name) {
+  std::filesystem::create_directories(tempFolder());
+  return (tempFolder() / name).string();
+}
+
+void writeFile(const std::string& path, const std::string& bytes) {
+  std::ofstream out(path, std::ios::binary);
+  out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+}
+
+// The unit cube as a triangle soup: every triangle with its own three corners.
+struct Soup {
+  std::vector<Point> corners;  // three a triangle, counter-clockwise from outside
+};
+
+Soup cubeSoup() {
+  CompactMesh cube;
+  constructCuboid(ruLinear::Range3d(Point(0, 0, 0), Point(1, 2, 3)), cube);
+  Soup soup;
+  for (int i = 0; i < cube.getNumTriangles() * 3; ++i) soup.corners.push_back(cube.getVertices()[cube.getTriangles()[i]].asPoint());
+  return soup;
+}
+
+std::string asciiStl(const Soup& soup) {
+  std::ostringstream text;
+  text << "solid cube\n";
+  for (std::size_t i = 0; i < soup.corners.size(); i += 3) {
+    text << "  facet normal 0 0 0\n    outer loop\n";
+    for (int c = 0; c < 3; ++c) {
+      const Point& p = soup.corners[i + c];
+      text << "      vertex " << p.x << " " << p.y << " " << p.z << "\n";
+    }
+    text << "    endloop\n  endfacet\n";
+  }
+  text << "endsolid cube\n";
+  return text.str();
+}
+
+std::string binaryStl(const Soup& soup, const char* header = "test") {
+  std::string bytes(80, '\0');
+  std::memcpy(bytes.data(), header, std::strlen(header));
+  const std::uint32_t count = static_cast<std::uint32_t>(soup.corners.size() / 3);
+  bytes.append(reinterpret_cast<const char*>(&count), 4);
+  for (std::size_t i = 0; i < soup.corners.size(); i += 3) {
+    float facet[12] = {0, 0, 0};
+    for (int c = 0; c < 3; ++c) {
+      facet[3 + 3 * c] = static_cast<float>(soup.corners[i + c].x);
+      facet[4 + 3 * c] = static_cast<float>(soup.corners[i + c].y);
+      facet[5 + 3 * c] = static_cast<float>(soup.corners[i + c].z);
+    }
+    bytes.append(reinterpret_cast<const char*>(facet), sizeof facet);
+    bytes.append(2, '\0');
+  }
+  return bytes;
+}
+
+// An indexed cube: 8 corners and 12 triangles, for the indexed formats.
+struct Indexed {
+  std::vector<Point> vertices;
+  std::vector<std::uint32_t> triangles;
+};
+
+Indexed cubeIndexed() {
+  Indexed mesh;
+  for (int i = 0; i < 8; ++i) mesh.vertices.push_back(Point(i & 1, (i >> 1) & 1, (i >> 2) & 1));
+  // Quads counter-clockwise from outside, split in two.
+  const std::uint32_t quads[6][4] = {{0, 2, 3, 1}, {4, 5, 7, 6}, {0, 1, 5, 4}, {2, 6, 7, 3}, {0, 4, 6, 2}, {1, 3, 7, 5}};
+  for (const auto& q : quads) {
+    mesh.triangles.insert(mesh.triangles.end(), {q[0], q[1], q[2], q[0], q[2], q[3]});
+  }
+  return mesh;
+}
+
+std::string obj(const Indexed& mesh) {
+  std::ostringstream text;
+  text << "# cube\no cube\n";
+  for (const Point& p : mesh.vertices) text << "v " << p.x << " " << p.y << " " << p.z << "\n";
+  for (std::size_t i = 0; i < mesh.triangles.size(); i += 3) {
+    text << "f " << mesh.triangles[i] + 1 << " " << mesh.triangles[i + 1] + 1 << " " << mesh.triangles[i + 2] + 1 << "\n";
+  }
+  return text.str();
+}
+
+std::string ply(const Indexed& mesh) {
+  std::ostringstream text;
+  text << "ply\nformat ascii 1.0\nelement vertex " << mesh.vertices.size()
+       << "\nproperty float x\nproperty float y\nproperty float z\nelement face " << mesh.triangles.size() / 3
+       << "\nproperty list uchar int vertex_indices\nend_header\n";
+  for (const Point& p : mesh.vertices) text << p.x << " " << p.y << " " << p.z << "\n";
+  for (std::size_t i = 0; i < mesh.triangles.size(); i += 3) {
+    text << "3 " << mesh.triangles[i] << " " << mesh.triangles[i + 1] << " " << mesh.triangles[i + 2] << "\n";
+  }
+  return text.str();
+}
+
+std::uint32_t crc32(const std::string& data) {
+  std::uint32_t crc = 0xFFFFFFFFu;
+  for (unsigned char byte : data) {
+    crc ^= byte;
+    for (int k = 0; k < 8; ++k) crc = (crc >> 1) ^ (0xEDB88320u & (0u - (crc & 1u)));
+  }
+  return ~crc;
+}
+
+void put16(std::string& out, std::uint16_t v) { out.append(reinterpret_cast<const char*>(&v), 2); }
+void put32(std::string& out, std::uint32_t v) { out.append(reinterpret_cast<const char*>(&v), 4); }
+
+// A zip archive of stored (uncompressed) entries.
+std::string storedZip(const std::vector<std::pair<std::string, std::string>>& entries) {
+  std::string out, central;
+  for (const auto& [name, data] : entries) {
+    const std::uint32_t offset = static_cast<std::uint32_t>(out.size());
+    const std::uint32_t crc = crc32(data);
+    put32(out, 0x04034b50u);
+    put16(out, 20), put16(out, 0), put16(out, 0), put16(out, 0), put16(out, 0x21);
+    put32(out, crc), put32(out, static_cast<std::uint32_t>(data.size())), put32(out, static_cast<std::uint32_t>(data.size()));
+    put16(out, static_cast<std::uint16_t>(name.size())), put16(out, 0);
+    out += name;
+    out += data;
+    put32(central, 0x02014b50u);
+    put16(central, 20), put16(central, 20), put16(central, 0), put16(central, 0), put16(central, 0), put16(central, 0x21);
+    put32(central, crc), put32(central, static_cast<std::uint32_t>(data.size())),
+        put32(central, static_cast<std::uint32_t>(data.size()));
+    put16(central, static_cast<std::uint16_t>(name.size())), put16(central, 0), put16(central, 0);
+    put16(central, 0), put16(central, 0), put32(central, 0), put32(central, offset);
+    central += name;
+  }
+  const std::uint32_t centralOffset = static_cast<std::uint32_t>(out.size());
+  out += central;
+  put32(out, 0x06054b50u);
+  put16(out, 0), put16(out, 0);
+  put16(out, static_cast<std::uint16_t>(entries.size())), put16(out, static_cast<std::uint16_t>(entries.size()));
+  put32(out, static_cast<std::uint32_t>(central.size())), put32(out, centralOffset);
+  put16(out, 0);
+  return out;
+}
+
+std::string threeMf(const Indexed& mesh) {
+  std::ostringstream model;
+  model << "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
+        << "<model unit=\"millimeter\" xml:lang=\"en-US\" "
+           "xmlns=\"http://schemas.microsoft.com/3dmanufacturing/core/2015/02\">\n"
+        << " <resources>\n  <object id=\"1\" type=\"model\">\n   <mesh>\n    <vertices>\n";
+  for (const Point& p : mesh.vertices) model << "     <vertex x=\"" << p.x << "\" y=\"" << p.y << "\" z=\"" << p.z << "\" />\n";
+  model << "    </vertices>\n    <triangles>\n";
+  for (std::size_t i = 0; i < mesh.triangles.size(); i += 3) {
+    model << "     <triangle v1=\"" << mesh.triangles[i] << "\" v2=\"" << mesh.triangles[i + 1] << "\" v3=\""
+          << mesh.triangles[i + 2] << "\" />\n";
+  }
+  model << "    </triangles>\n   </mesh>\n  </object>\n </resources>\n <build>\n  <item objectid=\"1\" />\n </build>\n</model>\n";
+  const std::string types =
+      "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
+      "<Types xmlns=\"http://schemas.openxmlformats.org/package/2006/content-types\">"
+      "<Default Extension=\"rels\" ContentType=\"application/vnd.openxmlformats-package.relationships+xml\" />"
+      "<Default Extension=\"model\" ContentType=\"application/vnd.ms-package.3dmanufacturing-3dmodel+xml\" />"
+      "</Types>\n";
+  const std::string rels =
+      "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
+      "<Relationships xmlns=\"http://schemas.openxmlformats.org/package/2006/relationships\">"
+      "<Relationship Target=\"/3D/3dmodel.model\" Id=\"rel0\" "
+      "Type=\"http://schemas.microsoft.com/3dmanufacturing/2013/01/3dmodel\" />"
+      "</Relationships>\n";
+  return storedZip({{"[Content_Types].xml", types}, {"_rels/.rels", rels}, {"3D/3dmodel.model", model.str()}});
+}
+
+// The set of triangles as sets of corner positions, so that meshes compare whatever the vertex
+// order; each triangle's corners are rotated to start at the smallest, keeping the winding.
+std::multiset<std::vector<float>> triangleSet(const CompactMesh& mesh) {
+  std::multiset<std::vector<float>> result;
+  for (int t = 0; t < mesh.getNumTriangles(); ++t) {
+    std::vector<std::vector<float>> corners;
+    for (int c = 0; c < 3; ++c) {
+      const MeshVertex& v = mesh.getVertices()[mesh.getTriangles()[3 * t + c]];
+      corners.push_back({v.x, v.y, v.z});
+    }
+    int first = 0;
+    for (int c = 1; c < 3; ++c) if (corners[c] < corners[first]) first = c;
+    std::vector<float> key;
+    for (int c = 0; c < 3; ++c) key.insert(key.end(), corners[(first + c) % 3].begin(), corners[(first + c) % 3].end());
+    result.insert(key);
+  }
+  return result;
+}
+
+CompactMesh fromIndexed(const Indexed& indexed) {
+  CompactMesh mesh;
+  for (const Point& p : indexed.vertices) mesh.addVertex(p);
+  for (std::size_t i = 0; i < indexed.triangles.size(); i += 3) {
+    mesh.addTriangle(indexed.triangles[i], indexed.triangles[i + 1], indexed.triangles[i + 2]);
+  }
+  return mesh;
+}
+
+void expectError(const std::string& path, const std::string& what) {
+  CompactMesh mesh = ruGeomTest::makeGrid(1, 1);
+  CString error;
+  EXPECT_FALSE(importMesh(path, mesh, &error));
+  EXPECT_EQ(mesh.getNumVertices(), 0);
+  EXPECT_EQ(mesh.getNumTriangles(), 0);
+  EXPECT_NE(error.str().find(path), std::string::npos) << error.c_str();
+  EXPECT_NE(error.str().find(what), std::string::npos) << error.c_str();
+}
+
+}  // namespace
+
+TEST(MeshImport, BinaryStlWeldsIdenticalVertices) {
+  const std::string path = tempPath("cube_binary.stl");
+  writeFile(path, binaryStl(cubeSoup()));
+  CompactMesh mesh;
+  CString error;
+  ASSERT_TRUE(importMesh(path, mesh, &error)) << error.c_str();
+  EXPECT_EQ(mesh.getNumTriangles(), 12);
+  EXPECT_EQ(mesh.getNumVertices(), 8);
+  EXPECT_EQ(mesh.getBoundingBox().getMax(), Point(1, 2, 3));
+}
+
+TEST(MeshImport, BinaryStlWhoseHeaderStartsWithSolidIsStillBinary) {
+  const std::string path = tempPath("solid_header.stl");
+  writeFile(path, binaryStl(cubeSoup(), "solid but binary"));
+  CompactMesh mesh;
+  CString error;
+  ASSERT_TRUE(importMesh(path, mesh, &error)) << error.c_str();
+  EXPECT_EQ(mesh.getNumTriangles(), 12);
+}
+
+TEST(MeshImport, MinusZeroAndZeroWeldIntoOneVertex) {
+  Soup soup;
+  soup.corners = {Point(0, 0, 0), Point(1, 0, 0), Point(0, 1, 0), Point(-0.0, -0.0, 0), Point(0, -1, 0), Point(1, 0, -0.0)};
+  const std::string path = tempPath("minus_zero.stl");
+  writeFile(path, binaryStl(soup));
+  CompactMesh mesh;
+  CString error;
+  ASSERT_TRUE(importMesh(path, mesh, &error)) << error.c_str();
+  EXPECT_EQ(mesh.getNumTriangles(), 2);
+  EXPECT_EQ(mesh.getNumVertices(), 4);
+}
+
+TEST(MeshImport, AsciiStlWeldsIdenticalVertices) {
+  const std::string path = tempPath("cube_ascii.stl");
+  writeFile(path, asciiStl(cubeSoup()));
+  CompactMesh mesh;
+  CString error;
+  ASSERT_TRUE(importMesh(path, mesh, &error)) << error.c_str();
+  EXPECT_EQ(mesh.getNumTriangles(), 12);
+  EXPECT_EQ(mesh.getNumVertices(), 8);
+}
+
+TEST(MeshImport, ObjPlyAnd3mfGiveTheWrittenTriangles) {
+  const Indexed cube = cubeIndexed();
+  const auto expected = triangleSet(fromIndexed(cube));
+  const std::vector<std::pair<std::string, std::string>> files = {
+      {"cube.obj", obj(cube)}, {"cube.ply", ply(cube)}, {"cube.3mf", threeMf(cube)}};
+  for (const auto& [name, content] : files) {
+    SCOPED_TRACE(name);
+    const std::string path = tempPath(name);
+    writeFile(path, content);
+    CompactMesh mesh;
+    CString error;
+    ASSERT_TRUE(importMesh(path, mesh, &error)) << error.c_str();
+    EXPECT_EQ(mesh.getNumVertices(), 8);
+    EXPECT_EQ(mesh.getNumTriangles(), 12);
+    EXPECT_EQ(triangleSet(mesh), expected);
+  }
+}
+
+TEST(MeshImport, ObjQuadsAreTriangulatedAndObjectsWeldedTogether) {
+  const std::string path = tempPath("two_objects.obj");
+  // Two objects sharing an edge, each with its own copies of the shared corners; one quad.
+  writeFile(path,
+            "o first\nv 0 0 0\nv 1 0 0\nv 1 1 0\nv 0 1 0\nf 1 2 3 4\n"
+            "o second\nv 1 0 0\nv 2 0 0\nv 1 1 0\nf 5 6 7\n");
+  CompactMesh mesh;
+  CString error;
+  ASSERT_TRUE(importMesh(path, mesh, &error)) << error.c_str();
+  EXPECT_EQ(mesh.getNumTriangles(), 3);
+  EXPECT_EQ(mesh.getNumVertices(), 5);
+}
+
+TEST(MeshImport, ImportReplacesWhatTheMeshHeld) {
+  const std::string path = tempPath("replace.obj");
+  writeFile(path, obj(cubeIndexed()));
+  CompactMesh mesh = ruGeomTest::makeGrid(3, 3);
+  mesh.allocAttributes("thickness", 1);
+  ASSERT_TRUE(importMesh(path, mesh));
+  EXPECT_EQ(mesh.getNumVertices(), 8);
+  EXPECT_FALSE(mesh.hasAttributes("thickness"));
+  EXPECT_FALSE(mesh.hasNormals());
+}
+
+TEST(MeshImport, WrittenBinaryStlReadsBackTheSameTriangles) {
+  for (const ruGeomTest::NamedMesh& entry : ruGeomTest::corpus()) {
+    SCOPED_TRACE(entry.name);
+    if (entry.name == "degenerate") continue;  // degenerate facets are the importer's to drop
+    const std::string path = tempPath(entry.name + ".stl");
+    CString error;
+    ASSERT_TRUE(writeStlBinary(entry.mesh, path, &error)) << error.c_str();
+    EXPECT_EQ(std::filesystem::file_size(path), 84u + 50u * entry.mesh.getNumTriangles());
+    CompactMesh back;
+    ASSERT_TRUE(importMesh(path, back, &error)) << error.c_str();
+    EXPECT_EQ(back.getNumTriangles(), entry.mesh.getNumTriangles());
+    EXPECT_EQ(back.getNumVertices(), entry.mesh.getNumVertices());
+    EXPECT_EQ(triangleSet(back), triangleSet(entry.mesh));
+  }
+}
+
+TEST(MeshImport, AMissingFileNamesTheFile) { expectError(tempPath("missing.stl"), "cannot open"); }
+
+TEST(MeshImport, AnEmptyFileIsAnError) {
+  const std::string path = tempPath("empty.stl");
+  writeFile(path, "");
+  expectError(path, "empty");
+}
+
+TEST(MeshImport, AFolderIsAnError) {
+  const std::string path = tempPath("folder.stl");
+  std::filesystem::create_directories(path);
+  CompactMesh mesh;
+  CString error;
+  EXPECT_FALSE(importMesh(path, mesh, &error));
+  EXPECT_NE(error.str().find(path), std::string::npos) << error.c_str();
+}
+
+TEST(MeshImport, ATruncatedBinaryStlIsAnError) {
+  const std::string path = tempPath("truncated.stl");
+  const std::string bytes = binaryStl(cubeSoup());
+  writeFile(path, bytes.substr(0, bytes.size() - 30));
+  expectError(path, "truncated");
+  writeFile(path, bytes.substr(0, 60));
+  expectError(path, "truncated");
+}
+
+TEST(MeshImport, AMalformedAsciiStlIsAnError) {
+  const std::string path = tempPath("malformed_ascii.stl");
+  writeFile(path, "solid broken\n  facet normal 0 0 1\n    outer loop\n      vertex 0 0 zero\n");
+  CompactMesh mesh;
+  CString error;
+  EXPECT_FALSE(importMesh(path, mesh, &error));
+  EXPECT_NE(error.str().find(path), std::string::npos) << error.c_str();
+}
+
+TEST(MeshImport, AnObjWithoutFacesIsAnError) {
+  const std::string path = tempPath("nofaces.obj");
+  writeFile(path, "# nothing but points\nv 0 0 0\nv 1 0 0\n");
+  CompactMesh mesh;
+  CString error;
+  EXPECT_FALSE(importMesh(path, mesh, &error));
+  EXPECT_NE(error.str().find(path), std::string::npos) << error.c_str();
+}
+
+TEST(MeshImport, AnObjFaceNamingAMissingVertexIsAnError) {
+  const std::string path = tempPath("badindex.obj");
+  writeFile(path, "v 0 0 0\nv 1 0 0\nv 0 1 0\nf 1 2 9\n");
+  CompactMesh mesh;
+  CString error;
+  EXPECT_FALSE(importMesh(path, mesh, &error));
+  EXPECT_NE(error.str().find(path), std::string::npos) << error.c_str();
+}
+
+TEST(MeshImport, ATruncatedPlyIsAnError) {
+  const std::string path = tempPath("truncated.ply");
+  const std::string text = ply(cubeIndexed());
+  writeFile(path, text.substr(0, text.size() - 12));
+  expectError(path, "truncated or malformed PLY data");
+  writeFile(path, text.substr(0, 40));
+  expectError(path, "no end_header");
+}
+
+TEST(MeshImport, APlyWithAShortBinaryBodyIsAnError) {
+  const std::string path = tempPath("short_binary.ply");
+  std::string bytes = "ply\nformat binary_little_endian 1.0\nelement vertex 3\nproperty float x\nproperty float y\n"
+                      "property float z\nelement face 1\nproperty list uchar int vertex_indices\nend_header\n";
+  bytes.append(3 * 12, '\0');
+  bytes += '\3';
+  bytes.append(8, '\0');  // two of the three indices
+  writeFile(path, bytes);
+  expectError(path, "truncated PLY data");
+}
+
+TEST(MeshImport, ABinaryPlyReadsItsTriangle) {
+  const std::string path = tempPath("binary.ply");
+  std::string bytes = "ply\nformat binary_little_endian 1.0\nelement vertex 3\nproperty float x\nproperty float y\n"
+                      "property float z\nelement face 1\nproperty list uchar int vertex_indices\nend_header\n";
+  const float corners[9] = {0, 0, 0, 1, 0, 0, 0, 1, 0};
+  bytes.append(reinterpret_cast<const char*>(corners), sizeof corners);
+  bytes += '\3';
+  const std::int32_t indices[3] = {0, 1, 2};
+  bytes.append(reinterpret_cast<const char*>(indices), sizeof indices);
+  writeFile(path, bytes);
+  CompactMesh mesh;
+  CString error;
+  ASSERT_TRUE(importMesh(path, mesh, &error)) << error.c_str();
+  EXPECT_EQ(mesh.getNumTriangles(), 1);
+  EXPECT_EQ(mesh.getNumVertices(), 3);
+}
+
+TEST(MeshImport, APlyHeaderWithoutItsEndIsAnError) {
+  const std::string path = tempPath("noend.ply");
+  writeFile(path, "ply\nformat ascii 1.0\nelement vertex 3\n");
+  expectError(path, "no end_header");
+}
+
+TEST(MeshImport, A3mfThatIsNotAZipIsAnError) {
+  const std::string path = tempPath("notzip.3mf");
+  writeFile(path, "this is not a zip archive at all");
+  CompactMesh mesh;
+  CString error;
+  EXPECT_FALSE(importMesh(path, mesh, &error));
+  EXPECT_NE(error.str().find(path), std::string::npos) << error.c_str();
+}
+
+TEST(MeshImport, ATruncated3mfIsAnError) {
+  const std::string path = tempPath("truncated.3mf");
+  const std::string bytes = threeMf(cubeIndexed());
+  writeFile(path, bytes.substr(0, bytes.size() / 2));
+  CompactMesh mesh;
+  CString error;
+  EXPECT_FALSE(importMesh(path, mesh, &error));
+  EXPECT_NE(error.str().find(path), std::string::npos) << error.c_str();
+}
+
+TEST(MeshImport, AnUnsupportedExtensionIsAnError) {
+  const std::string path = tempPath("cube.xyz");
+  writeFile(path, obj(cubeIndexed()));
+  expectError(path, "unsupported file type");
+}
+
+TEST(MeshExport, AMeshWithoutTrianglesIsNotWritten) {
+  CompactMesh lines;
+  constructLineSegment(Point(0, 0, 0), Point(1, 1, 1), lines);
+  CString error;
+  EXPECT_FALSE(writeStlBinary(lines, tempPath("lines.stl"), &error));
+  EXPECT_NE(error.str().find("no triangles"), std::string::npos);
+}
+
+TEST(MeshExport, AnUnwritablePathNamesTheFile) {
+  CString error;
+  EXPECT_FALSE(writeStlBinary(ruGeomTest::makeGrid(1, 1), "/nonexistent/dir/out.stl", &error));
+  EXPECT_NE(error.str().find("/nonexistent/dir/out.stl"), std::string::npos);
+}
+
+TEST(MeshExport, FacetNormalsFollowTheWinding) {
+  CompactMesh square = ruGeomTest::makeGrid(1, 1);
+  const std::string path = tempPath("square.stl");
+  ASSERT_TRUE(writeStlBinary(square, path));
+  std::ifstream in(path, std::ios::binary);
+  std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+  ASSERT_EQ(bytes.size(), 84u + 100u);
+  float normal[3];
+  std::memcpy(normal, bytes.data() + 84, sizeof normal);
+  EXPECT_GT(normal[2], 0.9f);
+}
