@@ -101,7 +101,8 @@ private:
 // Called by the host once at start, with its voSupport::Broadcaster in the call info: the first
 // call (and the first after the broadcaster's reset) subscribes the animation classes' reflection
 // exposure to voSupport::InitializeReflectionMsg at priority (4, 0); every call runs the layer's
-// start-up hooks.
+// start-up hooks. Without a broadcaster in the call info nothing is subscribed (and the first-time
+// flag stays set, so a later call with one subscribes).
 DMGUI_API void initialize();
 
 } // namespace voANM

@@ -97,7 +97,9 @@ bool Parser::noteEvent(const Event& event) {
       keys_.erase(static_cast<const KeyEvent&>(event).getKeyCode());
       return false;
     case ScrenTouch: {
-      const auto& touch = static_cast<const TouchEvent&>(event);
+      const auto* touchEvent = dynamic_cast<const TouchEvent*>(&event);
+      if (!touchEvent) return false;
+      const auto& touch = *touchEvent;
       if (touch.isInteractionStart()) {
         touchActive_ = true;
         return true;

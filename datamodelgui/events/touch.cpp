@@ -54,12 +54,10 @@ bool Touch::operator!=(const Touch& other) const noexcept {
 
 HistoricalTouchData::HistoricalTouchData(int numEvents, ru::vector<HistoricalTouch>& touches)
     : numEvents_(numEvents > 0 ? numEvents : 0), numTouches_(0) {
+  // A record of no samples is refused: it keeps nothing, and the caller keeps its touches, rather
+  // than divide by zero.
+  if (numEvents_ == 0) return;
   touches_.swap(touches);
-  // No samples cannot be divided among: keep none rather than divide by zero.
-  if (numEvents_ == 0) {
-    touches_.clear();
-    return;
-  }
   numTouches_ = static_cast<int>(touches_.size()) / numEvents_;
 }
 

@@ -16,7 +16,8 @@ enum TouchPhase : int {
   TouchCancelled = 4,
 };
 
-// "TouchBegan" ... "TouchCancelled"; empty for a value outside the table.
+// "TouchBegan" ... "TouchCancelled"; empty for a value outside the table (guarded on purpose, so a
+// host's unknown phase prints as nothing rather than reading past the table).
 DMGUI_API ruString::CString asString(TouchPhase phase);
 
 // One finger in one touch event. Positions in pixels, time in seconds.
@@ -72,8 +73,8 @@ struct DMGUI_API HistoricalTouch {
 // records for each sample. Shared by an event and its clones; read-only after construction.
 class DMGUI_API HistoricalTouchData : public ru::ReferenceCount {
 public:
-  // Takes `touches` over by swapping (the argument is left empty). `numEvents` must be positive;
-  // a build given 0 keeps no touches rather than divide by zero.
+  // Takes `touches` over by swapping (the argument is left empty). `numEvents` must be positive:
+  // a record of 0 (or fewer) samples is refused, keeping nothing and leaving `touches` untouched.
   HistoricalTouchData(int numEvents, ru::vector<HistoricalTouch>& touches);
   HistoricalTouchData(const HistoricalTouchData& other) = default;
   HistoricalTouchData& operator=(const HistoricalTouchData& other) = default;

@@ -88,7 +88,7 @@ Gesture::State DragTouch::onGetState(const EventList& events, double elapsed) co
       [&] { return elapsed > getRecognitionInterval() ? Recognized : Possible; });
 }
 
-MultiTapTouch::MultiTapTouch(InteractionType interaction, double recognitionInterval, int fingers) noexcept
+MultiTapTouch::MultiTapTouch(InteractionType interaction, int fingers, double recognitionInterval) noexcept
     : Gesture(interaction, recognitionInterval), fingers_(fingers) {}
 MultiTapTouch::~MultiTapTouch() = default;
 
@@ -107,11 +107,11 @@ Gesture::State MultiTapTouch::onGetState(const EventList& events, double elapsed
 }
 
 DblTapTouch::DblTapTouch(double recognitionInterval) noexcept
-    : MultiTapTouch(DblTapTouchInteraction, recognitionInterval, 2) {}
+    : MultiTapTouch(DblTapTouchInteraction, 2, recognitionInterval) {}
 DblTapTouch::~DblTapTouch() = default;
 
 TrplTapTouch::TrplTapTouch(double recognitionInterval) noexcept
-    : MultiTapTouch(TrplTapTouchInteraction, recognitionInterval, 3) {}
+    : MultiTapTouch(TrplTapTouchInteraction, 3, recognitionInterval) {}
 TrplTapTouch::~TrplTapTouch() = default;
 
 PressTouch::PressTouch(double recognitionInterval) noexcept : Gesture(PressTouchInteraction, recognitionInterval) {}
@@ -225,6 +225,7 @@ Gesture::State DblDragTouch::onGetState(const EventList& events, double elapsed)
       auto it = touches.begin();
       ru::Reference<Touch> c = (it++)->second;
       ru::Reference<Touch> d = it->second;
+      // Kept although touches come in id order: a host's map may order them otherwise.
       if (c->getID() == b->getID() && d->getID() == a->getID()) std::swap(c, d);
       // An event with other fingers is passed over.
       if (c->getID() != a->getID() || d->getID() != b->getID()) continue;

@@ -31,12 +31,15 @@ private:
   State onGetState(const EventList& events, double elapsed) const override;
 };
 
-// A tap with a given number of fingers, which need not land in one event.
+// A tap with a given number of fingers, which need not land in one event. Made through its
+// subclasses.
 class DMGUI_API MultiTapTouch : public Gesture {
 public:
-  MultiTapTouch(InteractionType interaction, double recognitionInterval, int fingers) noexcept;
   ~MultiTapTouch() override;
   int fingers() const noexcept { return fingers_; }
+
+protected:
+  MultiTapTouch(InteractionType interaction, int fingers, double recognitionInterval) noexcept;
 
 private:
   State onGetState(const EventList& events, double elapsed) const override;

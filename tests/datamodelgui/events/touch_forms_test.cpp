@@ -155,4 +155,5 @@ TEST(TouchForms, HistoryWithNoEventsIsRefusedRatherThanDividedByZero) {
   const HistoricalTouchData history(0, samples);
   EXPECT_EQ(history.getNumEvents(), 0);
   EXPECT_EQ(history.getNumTouches(), 0);
+  EXPECT_EQ(samples.size(), 1u);  // refused: the caller keeps its samples
 }
