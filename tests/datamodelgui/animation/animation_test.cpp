@@ -1,6 +1,7 @@
 #include "datamodelgui/animation/animation.h"
 
 #include "platform/support/debug.h"
+#include "tests/datamodelgui/animation/frames.h"
 #include "tests/testhost/testhost.h"
 
 #include <gtest/gtest.h>
@@ -8,42 +9,11 @@
 #include <string>
 #include <vector>
 
+using namespace animationtest;
+
 namespace {
 
-// Captures the debug prints of the animation code while alive.
-class AnimationLog {
-public:
-  AnimationLog() {
-    voSupport::Debug::getInstance().setEnabled(voSupport::DebugAnimation, true);
-    voSupport::Debug::getInstance().setSink([this](int code, const char* function, const char* text) {
-      if (code == voSupport::DebugAnimation) lines.push_back(std::string(function) + ": " + text);
-    });
-  }
-  ~AnimationLog() {
-    voSupport::Debug::getInstance().setSink({});
-    voSupport::Debug::getInstance().setEnabled(voSupport::DebugAnimation, false);
-  }
-  bool contains(const std::string& line) const {
-    for (const auto& l : lines) {
-      if (l == line) return true;
-    }
-    return false;
-  }
-  std::vector<std::string> lines;
-};
-
 const std::string kMgr = "`anonymous-namespace'::MgrImpl::";
-
-struct FrameResult {
-  bool executing;
-  bool again;
-};
-
-FrameResult frame(voANM::Manager& manager) {
-  manager.preUpdate();
-  const bool executing = manager.preExecute();
-  return {executing, manager.postUpdate()};
-}
 
 } // namespace
 

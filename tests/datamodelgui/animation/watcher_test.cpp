@@ -1,6 +1,7 @@
 #include "datamodelgui/animation/watcher.h"
 
 #include "platform/support/debug.h"
+#include "tests/datamodelgui/animation/frames.h"
 #include "tests/testhost/testhost.h"
 
 #include <gtest/gtest.h>
@@ -8,6 +9,8 @@
 #include <algorithm>
 #include <string>
 #include <vector>
+
+using namespace animationtest;
 
 namespace {
 
@@ -22,33 +25,6 @@ struct WatcherLog {
                                                  client);
   }
   int count(const std::string& what) const { return static_cast<int>(std::count(events.begin(), events.end(), what)); }
-};
-
-struct FrameResult {
-  bool executing;
-  bool again;
-};
-
-FrameResult frame(voANM::Manager& manager) {
-  manager.preUpdate();
-  const bool executing = manager.preExecute();
-  return {executing, manager.postUpdate()};
-}
-
-// Debug lines of the animation code.
-class AnimationLog {
-public:
-  AnimationLog() {
-    voSupport::Debug::getInstance().setEnabled(voSupport::DebugAnimation, true);
-    voSupport::Debug::getInstance().setSink([this](int, const char* function, const char* text) {
-      lines.push_back(std::string(function) + ": " + text);
-    });
-  }
-  ~AnimationLog() {
-    voSupport::Debug::getInstance().setSink({});
-    voSupport::Debug::getInstance().setEnabled(voSupport::DebugAnimation, false);
-  }
-  std::vector<std::string> lines;
 };
 
 const std::string kWatcher = "`anonymous-namespace'::WatcherImpl::";
