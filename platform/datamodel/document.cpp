@@ -142,6 +142,7 @@ Document::Document(voTXN::Manager& manager) : manager_(manager) {
   cameraHolder_ = Object::create(*this, CameraClass::get());
   camera_ = cameraHolder_->addAttribute<Camera>();
   decoration_.reset(new KLTDecoration(*this));
+  manager_.sigRestoring.connect(this, &Document::onRestoring, client_);
   manager_.sigTransaction.connect(this, &Document::onTransaction, client_);
 }
 
@@ -172,6 +173,7 @@ bool Document::insert(const ru::Reference<Object>& object, Object* parent) {
   parent->children_.push_back(object);
   object->parent_ = parent;
   if (intoTree) {
+    logStructure(object.get(), true);
     announce(object.get(), true);
     sigObjectAdded.emit(object.get());
     objectChanged(object.get());
@@ -185,6 +187,7 @@ bool Document::remove(Object* object) {
   ru::Reference<Object> keep(object);
   detail::EditScope scope(manager_, "Remove");
   sigObjectRemoved.emit(object);
+  logStructure(object, false);
   announce(object, false);
   Object* parent = object->parent_;
   parent->txnWillWrite();
@@ -204,6 +207,55 @@ void Document::announce(Object* object, bool added) {
     } else {
       announced_.erase(o);
     }
+  }
+}
+
+namespace {
+
+// One structural edit of a transaction, kept with it.
+struct StructureOp {
+  ru::Reference<Object> object;
+  bool inserted;
+};
+using StructureLog = ru::vector<StructureOp>;
+
+} // namespace
+
+void Document::logStructure(Object* object, bool inserted) {
+  voTXN::Transaction* transaction = manager_.openTransaction();
+  if (!transaction) return;
+  auto* log = static_cast<StructureLog*>(transaction->attachment(this));
+  if (!log) {
+    auto fresh = std::make_shared<StructureLog>();
+    log = fresh.get();
+    transaction->attach(this, std::move(fresh));
+  }
+  log->push_back(StructureOp{ru::Reference<Object>(object), inserted});
+}
+
+void Document::onRestoring(voTXN::Manager::Event event, const voTXN::Transaction* transaction) {
+  const auto* log = transaction ? static_cast<const StructureLog*>(transaction->attachment(this)) : nullptr;
+  if (!log) return;
+  // The subtrees this restore will take out of the tree, announced while they are still whole:
+  // undo and abort take out what the transaction inserted, redo what it removed.
+  const bool backwards = event != voTXN::Manager::Event::Redone;
+  ru::vector<Object*> leaving;
+  auto consider = [&](const StructureOp& op) {
+    if (op.inserted == backwards && announced_.count(op.object.get())) leaving.push_back(op.object.get());
+  };
+  if (backwards) {
+    for (auto it = log->rbegin(); it != log->rend(); ++it) consider(*it);
+  } else {
+    for (const StructureOp& op : *log) consider(op);
+  }
+  auto leaves = [&](const Object* o) { return std::find(leaving.begin(), leaving.end(), o) != leaving.end(); };
+  for (Object* object : leaving) {
+    bool underAnother = false;
+    for (const Object* a = object->parent_; a && !underAnother; a = a->parent_) underAnother = leaves(a);
+    // Still announced: a root not yet taken out with an earlier one.
+    if (underAnother || !announced_.count(object)) continue;
+    sigObjectRemoved.emit(object);
+    announce(object, false);
   }
 }
 

@@ -278,6 +278,10 @@ private:
   friend class KLTDecoration;
   struct PrintState;
   void announce(Object* object, bool added);
+  // Notes an insertion or a removal in the open transaction, so that undo and redo can announce
+  // removals before they take the subtree apart.
+  void logStructure(Object* object, bool inserted);
+  void onRestoring(voTXN::Manager::Event event, const voTXN::Transaction* transaction);
   void onTransaction(voTXN::Manager::Event event, const voTXN::Transaction* transaction);
   void objectChanged(Object* object);
   void resynchronise();

@@ -62,6 +62,23 @@ void RefCountedObject::unref() const {
 
 Transaction::~Transaction() = default;
 
+void Transaction::attach(const void* key, std::shared_ptr<void> data) {
+  for (auto& [owner, value] : attachments_) {
+    if (owner == key) {
+      value = std::move(data);
+      return;
+    }
+  }
+  attachments_.emplace_back(key, std::move(data));
+}
+
+void* Transaction::attachment(const void* key) const noexcept {
+  for (const auto& [owner, value] : attachments_) {
+    if (owner == key) return value.get();
+  }
+  return nullptr;
+}
+
 bool Transaction::touches(const Object* object) const noexcept {
   return std::any_of(records_.begin(), records_.end(), [&](const Record& r) { return r.object == object; });
 }
@@ -104,13 +121,17 @@ bool Manager::commit() {
     sigTransaction.emit(Event::Committed, done.get());
     return true;
   }
-  for (auto& record : done->records_) {
-    if (record.object) record.object->onTxnModified();
-  }
+  // On the stack before the hooks run, so an edit a hook commits lands after it.
+  Transaction* committed = done.get();
   drop(redo_, redo_.size());
   undo_.push_back(std::move(done));
+  holdInFlight(committed);
   if (undoLimit_ && undo_.size() > undoLimit_) drop(undo_, undo_.size() - undoLimit_);
-  sigTransaction.emit(Event::Committed, undo_.back().get());
+  for (std::size_t i = 0; i < committed->records_.size(); ++i) {
+    if (Object* object = committed->records_[i].object) object->onTxnModified();
+  }
+  sigTransaction.emit(Event::Committed, committed);
+  releaseInFlight();
   return true;
 }
 
@@ -119,33 +140,62 @@ bool Manager::abort() {
   depth_ = 0;
   std::unique_ptr<Transaction> aborted = std::move(open_);
   ++stamp_;
+  sigRestoring.emit(Event::Aborted, aborted.get());
+  holdInFlight(aborted.get());
   restore(*aborted, true);
   sigTransaction.emit(Event::Aborted, aborted.get());
+  releaseInFlight();
   return true;
 }
 
 bool Manager::undo() {
   if (!canUndo() || replaying_) return false;
+  Transaction* replayed = undo_.back().get();
+  sigRestoring.emit(Event::Undone, replayed);
+  // A listener of sigRestoring may have changed the stacks: undo what is on top now, if anything.
+  if (undo_.empty() || undo_.back().get() != replayed) return false;
   std::unique_ptr<Transaction> transaction = std::move(undo_.back());
   undo_.pop_back();
   ++stamp_;
-  Transaction* replayed = transaction.get();
   redo_.push_back(std::move(transaction));
+  holdInFlight(replayed);
   restore(*replayed, true);
   sigTransaction.emit(Event::Undone, replayed);
+  releaseInFlight();
   return true;
 }
 
 bool Manager::redo() {
   if (!canRedo() || replaying_) return false;
+  Transaction* replayed = redo_.back().get();
+  sigRestoring.emit(Event::Redone, replayed);
+  if (redo_.empty() || redo_.back().get() != replayed) return false;
   std::unique_ptr<Transaction> transaction = std::move(redo_.back());
   redo_.pop_back();
   ++stamp_;
-  Transaction* replayed = transaction.get();
   undo_.push_back(std::move(transaction));
+  holdInFlight(replayed);
   restore(*replayed, false);
   sigTransaction.emit(Event::Redone, replayed);
+  releaseInFlight();
   return true;
+}
+
+void Manager::releaseInFlight() noexcept {
+  Transaction* done = inFlight_.back();
+  inFlight_.pop_back();
+  // Dropped by a hook or listener meanwhile: it goes now that nothing uses it.
+  for (auto it = droppedInFlight_.begin(); it != droppedInFlight_.end(); ++it) {
+    if (it->get() == done) {
+      std::unique_ptr<Transaction> gone = std::move(*it);
+      droppedInFlight_.erase(it);
+      break;
+    }
+  }
+}
+
+bool Manager::isInFlight(const Transaction* transaction) const noexcept {
+  return std::find(inFlight_.begin(), inFlight_.end(), transaction) != inFlight_.end();
 }
 
 void Manager::restore(Transaction& transaction, bool reverse) {
@@ -208,6 +258,8 @@ void Manager::forget(const Object* object) noexcept {
   };
   scrub(open_.get());
   scrub(replayed_);
+  for (Transaction* t : inFlight_) scrub(t);
+  for (auto& t : droppedInFlight_) scrub(t.get());
   for (auto& t : undo_) scrub(t.get());
   for (auto& t : redo_) scrub(t.get());
 }
@@ -217,13 +269,20 @@ void Manager::drop(std::vector<std::unique_ptr<Transaction>>& stack, std::size_t
   // call forget() as they die.
   count = std::min(count, stack.size());
   std::vector<std::unique_ptr<Transaction>> gone;
+  auto take = [&](std::unique_ptr<Transaction>& t) {
+    if (isInFlight(t.get())) {
+      droppedInFlight_.push_back(std::move(t));
+    } else {
+      gone.push_back(std::move(t));
+    }
+  };
   if (&stack == &redo_) {
     for (std::size_t i = 0; i < count; ++i) {
-      gone.push_back(std::move(stack.back()));
+      take(stack.back());
       stack.pop_back();
     }
   } else {
-    for (std::size_t i = 0; i < count; ++i) gone.push_back(std::move(stack[i]));
+    for (std::size_t i = 0; i < count; ++i) take(stack[i]);
     stack.erase(stack.begin(), stack.begin() + static_cast<std::ptrdiff_t>(count));
   }
   gone.clear();

@@ -243,6 +243,13 @@ public:
   std::size_t numRecords() const noexcept { return records_.size(); }
   bool empty() const noexcept { return records_.empty(); }
   bool touches(const Object* object) const noexcept;
+  // The objects recorded, in the order they were first touched (null for one that died since).
+  Object* recordedObject(std::size_t index) const noexcept { return records_[index].object; }
+
+  // Data a client keeps with the transaction (a log of what it did, say), under a key of its own;
+  // released with the transaction. Attaching again under the same key replaces the data.
+  void attach(const void* key, std::shared_ptr<void> data);
+  void* attachment(const void* key) const noexcept;
 
 private:
   friend class Manager;
@@ -252,6 +259,7 @@ private:
   };
   ruString::CString name_;
   std::vector<Record> records_;
+  std::vector<std::pair<const void*, std::shared_ptr<void>>> attachments_;
 };
 
 // Keeps the current stamp, the open transaction and the undo and redo stacks.
@@ -290,6 +298,9 @@ public:
   // Drops both stacks.
   void clearHistory();
 
+  // The open transaction, or null: where a client attaches what it needs to replay it.
+  Transaction* openTransaction() noexcept { return open_.get(); }
+
   // Saves `object`'s state in the open transaction (when none is open, only stamps the object).
   void onTransact(Object* object);
   // Drops every record of an object that is going away for good.
@@ -298,17 +309,28 @@ public:
   // Sum of the sizes the objects of the undo stack report.
   std::size_t undoSize() const;
 
+  // Before an undo, redo or abort changes anything: listeners still see the state as it is.
+  ruRTB::Signal2Args<Event, const Transaction*> sigRestoring;
   // After every commit, undo, redo and abort, once the objects have heard their hooks.
   ruRTB::Signal2Args<Event, const Transaction*> sigTransaction;
 
 private:
   void restore(Transaction& transaction, bool reverse);
   void drop(std::vector<std::unique_ptr<Transaction>>& stack, std::size_t count);
+  // Keeps the transaction being committed, undone or redone alive while hooks and listeners run,
+  // even if one of them drops it from the stacks (by committing an edit of its own).
+  void holdInFlight(Transaction* transaction) { inFlight_.push_back(transaction); }
+  void releaseInFlight() noexcept;
+  bool isInFlight(const Transaction* transaction) const noexcept;
 
   Stamp stamp_ = 1;
   int depth_ = 0;
   bool replaying_ = false;
   Transaction* replayed_ = nullptr;  // the transaction being restored, which may be off both stacks
+  // The transactions whose hooks and listeners are running (nested when a hook commits an edit),
+  // and those of them dropped from the stacks meanwhile, deleted when they are done.
+  std::vector<Transaction*> inFlight_;
+  std::vector<std::unique_ptr<Transaction>> droppedInFlight_;
   std::unique_ptr<Transaction> open_;
   std::vector<std::unique_ptr<Transaction>> undo_;
   std::vector<std::unique_ptr<Transaction>> redo_;

@@ -94,8 +94,18 @@ TEST(Document, UndoAndRedoOfAnInsertionFireRemovedAndAddedOnce) {
   f.document.insert(f.make("child"), parent.get());
   f.manager().commit();
   f.log.clear();
+  // The removal on undo comes while the subtree is whole and still in the tree.
+  std::vector<std::string> walked;
+  ruRTB::SignalClient client;
+  f.document.sigObjectRemoved.addCallback(
+      [&](Object* o) {
+        EXPECT_TRUE(o->isInDocument());
+        for (ObjectIterator it(o); it.valid(); it.next()) walked.push_back(Fixture::name(it.getObject()));
+      },
+      client);
   EXPECT_TRUE(f.manager().undo());
   EXPECT_EQ(f.log, (std::vector<std::string>{"removed parent", "txn"}));
+  EXPECT_EQ(walked, (std::vector<std::string>{"parent", "child"}));
   EXPECT_FALSE(parent->isInDocument());
   f.log.clear();
   EXPECT_TRUE(f.manager().redo());
@@ -120,6 +130,31 @@ TEST(Document, UndoAndRedoOfARemovalBringTheSubtreeBackAndTakeItAway) {
   f.log.clear();
   EXPECT_TRUE(f.manager().redo());
   EXPECT_EQ(f.log, (std::vector<std::string>{"removed parent", "txn"}));
+}
+
+TEST(Document, RedoOfARemovalInSeveralStepsAnnouncesTheWholeSubtreeOnce) {
+  Fixture f;
+  ru::Reference<Object> parent = f.make("parent");
+  ru::Reference<Object> child = f.make("child");
+  f.document.insert(parent);
+  f.document.insert(child, parent.get());
+  f.manager().begin("Remove both");
+  f.document.remove(child.get());
+  f.document.remove(parent.get());
+  f.manager().commit();
+  f.manager().undo();
+  EXPECT_TRUE(child->isInDocument());
+  f.log.clear();
+  std::vector<std::string> walked;
+  ruRTB::SignalClient client;
+  f.document.sigObjectRemoved.addCallback(
+      [&](Object* o) {
+        for (ObjectIterator it(o); it.valid(); it.next()) walked.push_back(Fixture::name(it.getObject()));
+      },
+      client);
+  f.manager().redo();
+  EXPECT_EQ(f.log, (std::vector<std::string>{"removed parent", "txn"}));
+  EXPECT_EQ(walked, (std::vector<std::string>{"parent", "child"}));
 }
 
 TEST(Document, RemovedObjectsDieWhenTheHistoryLetsThemGo) {
@@ -454,7 +489,24 @@ TEST(Document, RandomEditsUndoAndRedoRestoreEveryStateAndKeepTheSignalsBalanced)
       pool.push_back(o);
       edited = true;
     } else if (action == 1) {
-      f.document.remove(objects[rng() % objects.size()]);
+      // One removal, or several structural edits in one transaction.
+      if (rng() % 3) {
+        f.document.remove(objects[rng() % objects.size()]);
+      } else {
+        f.manager().begin("Batch");
+        for (int k = 0, n = 2 + static_cast<int>(rng() % 3); k < n; ++k) {
+          const std::vector<Object*> now = inDocument();
+          if (now.empty() || rng() % 2) {
+            ru::Reference<Object> o = createMeshObject(f.document, unitCube());
+            o->setName(("o" + std::to_string(made++)).c_str());
+            f.document.insert(o, now.empty() || rng() % 2 ? nullptr : now[rng() % now.size()]);
+            pool.push_back(o);
+          } else {
+            f.document.remove(now[rng() % now.size()]);
+          }
+        }
+        f.manager().commit();
+      }
       edited = true;
     } else if (action == 2) {
       Object* o = objects[rng() % objects.size()];

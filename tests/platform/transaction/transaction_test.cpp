@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -374,4 +376,108 @@ TEST(Transaction, InconsistentSerialisationIsDetectedByTheReader) {
   reader.field(wrongType);
   EXPECT_FALSE(reader.ok());
   EXPECT_EQ(wrongType, 0);
+}
+
+namespace {
+
+// Runs `action` from its hooks, the way a listener of a restored object edits something else.
+class Reacting : public Item {
+public:
+  using Item::Item;
+  std::function<void()> onRestored;
+  std::function<void()> onModified;
+  void onTxnRestored() override {
+    Item::onTxnRestored();
+    if (onRestored) onRestored();
+  }
+  void onTxnModified() override {
+    Item::onTxnModified();
+    if (onModified) onModified();
+  }
+};
+
+} // namespace
+
+TEST(Transaction, AnEditCommittedFromAHookDuringUndoIsSafeAndRecorded) {
+  voTXN::Manager manager;
+  Reacting watched(&manager);
+  Item other(&manager);
+  manager.begin("Set");
+  watched.setValue(1);
+  manager.commit();
+  bool reacting = true;
+  watched.onRestored = [&] {
+    if (!reacting) return;
+    reacting = false;
+    manager.begin("Reaction");
+    other.setValue(42);
+    manager.commit();
+  };
+  EXPECT_TRUE(manager.undo());
+  EXPECT_EQ(watched.value(), 0);
+  EXPECT_EQ(other.value(), 42);
+  // The reaction is a new edit: it is on the undo stack and nothing is left to redo.
+  EXPECT_EQ(manager.undoName(), "Reaction");
+  EXPECT_FALSE(manager.canRedo());
+  EXPECT_TRUE(manager.undo());
+  EXPECT_EQ(other.value(), 0);
+}
+
+TEST(Transaction, AnEditCommittedFromAHookDuringCommitLandsAfterIt) {
+  voTXN::Manager manager;
+  Reacting watched(&manager);
+  Item other(&manager);
+  bool reacting = true;
+  watched.onModified = [&] {
+    if (!reacting) return;
+    reacting = false;
+    manager.begin("Reaction");
+    other.setValue(7);
+    manager.commit();
+  };
+  manager.begin("Edit");
+  watched.setValue(3);
+  manager.commit();
+  EXPECT_EQ(manager.undoDepth(), 2u);
+  EXPECT_EQ(manager.undoName(), "Reaction");
+  manager.undo();
+  EXPECT_EQ(other.value(), 0);
+  EXPECT_EQ(manager.undoName(), "Edit");
+}
+
+TEST(Transaction, RestoringIsAnnouncedBeforeAnythingChanges) {
+  voTXN::Manager manager;
+  Item item(&manager);
+  manager.begin("Set");
+  item.setValue(5);
+  manager.commit();
+  std::vector<std::string> seen;
+  ruRTB::SignalClient client;
+  manager.sigRestoring.addCallback(
+      [&](voTXN::Manager::Event, const voTXN::Transaction* t) { seen.push_back(std::string(t->name().c_str()) + "=" + std::to_string(item.value())); },
+      client);
+  manager.undo();
+  manager.redo();
+  EXPECT_EQ(seen, (std::vector<std::string>{"Set=5", "Set=0"}));
+}
+
+TEST(Transaction, ClientsKeepDataWithATransaction) {
+  voTXN::Manager manager;
+  Item item(&manager);
+  manager.begin("Set");
+  item.setValue(1);
+  static const int key = 0;
+  manager.openTransaction()->attach(&key, std::make_shared<int>(99));
+  manager.commit();
+  std::vector<int> found;
+  ruRTB::SignalClient client;
+  manager.sigRestoring.addCallback(
+      [&](voTXN::Manager::Event, const voTXN::Transaction* t) {
+        found.push_back(*static_cast<int*>(t->attachment(&key)));
+        EXPECT_EQ(t->attachment(&found), nullptr);
+      },
+      client);
+  manager.undo();
+  EXPECT_EQ(found, (std::vector<int>{99}));
+  EXPECT_EQ(manager.openTransaction(), nullptr);
 }
