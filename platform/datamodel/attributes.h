@@ -66,6 +66,9 @@ public:
   // table's `box` fraction of its size.
   ruGeom::OrientedBox getOrientedWorldSpace(const Tolerances& tolerances) const;
   ruGeom::OrientedBox getOrientedWorldSpace(const SubObject& subObject, const Tolerances& tolerances) const;
+  // Drops the cached world box; the next read measures again. For attributes whose geometry the
+  // box covers, before they announce a change.
+  void invalidate() noexcept { valid_ = false; }
 
 protected:
   friend class voDMD::Object;

@@ -57,7 +57,11 @@ Object::Object(Document& document, Class* objectClass)
     : voTXN::RefCountedObject(&document.txnManager()), document_(&document), class_(objectClass) {}
 
 Object::~Object() {
-  // Children first, then the attributes, which forget their transaction records as they go.
+  // Children first (they outlive this object when held elsewhere, and lose their parent), then the
+  // attributes, which forget their transaction records as they go.
+  for (const auto& child : children_) {
+    if (child && child->parent_ == this) child->parent_ = nullptr;
+  }
   children_.clear();
   attributes_.clear();
 }
@@ -153,6 +157,11 @@ Document::~Document() {
   decoration_.reset();
   root_.reset();
   cameraHolder_.reset();
+}
+
+void Document::setToleranceTable(const Tolerances& tolerances) {
+  tolerances_ = tolerances;
+  if (decoration_) decoration_->recomputeAll();
 }
 
 Document* Document::current() { return voSupport::ci().find<Document>(); }

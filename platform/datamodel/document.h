@@ -262,7 +262,8 @@ public:
   // The camera of the document (an attribute of an object outside the tree).
   Camera* camera() const noexcept { return camera_; }
   const Tolerances& getToleranceTable() const noexcept { return tolerances_; }
-  void setToleranceTable(const Tolerances& tolerances) { tolerances_ = tolerances; }
+  // Not transacted (a setting of the document, not an edit). Out-of-bounds states are reassessed.
+  void setToleranceTable(const Tolerances& tolerances);
   KLTDecoration& decoration() const noexcept { return *decoration_; }
 
   // Once per inserted subtree (with its root), also when undo or redo brings one back.

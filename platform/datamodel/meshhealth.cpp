@@ -156,10 +156,54 @@ private:
   std::vector<std::uint32_t> parent_;
 };
 
+// Stitches open edges: vertices on open edges that sit at exactly the same place (0 and -0 alike)
+// become one, so a mesh whose faces carry their own copies of shared corners is judged as the
+// solid it describes. Vertices of closed parts keep their identity, so parts that a repair took
+// apart at a shared edge stay apart.
+std::vector<std::uint32_t> weldOpenEdges(const float* positions, std::size_t numVertices,
+                                         const std::uint32_t* triangles, std::size_t numTriangles) {
+  std::vector<std::uint32_t> welded(triangles, triangles + 3 * numTriangles);
+  std::vector<char> valid(numTriangles, 1);
+  for (std::size_t t = 0; t < numTriangles; ++t) valid[t] = !indexDegenerate(triangles + 3 * t, numVertices);
+  EdgeTable edges;
+  edges.build(numVertices, triangles, numTriangles, [&](std::size_t t) { return valid[t] != 0; });
+  std::vector<std::uint32_t> rim;
+  std::vector<char> onRim(numVertices, 0);
+  edges.forEachEdge([&](std::uint32_t lo, std::uint32_t hi, const EdgeUse*, std::size_t count) {
+    if (count != 1) return;
+    for (std::uint32_t v : {lo, hi}) {
+      if (!onRim[v]) {
+        onRim[v] = 1;
+        rim.push_back(v);
+      }
+    }
+  });
+  if (rim.empty()) return welded;
+  auto key = [positions](std::uint32_t v) {
+    const float* p = positions + 3 * static_cast<std::size_t>(v);
+    return std::make_tuple(p[0] + 0.0f, p[1] + 0.0f, p[2] + 0.0f);
+  };
+  std::sort(rim.begin(), rim.end(), [&](std::uint32_t a, std::uint32_t b) {
+    const auto ka = key(a), kb = key(b);
+    return ka != kb ? ka < kb : a < b;
+  });
+  std::vector<std::uint32_t> canonical(numVertices);
+  std::iota(canonical.begin(), canonical.end(), 0u);
+  for (std::size_t i = 1; i < rim.size(); ++i) {
+    if (key(rim[i]) == key(rim[i - 1])) canonical[rim[i]] = canonical[rim[i - 1]];
+  }
+  for (std::uint32_t& v : welded) {
+    if (v < numVertices) v = canonical[v];
+  }
+  return welded;
+}
+
 } // namespace
 
-MeshHealth analyseMeshHealth(const float* positions, std::size_t numVertices, const std::uint32_t* triangles,
+MeshHealth analyseMeshHealth(const float* positions, std::size_t numVertices, const std::uint32_t* rawTriangles,
                              std::size_t numTriangles) {
+  const std::vector<std::uint32_t> welded = weldOpenEdges(positions, numVertices, rawTriangles, numTriangles);
+  const std::uint32_t* triangles = welded.data();
   MeshHealth health;
   std::vector<char> valid(numTriangles, 1);
   for (std::size_t t = 0; t < numTriangles; ++t) {
@@ -194,6 +238,9 @@ MeshRepairReport repairMesh(std::vector<float>& positions, std::vector<std::uint
   MeshRepairReport report;
   std::size_t numVertices = positions.size() / 3;
   std::size_t numTriangles = triangles.size() / 3;
+  // Open edges whose corners meet other open edges' corners are stitched first; the copies stay in
+  // the array, unused.
+  triangles = weldOpenEdges(positions.data(), numVertices, triangles.data(), numTriangles);
 
   // 1. Degenerate and duplicate triangles go.
   {

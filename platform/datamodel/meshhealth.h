@@ -8,8 +8,9 @@
 
 namespace voDMA {
 
-// What is wrong with a triangle mesh as a printable solid. Edges are undirected vertex pairs;
-// the mesh is expected welded (identical positions share one index), as imported meshes are.
+// What is wrong with a triangle mesh as a printable solid. Edges are undirected pairs of vertices;
+// open edges are first stitched where their corners sit at exactly the same place, so a box whose
+// faces carry their own corners is a closed solid.
 struct VO_DMD_API MeshHealth {
   // Edges used by exactly one triangle: the rims of holes.
   std::size_t openEdges = 0;
@@ -48,7 +49,8 @@ struct VO_DMD_API MeshRepairReport {
 // Repairs a mesh in place: removes degenerate and duplicate triangles, separates surfaces that
 // share an edge or a vertex without being joined (so every edge has at most two triangles), makes
 // the orientation consistent (outward for closed parts), and closes holes whose rim has at most
-// `maxHoleEdges` edges. Vertices may be appended; none are removed or moved. Returns what it did.
+// `maxHoleEdges` edges. Open edges are stitched first as the analysis does (the copies stay in the
+// array, unused). Vertices may be appended; none are removed or moved. Returns what it did.
 VO_DMD_API MeshRepairReport repairMesh(std::vector<float>& positions, std::vector<std::uint32_t>& triangles,
                                        std::size_t maxHoleEdges = 64);
 

@@ -20,6 +20,7 @@ void KLTMesh::setMesh(const ru::Reference<ruGeom::CompactMesh>& mesh) {
   thicknessValid_ = false;
   repaired_ = false;
   health_ = -1;
+  refreshPlacement();
   modified();
 }
 
@@ -28,7 +29,15 @@ void KLTMesh::setVisible(bool visible) {
   EditScope scope(*txnManager(), visible ? "Show" : "Hide");
   txnWillWrite();
   visible_ = visible;
+  refreshPlacement();
   modified();
+}
+
+void KLTMesh::refreshPlacement() {
+  // The box depends on the mesh; the state must be current when the change is announced.
+  if (BoundingBox* box = owner()->findAttribute<KLTMeshBBox>()) box->invalidate();
+  owner()->document()->decoration().updateMesh(this, false);
+  owner()->document()->decoration().updatePrinter();
 }
 
 bool KLTMesh::analyseThickness() {
@@ -79,6 +88,7 @@ bool KLTMesh::repair() {
   thicknessValid_ = false;
   repaired_ = true;
   health_ = -1;
+  refreshPlacement();
   modified();
   return true;
 }
@@ -237,11 +247,17 @@ void KLTDecoration::objectChanged(Object* object) {
     recomputeAll();
     return;
   }
+  bool printerMoved = false;
   for (ObjectIterator it(object); it.valid(); it.next()) {
     if (KLTMesh* mesh = it.getObject()->findAttribute<KLTMesh>()) updateMesh(mesh, true);
-    if (it.getObject()->findAttribute<KLTPrinter>()) printerValid_ = false;
+    if (it.getObject()->findAttribute<KLTPrinter>()) printerMoved = true;
   }
   updating_ = false;
+  // A printer inside the subtree came or went: every mesh is measured against another volume.
+  if (printerMoved) {
+    recomputeAll();
+    return;
+  }
   updatePrinter();
 }
 

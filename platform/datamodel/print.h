@@ -80,7 +80,7 @@ private:
   KLTMesh(voDMD::Object* owner, ru::Reference<ruGeom::CompactMesh> mesh = nullptr);
   void onTxnRestored() override;
   void onSiblingModified(Attribute* sibling) override;
-  void edit(const char* name);
+  void refreshPlacement();
 
   // Transacted.
   ru::Reference<ruGeom::CompactMesh> mesh_;
@@ -128,7 +128,6 @@ private:
   friend class KLTDecoration;
   KLTPrinter(voDMD::Object* owner, const ruLinear::Range3d& useable, const ruLinear::Range3d& total);
   void onTxnRestored() override;
-  void edit(const char* name);
 
   ruLinear::Range3d useable_;
   ruLinear::Range3d total_;

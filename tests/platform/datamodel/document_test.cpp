@@ -565,3 +565,17 @@ TEST(Document, SubMeshImageKeysAreSetPerSubMeshAndUndone) {
   EXPECT_EQ(mesh->numSubMeshes(), 2);
   EXPECT_FALSE(mesh->getSubMeshImageKey(0).valid());
 }
+
+TEST(Document, AChildOutlivingItsParentHasNoParent) {
+  Fixture f;
+  ru::Reference<Object> child = f.make("child");
+  {
+    ru::Reference<Object> parent = f.make("parent");
+    f.document.insert(child, parent.get());
+    EXPECT_EQ(child->parent(), parent.get());
+  }
+  f.manager().clearHistory();
+  EXPECT_EQ(child->parent(), nullptr);
+  EXPECT_TRUE(f.document.insert(child));
+  EXPECT_TRUE(child->isInDocument());
+}

@@ -1,6 +1,7 @@
 #include "platform/datamodel/print.h"
 
 #include "platform/datamodel/actions.h"
+#include "platform/geometry/construct.h"
 #include "platform/support/callinfo.h"
 
 #include "meshes.h"
@@ -377,4 +378,77 @@ TEST(Print, PendingAnalysesAreRedoneAfterTheMeshChanges) {
   EXPECT_FALSE(mesh->needsAnalyseThickness());
   for (float value : mesh->thickness) EXPECT_NEAR(value, 4.0f, 1e-3f);
   EXPECT_FALSE(b->findAttribute<KLTMesh>()->needsAnalyseThickness());
+}
+
+TEST(Print, ABoxWhoseFacesCarryTheirOwnCornersIsAHealthyClosedSolid) {
+  PrintFixture f;
+  ru::Reference<ruGeom::CompactMesh> box(new ruGeom::CompactMesh());
+  ruGeom::constructCuboid(Range3d(Point(0, 0, 0), Point(10, 10, 10)), *box);
+  ASSERT_GT(box->getNumVertices(), 8);  // corners repeated per face
+  ru::Reference<Object> o = createKLTMeshObject(f.document, box);
+  f.document.insert(o);
+  KLTMesh* mesh = o->findAttribute<KLTMesh>();
+  EXPECT_FALSE(mesh->needsRepair());
+  EXPECT_FALSE(mesh->repair());
+  mesh->analyseThickness();
+  for (float value : mesh->thickness) EXPECT_NEAR(value, 10.0f, 1e-3f);
+}
+
+TEST(Print, AMeshChangeAnnouncesAnOutOfBoundsStateThatIsAlreadyCurrent) {
+  PrintFixture f;
+  ru::Reference<Object> cube = f.addCube(Point(85, 0, 0));
+  KLTMesh* mesh = cube->findAttribute<KLTMesh>();
+  EXPECT_FALSE(mesh->isOutOfBounds());
+  std::vector<bool> seen;
+  ruRTB::SignalClient client;
+  cube->sigModified.addCallback([&](const Modification& m) {
+    if (m.getAttribute() == mesh) seen.push_back(mesh->isOutOfBounds());
+  }, client);
+  mesh->setMesh(testmesh::toMesh(testmesh::box({0, 0, 0}, {20, 20, 20})));  // now reaches x = 105
+  ASSERT_FALSE(seen.empty());
+  EXPECT_TRUE(seen.front());
+  EXPECT_TRUE(f.printer->outOfBounds());
+}
+
+TEST(Print, RemovingAGroupHoldingThePrinterReassessesEveryMesh) {
+  PrintFixture f;
+  ru::Reference<Object> cube = f.addCube(Point(95, 0, 0));
+  EXPECT_TRUE(cube->findAttribute<KLTMesh>()->isOutOfBounds());
+  // Move the printer into a group, then take the group away.
+  ru::Reference<Object> group = Object::create(f.document, GroupClass::get());
+  f.document.insert(group);
+  f.document.remove(f.printerObject.get());
+  f.manager().clearHistory();
+  EXPECT_FALSE(cube->findAttribute<KLTMesh>()->isOutOfBounds());  // no printer, no bounds
+  ru::Reference<Object> printer = createPrinterObject(f.document, Range3d(Point(-100, -100, 0), Point(100, 100, 200)),
+                                                      Range3d(Point(-100, -100, 0), Point(100, 100, 200)));
+  f.document.insert(printer, group.get());
+  EXPECT_TRUE(cube->findAttribute<KLTMesh>()->isOutOfBounds());
+  f.document.remove(group.get());
+  EXPECT_FALSE(cube->findAttribute<KLTMesh>()->isOutOfBounds());
+}
+
+TEST(Print, ChangingTheToleranceTableReassessesTheBounds) {
+  PrintFixture f;
+  ru::Reference<Object> cube = f.addCube(Point(90.5, 0, 0));  // 0.5 mm past the volume
+  EXPECT_TRUE(cube->findAttribute<KLTMesh>()->isOutOfBounds());
+  Tolerances tolerances = f.document.getToleranceTable();
+  tolerances.outOfBounds = 1.0;
+  f.document.setToleranceTable(tolerances);
+  EXPECT_FALSE(cube->findAttribute<KLTMesh>()->isOutOfBounds());
+  EXPECT_FALSE(f.printer->outOfBounds());
+}
+
+TEST(Print, ThicknessLimitGoesThroughTheInverseOfANonUniformScale) {
+  PrintFixture f;
+  ru::Reference<Object> o = f.addCube(Point(0, 0, 0));
+  KLTMesh* mesh = o->findAttribute<KLTMesh>();
+  mesh->analyseThickness();  // 10 everywhere, in the mesh's coordinates
+  o->findAttribute<Transform>()->setObjToWorld(AffineMatrix::scaling(Vector(1, 2, 4)));
+  // The limit t becomes the length of (t/sqrt(3)) (1, 1/2, 1/4) in the mesh: t * 0.6547.
+  const double factor = std::sqrt((1.0 + 0.25 + 0.0625) / 3.0);
+  f.printer->minimumThickness = 10.0 / factor - 0.01;
+  EXPECT_TRUE(voDMA::isPartThick(mesh));
+  f.printer->minimumThickness = 10.0 / factor + 0.01;
+  EXPECT_FALSE(voDMA::isPartThick(mesh));
 }
