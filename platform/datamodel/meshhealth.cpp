@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <numeric>
 #include <tuple>
+#include <unordered_map>
 #include <utility>
 
 namespace voDMA {
@@ -241,6 +242,72 @@ MeshRepairReport repairMesh(std::vector<float>& positions, std::vector<std::uint
   // Open edges whose corners meet other open edges' corners are stitched first; the copies stay in
   // the array, unused.
   triangles = weldOpenEdges(positions.data(), numVertices, triangles.data(), numTriangles);
+
+  // 0. Slivers whose corner lies on their opposite side (a T-junction): the neighbour across that
+  // side is split at the corner, so that removing the sliver below leaves no gap.
+  {
+    struct Sliver {
+      std::uint32_t triangle, from, to, middle;  // the long side from-to and the corner on it
+    };
+    std::vector<Sliver> slivers;
+    std::unordered_map<std::uint64_t, std::vector<std::uint32_t>> sides;
+    auto sideKey = [](std::uint32_t a, std::uint32_t b) {
+      return (std::uint64_t(std::min(a, b)) << 32) | std::max(a, b);
+    };
+    for (std::size_t t = 0; t < numTriangles; ++t) {
+      const std::uint32_t* c = &triangles[3 * t];
+      if (indexDegenerate(c, numVertices) || !areaDegenerate(positions.data(), c)) continue;
+      for (int k = 0; k < 3; ++k) {
+        const std::uint32_t p = c[(k + 1) % 3], q = c[(k + 2) % 3], m = c[k];
+        const float* P = &positions[3 * std::size_t(p)];
+        const float* Q = &positions[3 * std::size_t(q)];
+        const float* M = &positions[3 * std::size_t(m)];
+        double pq[3], pm[3], len2 = 0, along = 0;
+        for (int i = 0; i < 3; ++i) {
+          pq[i] = double(Q[i]) - P[i];
+          pm[i] = double(M[i]) - P[i];
+          len2 += pq[i] * pq[i];
+          along += pq[i] * pm[i];
+        }
+        if (len2 > 0.0 && along > 0.0 && along < len2) {
+          slivers.push_back({static_cast<std::uint32_t>(t), p, q, m});
+          sides[sideKey(p, q)];
+          break;
+        }
+      }
+    }
+    if (!slivers.empty()) {
+      for (std::size_t t = 0; t < numTriangles; ++t) {
+        const std::uint32_t* c = &triangles[3 * t];
+        if (indexDegenerate(c, numVertices)) continue;
+        for (int k = 0; k < 3; ++k) {
+          auto found = sides.find(sideKey(c[k], c[(k + 1) % 3]));
+          if (found != sides.end()) found->second.push_back(static_cast<std::uint32_t>(t));
+        }
+      }
+      std::vector<char> split(numTriangles, 0);
+      for (const Sliver& sliver : slivers) {
+        for (std::uint32_t n : sides[sideKey(sliver.from, sliver.to)]) {
+          if (n == sliver.triangle || split[n] || areaDegenerate(positions.data(), &triangles[3 * std::size_t(n)])) {
+            continue;
+          }
+          std::uint32_t* c = &triangles[3 * std::size_t(n)];
+          // Rotate so that the shared side is c[0] -> c[1]; the corner goes in between.
+          int k = 0;
+          while (!((c[k] == sliver.from || c[k] == sliver.to) && (c[(k + 1) % 3] == sliver.from || c[(k + 1) % 3] == sliver.to))) ++k;
+          const std::uint32_t x = c[k], y = c[(k + 1) % 3], r = c[(k + 2) % 3];
+          c[0] = x;
+          c[1] = sliver.middle;
+          c[2] = r;
+          triangles.insert(triangles.end(), {sliver.middle, y, r});
+          split[n] = 1;
+          ++report.addedTriangles;
+          break;
+        }
+      }
+      numTriangles = triangles.size() / 3;
+    }
+  }
 
   // 1. Degenerate and duplicate triangles go.
   {

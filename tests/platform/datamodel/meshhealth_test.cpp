@@ -143,3 +143,26 @@ TEST(MeshHealth, EmptyMeshIsHealthy) {
   const voDMA::MeshRepairReport report = voDMA::repairMesh(p, t);
   EXPECT_EQ(report.addedTriangles, 0u);
 }
+
+TEST(MeshHealth, RepairOfASliverOnATJunctionSplitsItsNeighbourAndLeavesNoGap) {
+  // A unit cube whose triangle (a, b, c) is cut at the middle m of its side a-b, with the sliver
+  // (a, b, m) closing the side: closed and consistent, but with a triangle of no area.
+  Soup cube = testmesh::box();
+  const std::uint32_t a = cube.triangles[0], b = cube.triangles[1], c = cube.triangles[2];
+  const float* A = &cube.positions[3 * a];
+  const float* B = &cube.positions[3 * b];
+  const std::uint32_t m = cube.vertex((A[0] + B[0]) / 2, (A[1] + B[1]) / 2, (A[2] + B[2]) / 2);
+  cube.triangles[0] = a;
+  cube.triangles[1] = m;
+  cube.triangles[2] = c;
+  cube.triangle(m, b, c);
+  cube.triangle(a, b, m);
+  const voDMA::MeshHealth before = healthOf(cube);
+  EXPECT_EQ(before.degenerateTriangles, 1u);
+  EXPECT_EQ(before.openEdges, 0u);
+  const voDMA::MeshRepairReport report = voDMA::repairMesh(cube.positions, cube.triangles);
+  EXPECT_EQ(report.removedDegenerate, 1u);
+  EXPECT_EQ(report.closedHoles, 0u);
+  EXPECT_TRUE(healthOf(cube).healthy());
+  EXPECT_NEAR(signedVolume(cube), 1.0, 1e-6);
+}
