@@ -272,8 +272,22 @@ void Document::objectChanged(Object* object) {
   if (decoration_) decoration_->objectChanged(object);
 }
 
+bool Document::touchedBy(const voTXN::Transaction* transaction) const {
+  if (transaction->attachment(this)) return true;
+  for (std::size_t i = 0; i < transaction->numRecords(); ++i) {
+    const voTXN::Object* recorded = transaction->recordedObject(i);
+    if (const auto* object = dynamic_cast<const Object*>(recorded); object && object->document_ == this) return true;
+    if (const auto* attribute = dynamic_cast<const Attribute*>(recorded);
+        attribute && attribute->owner()->document_ == this) {
+      return true;
+    }
+  }
+  return false;
+}
+
 void Document::onTransaction(voTXN::Manager::Event event, const voTXN::Transaction* transaction) {
-  if (!transaction || transaction->empty()) return;
+  // Other documents may share the manager: only transactions of this one concern it.
+  if (!transaction || transaction->empty() || !touchedBy(transaction)) return;
   if (event != voTXN::Manager::Event::Committed) resynchronise();
   sigTxnModified.emit(this);
 }

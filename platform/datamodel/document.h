@@ -235,10 +235,13 @@ private:
 // what a host enters in the call info as the current document.
 class VO_DMD_API Document {
 public:
-  // `manager` transacts every edit and must outlive the document.
+  // `manager` transacts every edit and must outlive the document. Several documents may share one
+  // manager; each hears only of the transactions that touch it.
   explicit Document(voTXN::Manager& manager);
   Document(const Document&) = delete;
   Document& operator=(const Document&) = delete;
+  // Clears the manager's whole history: its records hold this document's objects, which must not
+  // outlive it.
   ~Document();
 
   // The document of the current call info, or null.
@@ -283,6 +286,7 @@ private:
   // removals before they take the subtree apart.
   void logStructure(Object* object, bool inserted);
   void onRestoring(voTXN::Manager::Event event, const voTXN::Transaction* transaction);
+  bool touchedBy(const voTXN::Transaction* transaction) const;
   void onTransaction(voTXN::Manager::Event event, const voTXN::Transaction* transaction);
   void objectChanged(Object* object);
   void resynchronise();

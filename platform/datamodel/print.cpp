@@ -177,7 +177,20 @@ void KLTPrinter::onTransact(voTXN::Serializer& serializer) {
   serializer.endScope();
 }
 
-void KLTPrinter::onTxnRestored() { Attribute::onTxnRestored(); }
+void KLTPrinter::onTxnPreSerialized() {
+  before_ = Values{useable_, total_, connected_, minimumThickness};
+}
+
+void KLTPrinter::onTxnRestored() {
+  // A record kept only to mark the printer touched restores nothing: no modification for it (the
+  // decoration announces the out-of-bounds change itself).
+  const Values now{useable_, total_, connected_, minimumThickness};
+  if (now.useable == before_.useable && now.total == before_.total && now.connected == before_.connected &&
+      now.minimumThickness == before_.minimumThickness) {
+    return;
+  }
+  Attribute::onTxnRestored();
+}
 
 // --- KLTDecoration ---------------------------------------------------------------------------
 
@@ -281,9 +294,12 @@ void KLTDecoration::updatePrinter() {
   }
   if (faces == faces_) return;
   faces_ = faces;
-  // The printer draws its out-of-bounds sides: it hears of every change of them.
+  // The printer draws its out-of-bounds sides: it hears of every change of them, and counts as
+  // touched by the transaction that made it (recorded unchanged), so its transaction signal fires
+  // at the commit and again at undo and redo.
   if (KLTPrinter* printer = getPrinter()) {
     updating_ = true;
+    if (printer->txnManager()->isOpen()) printer->txnWillWrite();
     printer->modified();
     updating_ = false;
   }

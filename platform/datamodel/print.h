@@ -127,8 +127,16 @@ private:
   friend class voDMD::Object;
   friend class KLTDecoration;
   KLTPrinter(voDMD::Object* owner, const ruLinear::Range3d& useable, const ruLinear::Range3d& total);
+  void onTxnPreSerialized() override;
   void onTxnRestored() override;
 
+  struct Values {
+    ruLinear::Range3d useable;
+    ruLinear::Range3d total;
+    bool connected = false;
+    double minimumThickness = 0.0;
+  };
+  Values before_;  // the values before the record now being restored
   ruLinear::Range3d useable_;
   ruLinear::Range3d total_;
   bool connected_ = false;

@@ -129,7 +129,8 @@ public:
   using Serializer::field;
 };
 
-// The field operations for any copyable T; overload them for a type that needs more.
+// The field operations for any copyable T. A type that needs more gets overloads of write, read and
+// clear in its own namespace, where argument-dependent lookup finds them from fieldOps.
 template <class T>
 void write(Writer& writer, const T& value) {
   writer.save(value);

@@ -579,3 +579,17 @@ TEST(Document, AChildOutlivingItsParentHasNoParent) {
   EXPECT_TRUE(f.document.insert(child));
   EXPECT_TRUE(child->isInDocument());
 }
+
+TEST(Document, DocumentsSharingAManagerHearOnlyOfTheirOwnTransactions) {
+  voDMA::TxnManager txn;
+  Document first(*txn.get()), second(*txn.get());
+  int firstHeard = 0, secondHeard = 0;
+  ruRTB::SignalClient client;
+  first.sigTxnModified.addCallback([&](const Document*) { ++firstHeard; }, client);
+  second.sigTxnModified.addCallback([&](const Document*) { ++secondHeard; }, client);
+  first.insert(Object::create(first, nullptr));
+  txn.get()->undo();
+  txn.get()->redo();
+  EXPECT_EQ(firstHeard, 3);
+  EXPECT_EQ(secondHeard, 0);
+}

@@ -452,3 +452,19 @@ TEST(Print, ThicknessLimitGoesThroughTheInverseOfANonUniformScale) {
   f.printer->minimumThickness = 10.0 / factor + 0.01;
   EXPECT_FALSE(voDMA::isPartThick(mesh));
 }
+
+TEST(Print, ThePrinterCountsAsTouchedByTheTransactionThatMovedAMeshOutOfTheBed) {
+  PrintFixture f;
+  ru::Reference<Object> cube = f.addCube(Point(0, 0, 0));
+  int heard = 0;
+  ruRTB::SignalClient client;
+  f.printerObject->sigTxnModified.addCallback([&](const Object*) { ++heard; }, client);
+  cube->findAttribute<Transform>()->setObjToWorld(AffineMatrix::translation(Vector(95, 0, 0)));
+  EXPECT_EQ(heard, 1);
+  f.manager().undo();
+  EXPECT_EQ(heard, 2);
+  EXPECT_FALSE(f.printer->outOfBounds());
+  // Moving within the bed leaves the printer alone.
+  cube->findAttribute<Transform>()->setObjToWorld(AffineMatrix::translation(Vector(5, 0, 0)));
+  EXPECT_EQ(heard, 2);
+}

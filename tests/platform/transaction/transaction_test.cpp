@@ -481,3 +481,46 @@ TEST(Transaction, ClientsKeepDataWithATransaction) {
   EXPECT_EQ(found, (std::vector<int>{99}));
   EXPECT_EQ(manager.openTransaction(), nullptr);
 }
+
+namespace {
+
+// A projector-like object that writes its line the way the interactive layer's projectors do:
+// when its stamp is not the manager's current one, it asks the manager to record it first.
+class LineProjector : public voTXN::RefCountedObject {
+public:
+  explicit LineProjector(voTXN::Manager* manager) : RefCountedObject(manager) {}
+  const ruLinear::Line& getLine() const { return line_; }
+  void update(const ruLinear::Line& line) {
+    if (txnStamp() != txnManager()->currentStamp()) txnManager()->onTransact(this);
+    line_ = line;
+  }
+  void onTransact(voTXN::Serializer& serializer) override {
+    serializer.beginScope(this, 0);
+    Object::onTransact(serializer);
+    serializer.field(line_);
+    serializer.endScope();
+  }
+  void onTxnRestored() override { ++restored; }
+  int restored = 0;
+
+private:
+  ruLinear::Line line_;
+};
+
+} // namespace
+
+TEST(Transaction, AProjectorWritingThroughTheStampProtocolIsRestoredByUndo) {
+  voTXN::Manager manager;
+  ru::Reference<LineProjector> projector(new LineProjector(&manager));
+  manager.begin("Drag");
+  projector->update(Line(Point(1, 2, 3), Vector::x));
+  projector->update(Line(Point(4, 5, 6), Vector::y));  // same stamp: recorded once
+  manager.commit();
+  EXPECT_EQ(projector->getLine().getPoint(), Point(4, 5, 6));
+  manager.undo();
+  EXPECT_EQ(projector->getLine().getPoint(), Point(0, 0, 0));
+  EXPECT_EQ(projector->restored, 1);
+  manager.redo();
+  EXPECT_EQ(projector->getLine().getPoint(), Point(4, 5, 6));
+  EXPECT_EQ(projector->restored, 2);
+}
