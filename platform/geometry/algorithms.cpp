@@ -300,12 +300,12 @@ bool meshSplit(const CompactMesh& mesh, int maxVertices, ru::vector<CompactMesh*
     }
     for (int a = 0; a < mesh.getNumAttributes(); ++a) {
       const MeshAttributeEntry& entry = mesh.getAttributeEntry(a);
-      MeshAttributes values = result->allocAttributes(entry.name, entry.width);
+      const WritableMeshAttributes values = result->allocAttributes(entry.name, entry.width);
       const float* source = entry.values.data();
-      if (!source || !values.asFloat()) continue;
+      if (!source || !values.editFloat()) continue;
       for (int i = 0; i < n; ++i) {
         std::copy_n(source + static_cast<std::size_t>(part.globals[i]) * entry.width, entry.width,
-                    values.asFloat() + static_cast<std::size_t>(i) * entry.width);
+                    values.editFloat() + static_cast<std::size_t>(i) * entry.width);
       }
     }
     if (!part.triangles.empty()) {

@@ -273,8 +273,8 @@ BENCHMARK(BM_ComputeStrips128)->Unit(benchmark::kMillisecond);
 void BM_MeshSplitTwoMillionVertices(benchmark::State& state) {
   static const CompactMesh mesh = [] {
     CompactMesh m = makeTorus(2000, 1000);  // 2,000,000 vertices
-    MeshAttributes thickness = m.allocAttributes("thickness", 1);
-    for (int i = 0; i < m.getNumVertices(); ++i) thickness.asFloat()[i] = static_cast<float>(i);
+    const WritableMeshAttributes thickness = m.allocAttributes("thickness", 1);
+    for (int i = 0; i < m.getNumVertices(); ++i) thickness.editFloat()[i] = static_cast<float>(i);
     return m;
   }();
   std::size_t parts = 0;

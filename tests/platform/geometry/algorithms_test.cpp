@@ -262,12 +262,12 @@ namespace {
 CompactMesh bigMeshWithAttributes(int n, int m) {
   CompactMesh mesh = ruGeomTest::makeGrid(n, m);
   meshComputeNormals(mesh);
-  MeshAttributes thickness = mesh.allocAttributes("thickness", 1);
-  MeshAttributes pair = mesh.allocAttributes("pair", 2);
+  const WritableMeshAttributes thickness = mesh.allocAttributes("thickness", 1);
+  const WritableMeshAttributes pair = mesh.allocAttributes("pair", 2);
   for (int i = 0; i < mesh.getNumVertices(); ++i) {
-    thickness.asFloat()[i] = static_cast<float>(i);
-    pair.asFloat()[2 * i] = static_cast<float>(-i);
-    pair.asFloat()[2 * i + 1] = 0.5f * static_cast<float>(i);
+    thickness.editFloat()[i] = static_cast<float>(i);
+    pair.editFloat()[2 * i] = static_cast<float>(-i);
+    pair.editFloat()[2 * i + 1] = 0.5f * static_cast<float>(i);
   }
   return mesh;
 }
@@ -286,8 +286,8 @@ TEST(MeshSplit, AMeshOfAtLeast65535VerticesYieldsPartsUnderTheLimitHoldingEveryT
   for (const auto& part : parts) {
     EXPECT_LE(part->getNumVertices(), 65535);
     ASSERT_TRUE(part->hasNormals());
-    const MeshAttributes thickness = static_cast<const CompactMesh&>(*part).getAttributes("thickness");
-    const MeshAttributes pair = static_cast<const CompactMesh&>(*part).getAttributes("pair");
+    const MeshAttributes thickness = part->getAttributes("thickness");
+    const MeshAttributes pair = part->getAttributes("pair");
     ASSERT_TRUE(thickness.valid());
     ASSERT_TRUE(pair.valid());
     EXPECT_EQ(pair.getWidth(), 2);
