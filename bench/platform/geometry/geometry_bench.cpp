@@ -230,6 +230,27 @@ BENCHMARK(BM_MeshRayIntersectScreenBesideMesh);
 void BM_MeshRayIntersectScreenInHole(benchmark::State& state) { pickScreen(state, 500.5); }
 BENCHMARK(BM_MeshRayIntersectScreenInHole)->Unit(benchmark::kMillisecond);
 
+// The eye inside the mesh's box (in the hole of the torus, looking across the ring) and the
+// cursor above the ring: the ray misses, so the tolerance search walks the ray from the eye.
+void BM_MeshRayIntersectScreenEyeInsideBox(benchmark::State& state) {
+  const CompactMesh& mesh = millionTriangles();
+  Camera camera;
+  camera.setViewport(Viewport(0, 0, 1000, 800));
+  AngleAspect frustum;
+  frustum.setAspectRatio(1000.0 / 800.0);
+  frustum.setDepthRange(0.05, 100);
+  camera.setFrustum(frustum);
+  camera.setWorldToEye(Point(3, 1, 0.6), Point(0.2, 0.1, 0.3), Vector(0, 0, 1));
+  const ruLinear::ProjMatrixFlt matrix(camera.getWorldToViewport());
+  const ruLinear::Point2 cursor(500.5, 790.5);
+  const ruLinear::Line ray = camera.getWorldSpaceRay(cursor);
+  MeshRayQuery keepBuilt(mesh);
+  bool valid = false;
+  for (auto _ : state) valid = meshRayIntersectScreen(mesh, matrix, 500, 790, 1, ray).valid();
+  state.counters["hit"] = valid;
+}
+BENCHMARK(BM_MeshRayIntersectScreenEyeInsideBox)->Unit(benchmark::kMillisecond);
+
 void BM_CompactMeshCopy(benchmark::State& state) {
   CompactMesh mesh = millionTriangles();
   mesh.allocAttributes("thickness", 1);
