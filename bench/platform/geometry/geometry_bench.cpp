@@ -281,6 +281,31 @@ void BM_MeshAdjTris(benchmark::State& state) {
 }
 BENCHMARK(BM_MeshAdjTris)->Unit(benchmark::kMillisecond);
 
+// 20,000 triangles around one hub vertex that is every triangle's second corner: the valence of
+// one vertex is the whole mesh.
+void BM_MeshAdjTrisFanOf20000(benchmark::State& state) {
+  CompactMesh fan;
+  const int count = 20000;
+  fan.setNumVertices(count + 2);
+  MeshVertex* v = fan.editVertices();
+  for (int i = 1; i < count + 2; ++i) {
+    const double angle = 2 * ruLinear::pi * i / (count + 1);
+    v[i] = MeshVertex(Point(std::cos(angle), std::sin(angle), 0));
+  }
+  fan.setNumTriangles(count);
+  std::uint32_t* t = fan.editTriangles();
+  for (std::uint32_t i = 0; i < static_cast<std::uint32_t>(count); ++i) {
+    // The edge leaving the hub meets its partner only in the next triangle.
+    t[3 * i] = i + 1, t[3 * i + 1] = 0, t[3 * i + 2] = i + 2;
+  }
+  for (auto _ : state) {
+    MeshAdjTris adjacency;
+    meshAdjTris(fan, adjacency);
+    benchmark::DoNotOptimize(adjacency.getNumTriangles());
+  }
+}
+BENCHMARK(BM_MeshAdjTrisFanOf20000)->Unit(benchmark::kMillisecond);
+
 void BM_ComputeStrips128(benchmark::State& state) {
   CompactMesh mesh = millionTriangles();
   MeshAdjTris adjacency;
