@@ -226,7 +226,7 @@ void BM_MeshRayIntersectScreenOnMesh(benchmark::State& state) { pickScreen(state
 BENCHMARK(BM_MeshRayIntersectScreenOnMesh);
 void BM_MeshRayIntersectScreenBesideMesh(benchmark::State& state) { pickScreen(state, 5.5); }
 BENCHMARK(BM_MeshRayIntersectScreenBesideMesh);
-// Through the hole of the torus: inside the projected box, so every triangle is tested.
+// Through the hole of the torus: inside the projected box, so the box test alone cannot refuse it.
 void BM_MeshRayIntersectScreenInHole(benchmark::State& state) { pickScreen(state, 500.5); }
 BENCHMARK(BM_MeshRayIntersectScreenInHole)->Unit(benchmark::kMillisecond);
 
