@@ -321,7 +321,7 @@ bool coneCandidates(RTCScene scene, const ruLinear::ProjMatrix& m, const Point& 
   const double tApex = hasApex ? -wOrigin / wSlope : 0.0;
   const double farStep = 1e-4 * std::max(tFar, 1e-6);
   auto radiusAt = [&](double t) {
-    // Near the apex a sideways step must stay on the eye's side of it.
+    // Near the apex a sideways step must not reach behind the eye.
     const double step = hasApex ? std::min(farStep, 1e-3 * std::fabs(t - tApex)) : farStep;
     if (hasApex && !(step > 0)) return 0.0;
     return pixelRadius(m, origin + direction * t, e1, e2, pixels, step);
@@ -335,7 +335,8 @@ bool coneCandidates(RTCScene scene, const ruLinear::ProjMatrix& m, const Point& 
   }
   const double rFar = std::max(radiusAt(t0), radiusAt(t1));
   if (rFar < 0) return false;
-  t1 += rFar;
+  t1 = tFar + rFar;
+  if (hasApex && wSlope < 0) t1 = std::min(t1, tApex);
   for (int axis = 0; axis < 3; ++axis) {
     const double o = origin[axis], d = direction[axis];
     const double lo = lower[axis] - rFar, hi = upper[axis] + rFar;
