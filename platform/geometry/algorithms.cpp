@@ -22,48 +22,72 @@ bool buildAdjacency(const CompactMesh& mesh, std::vector<int>& table) {
   const std::uint32_t* tri = mesh.getTriangles();
   if (numTriangles == 0) return true;
   if (!indicesInRange(tri, static_cast<std::size_t>(numTriangles) * 3, numVertices)) return false;
-  // Triangles around each vertex, as a compressed table: start[v] .. end[v].
-  std::vector<std::uint32_t> start(numVertices + 1, 0);
-  for (std::size_t i = 0; i < static_cast<std::size_t>(numTriangles) * 3; ++i) ++start[tri[i] + 1];
-  for (std::uint32_t v = 0; v < numVertices; ++v) start[v + 1] += start[v];
-  std::vector<std::uint32_t> around(start[numVertices]);
-  std::vector<std::uint32_t> ends(start.begin(), start.end() - 1);
-  for (int t = 0; t < numTriangles; ++t) {
-    const std::uint32_t a = tri[3 * t], b = tri[3 * t + 1], c = tri[3 * t + 2];
-    // A triangle that names a vertex twice is listed once around it.
-    around[ends[a]++] = static_cast<std::uint32_t>(t);
-    if (b != a) around[ends[b]++] = static_cast<std::uint32_t>(t);
-    if (c != a && c != b) around[ends[c]++] = static_cast<std::uint32_t>(t);
+  // Directed edges (slot 3t + e) grouped by their vertex pair: a counting sort by the smaller
+  // vertex, then a sort of each vertex's few edges by the larger vertex and slot, puts each
+  // pair's edges together in slot order in O(n log valence) whatever the valences (a vertex
+  // shared by every triangle included). Edges from a vertex to itself join nothing.
+  const std::size_t numSlots = static_cast<std::size_t>(numTriangles) * 3;
+  auto to = [&](std::size_t slot) { return tri[slot % 3 == 2 ? slot - 2 : slot + 1]; };
+  std::vector<std::uint32_t> start(static_cast<std::size_t>(numVertices) + 1, 0);
+  for (std::size_t slot = 0; slot < numSlots; ++slot) {
+    const std::uint32_t a = tri[slot], b = to(slot);
+    if (a != b) ++start[std::min(a, b) + 1];
   }
+  for (std::uint32_t v = 0; v < numVertices; ++v) start[v + 1] += start[v];
+  // Each edge as (larger vertex << 32 | slot), so that sorting a bucket orders it by pair, then slot.
+  std::vector<std::uint64_t> edges(start[numVertices]);
   {
-    table.assign(static_cast<std::size_t>(numTriangles) * 3, -1);
-    for (int t = 0; t < numTriangles; ++t) {
-      for (int e = 0; e < 3; ++e) {
-        if (table[3 * t + e] != -1) continue;
-        const std::uint32_t a = tri[3 * t + e], b = tri[3 * t + (e + 1) % 3];
-        if (a == b) continue;
-        int same = -1, sameEdge = -1;
-        int found = -1, foundEdge = -1;
-        for (std::uint32_t k = start[a]; k < ends[a]; ++k) {
-          const int other = static_cast<int>(around[k]);
-          if (other == t) continue;
-          for (int oe = 0; oe < 3; ++oe) {
-            if (table[3 * other + oe] != -1) continue;
-            const std::uint32_t oa = tri[3 * other + oe], ob = tri[3 * other + (oe + 1) % 3];
-            if (oa == b && ob == a) {
-              found = other, foundEdge = oe;
-              break;
-            }
-            if (oa == a && ob == b && same == -1) same = other, sameEdge = oe;
+    std::vector<std::uint32_t> next(start.begin(), start.end() - 1);
+    for (std::size_t slot = 0; slot < numSlots; ++slot) {
+      const std::uint32_t a = tri[slot], b = to(slot);
+      if (a != b) edges[next[std::min(a, b)]++] = (static_cast<std::uint64_t>(std::max(a, b)) << 32) | slot;
+    }
+  }
+  table.assign(numSlots, -1);
+  auto slotOf = [](std::uint64_t edge) { return static_cast<std::size_t>(edge & 0xFFFFFFFFu); };
+  auto pair = [&](std::size_t slot, std::size_t other) {
+    table[slot] = static_cast<int>(other / 3);
+    table[other] = static_cast<int>(slot / 3);
+  };
+  std::vector<std::size_t> ways[2];  // a pair's edges from its smaller vertex, and from its larger
+  for (std::uint32_t lo = 0; lo < numVertices; ++lo) {
+    std::uint64_t* bucket = edges.data() + start[lo];
+    const std::size_t size = start[lo + 1] - start[lo];
+    std::sort(bucket, bucket + size);
+    for (std::size_t begin = 0; begin < size;) {
+      std::size_t end = begin + 1;
+      while (end < size && (bucket[end] >> 32) == (bucket[begin] >> 32)) ++end;
+      if (end - begin == 2) {
+        // The usual edge of two triangles: they pair whichever way they run.
+        const std::size_t first = slotOf(bucket[begin]), second = slotOf(bucket[begin + 1]);
+        if (first / 3 != second / 3) pair(first, second);
+      } else if (end - begin > 2) {
+        // Edges are taken in slot order; each still open takes the first open edge of another
+        // triangle running the other way (consistent orientation), or else the first running the
+        // same way. A triangle has at most one edge each way in a pair, so the scans skip at most
+        // one open entry.
+        ways[0].clear();
+        ways[1].clear();
+        for (std::size_t i = begin; i < end; ++i) ways[tri[slotOf(bucket[i])] == lo ? 0 : 1].push_back(slotOf(bucket[i]));
+        std::size_t firstOpen[2] = {0, 0};  // every entry before these is paired
+        auto take = [&](int way, std::size_t triangle) -> std::ptrdiff_t {
+          const std::vector<std::size_t>& list = ways[way];
+          while (firstOpen[way] < list.size() && table[list[firstOpen[way]]] != -1) ++firstOpen[way];
+          for (std::size_t k = firstOpen[way]; k < list.size(); ++k) {
+            if (table[list[k]] == -1 && list[k] / 3 != triangle) return static_cast<std::ptrdiff_t>(list[k]);
           }
-          if (found != -1) break;
-        }
-        if (found == -1) found = same, foundEdge = sameEdge;
-        if (found != -1) {
-          table[3 * t + e] = found;
-          table[3 * found + foundEdge] = t;
+          return -1;
+        };
+        for (std::size_t i = begin; i < end; ++i) {
+          const std::size_t slot = slotOf(bucket[i]);
+          if (table[slot] != -1) continue;
+          const int way = tri[slot] == lo ? 0 : 1;
+          std::ptrdiff_t other = take(1 - way, slot / 3);
+          if (other == -1) other = take(way, slot / 3);
+          if (other != -1) pair(slot, static_cast<std::size_t>(other));
         }
       }
+      begin = end;
     }
   }
   return true;
@@ -300,12 +324,12 @@ bool meshSplit(const CompactMesh& mesh, int maxVertices, ru::vector<CompactMesh*
     }
     for (int a = 0; a < mesh.getNumAttributes(); ++a) {
       const MeshAttributeEntry& entry = mesh.getAttributeEntry(a);
-      MeshAttributes values = result->allocAttributes(entry.name, entry.width);
+      const WritableMeshAttributes values = result->allocAttributes(entry.name, entry.width);
       const float* source = entry.values.data();
-      if (!source || !values.asFloat()) continue;
+      if (!source || !values.editFloat()) continue;
       for (int i = 0; i < n; ++i) {
         std::copy_n(source + static_cast<std::size_t>(part.globals[i]) * entry.width, entry.width,
-                    values.asFloat() + static_cast<std::size_t>(i) * entry.width);
+                    values.editFloat() + static_cast<std::size_t>(i) * entry.width);
       }
     }
     if (!part.triangles.empty()) {

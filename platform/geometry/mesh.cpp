@@ -106,8 +106,8 @@ MeshColor* PointMesh::editColors() {
   return data.data();
 }
 
-MeshAttributes PointMesh::allocAttributes(const ruString::CString& name, int width) {
-  if (width < 1 || name.empty()) return MeshAttributes();
+WritableMeshAttributes PointMesh::allocAttributes(const ruString::CString& name, int width) {
+  if (width < 1 || name.empty()) return WritableMeshAttributes();
   std::vector<MeshAttributeEntry>& entries = attributes_.write();
   auto it = std::find_if(entries.begin(), entries.end(), [&](const MeshAttributeEntry& e) { return e.name == name; });
   if (it == entries.end()) {
@@ -118,30 +118,27 @@ MeshAttributes PointMesh::allocAttributes(const ruString::CString& name, int wid
   it->values.clear();
   std::vector<float>& values = it->values.write();
   values.assign(vertices_.size() * width, 0.0f);
-  return MeshAttributes(values.empty() ? nullptr : values.data(), width, getNumVertices(), true);
-}
-
-MeshAttributes PointMesh::getAttributes(const ruString::CString& name) {
-  if (!hasAttributes(name)) return MeshAttributes();
-  for (MeshAttributeEntry& entry : attributes_.write()) {
-    if (entry.name == name) {
-      if (entry.values.empty()) return MeshAttributes(nullptr, entry.width, getNumVertices(), true);
-      std::vector<float>& values = entry.values.write();
-      return MeshAttributes(values.data(), entry.width, getNumVertices(), true);
-    }
-  }
-  return MeshAttributes();
+  return WritableMeshAttributes(values.empty() ? nullptr : values.data(), width, getNumVertices());
 }
 
 MeshAttributes PointMesh::getAttributes(const ruString::CString& name) const {
   for (std::size_t i = 0; i < attributes_.size(); ++i) {
     const MeshAttributeEntry& entry = attributes_[i];
-    if (entry.name == name) {
-      // Read-only view: the memory may be shared with copies of this mesh.
-      return MeshAttributes(const_cast<float*>(entry.values.data()), entry.width, getNumVertices(), false);
-    }
+    if (entry.name == name) return MeshAttributes(entry.values.data(), entry.width, getNumVertices());
   }
   return MeshAttributes();
+}
+
+WritableMeshAttributes PointMesh::editAttributes(const ruString::CString& name) {
+  if (!hasAttributes(name)) return WritableMeshAttributes();
+  for (MeshAttributeEntry& entry : attributes_.write()) {
+    if (entry.name == name) {
+      if (entry.values.empty()) return WritableMeshAttributes(nullptr, entry.width, getNumVertices());
+      std::vector<float>& values = entry.values.write();
+      return WritableMeshAttributes(values.data(), entry.width, getNumVertices());
+    }
+  }
+  return WritableMeshAttributes();
 }
 
 bool PointMesh::hasAttributes(const ruString::CString& name) const noexcept {

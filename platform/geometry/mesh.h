@@ -44,29 +44,52 @@ struct MeshColor {
   float r = 1, g = 1, b = 1, a = 1;
 };
 
-// A view of one named per-vertex attribute: `width` floats a vertex, contiguous, vertex after
-// vertex. The view stays valid until the mesh it came from changes its vertex count or the
-// attribute; it owns nothing. A view taken from a const mesh shares its memory with the mesh's
-// copies and must only be read (isWritable() is false).
+// A read-only view of one named per-vertex attribute: `width` floats a vertex, contiguous, vertex
+// after vertex. It owns nothing and stays valid until the mesh it came from changes its vertex
+// count or writes the attribute. The memory may be shared with copies of the mesh, which is why
+// it can only be read.
 class RU_GEOM_API MeshAttributes {
 public:
   MeshAttributes() noexcept = default;
-  MeshAttributes(float* data, int width, int numVertices, bool writable) noexcept
-      : data_(data), width_(width), numVertices_(numVertices), writable_(writable) {}
+  MeshAttributes(const float* data, int width, int numVertices) noexcept
+      : data_(data), width_(width), numVertices_(numVertices) {}
 
   // False for an attribute the mesh does not have.
   bool valid() const noexcept { return width_ > 0; }
   int getWidth() const noexcept { return width_; }
   int getNumVertices() const noexcept { return numVertices_; }
+  // True for a view that came from allocAttributes or editAttributes (see WritableMeshAttributes).
   bool isWritable() const noexcept { return writable_; }
-  // The floats, width() per vertex; null when invalid or when there are no vertices.
-  float* asFloat() const noexcept { return data_; }
+  // The floats, getWidth() per vertex; null when invalid or when there are no vertices.
+  const float* asFloat() const noexcept { return data_; }
+
+protected:
+  MeshAttributes(const float* data, int width, int numVertices, bool writable) noexcept
+      : data_(data), width_(width), numVertices_(numVertices), writable_(writable) {}
 
 private:
-  float* data_ = nullptr;
+  const float* data_ = nullptr;
   int width_ = 0;
   int numVertices_ = 0;
   bool writable_ = false;
+};
+
+// A view of one attribute that may be written: the mesh detached the attribute's floats from its
+// copies before handing it out. It is only as good as that detachment: copying the mesh shares
+// the floats again, and taking another view (editAttributes, allocAttributes, removeAttributes)
+// may move them, so either invalidates every writable view taken before. A write through such a
+// stale view would reach the copies too; take a new view with editAttributes instead.
+class RU_GEOM_API WritableMeshAttributes : public MeshAttributes {
+public:
+  WritableMeshAttributes() noexcept = default;
+  WritableMeshAttributes(float* data, int width, int numVertices) noexcept
+      : MeshAttributes(data, width, numVertices, true), editable_(data) {}
+
+  // The floats for writing, getWidth() per vertex; null when invalid or without vertices.
+  float* editFloat() const noexcept { return editable_; }
+
+private:
+  float* editable_ = nullptr;
 };
 
 // One named attribute of a mesh: its name, width and the shared floats.
@@ -123,11 +146,14 @@ public:
   // Allocates the per-vertex attribute `name` of `width` floats a vertex, all zero, replacing an
   // attribute of that name. Returns a writable view; an invalid view when width < 1 or the name
   // is empty.
-  MeshAttributes allocAttributes(const ruString::CString& name, int width);
-  // The attribute `name`, writable (detaches it from copies); invalid when the mesh has none.
-  MeshAttributes getAttributes(const ruString::CString& name);
-  // The attribute `name` for reading; invalid when the mesh has none.
+  WritableMeshAttributes allocAttributes(const ruString::CString& name, int width);
+  // The attribute `name` for reading; invalid when the mesh has none. A read, on a const mesh or
+  // not: it copies nothing and keeps the buffer's identity, so a copy made for every redraw
+  // costs nothing.
   MeshAttributes getAttributes(const ruString::CString& name) const;
+  // The attribute `name` for writing: detaches its floats from the mesh's copies first and gives
+  // them a new identity. Invalid when the mesh has none.
+  WritableMeshAttributes editAttributes(const ruString::CString& name);
   bool hasAttributes(const ruString::CString& name) const noexcept;
   bool removeAttributes(const ruString::CString& name);
   int getNumAttributes() const noexcept { return static_cast<int>(attributes_.size()); }

@@ -5,6 +5,7 @@
 #include <assimp/postprocess.h>
 #include <assimp/scene.h>
 
+#include <algorithm>
 #include <cctype>
 #include <cerrno>
 #include <cmath>
@@ -40,6 +41,191 @@ bool endsWith(const std::string& text, const char* suffix) {
   return true;
 }
 
+// Whole-file bytes for the text checks; false when the file cannot be read.
+bool readAll(std::FILE* file, long size, std::string& bytes) {
+  bytes.resize(static_cast<std::size_t>(size));
+  std::fseek(file, 0, SEEK_SET);
+  return std::fread(bytes.data(), 1, bytes.size(), file) == bytes.size();
+}
+
+// A binary STL may start with "solid" too; text has no control bytes besides white space.
+bool looksLikeText(std::FILE* file, long size) {
+  unsigned char chunk[512];
+  std::fseek(file, 0, SEEK_SET);
+  const std::size_t n = std::fread(chunk, 1, static_cast<std::size_t>(std::min<long>(size, sizeof chunk)), file);
+  for (std::size_t i = 0; i < n; ++i) {
+    if (chunk[i] < 32 && !std::isspace(chunk[i])) return false;
+  }
+  return true;
+}
+
+// Splits text into white-space separated words, counting lines, for the text format checks.
+class Words {
+public:
+  explicit Words(const std::string& text) : text_(text) {}
+  // The next word; false at the end of the text.
+  bool next(std::string& word) {
+    skipSpace();
+    if (pos_ >= text_.size()) return false;
+    wordLine_ = line_;
+    const std::size_t begin = pos_;
+    while (pos_ < text_.size() && !std::isspace(static_cast<unsigned char>(text_[pos_]))) ++pos_;
+    word.assign(text_, begin, pos_ - begin);
+    return true;
+  }
+  // Skips to the start of the next line (the rest of this one is a name).
+  void skipLine() {
+    while (pos_ < text_.size() && text_[pos_] != '\n') ++pos_;
+  }
+  // True when only white space is left.
+  bool atEnd() {
+    skipSpace();
+    return pos_ >= text_.size();
+  }
+  // The line of the last word read, from 1.
+  int line() const noexcept { return wordLine_; }
+
+private:
+  void skipSpace() {
+    while (pos_ < text_.size() && std::isspace(static_cast<unsigned char>(text_[pos_]))) {
+      if (text_[pos_] == '\n') ++line_;
+      ++pos_;
+    }
+  }
+  const std::string& text_;
+  std::size_t pos_ = 0;
+  int line_ = 1;
+  int wordLine_ = 1;
+};
+
+bool isNumber(const std::string& word) {
+  if (word.empty()) return false;
+  char* end = nullptr;
+  const double value = std::strtod(word.c_str(), &end);
+  return end && *end == '\0' && std::isfinite(value);
+}
+
+// The importer accepts an ASCII STL that stops in the middle of a facet, or has no endsolid, and
+// keeps the facets before the cut; so the whole text is checked here first: one or more solids
+// of complete facets (facet normal x y z, outer loop, three vertices, endloop, endfacet), each
+// closed by endsolid.
+bool checkAsciiStl(std::FILE* file, long size, CString& what) {
+  std::string text;
+  if (!readAll(file, size, text)) {
+    what = "cannot read the file";
+    return false;
+  }
+  Words words(text);
+  std::string word;
+  int facet = 0;
+  bool inFacet = false;
+  // Reports a word that is not the one expected: the end of the text means a cut, anything else
+  // a malformed file.
+  auto unexpected = [&](const char* expected) {
+    if (words.atEnd()) {
+      what = inFacet ? CString::format("truncated ASCII STL (facet %d incomplete)", facet)
+                     : CString("truncated ASCII STL (no endsolid)");
+    } else {
+      what = CString::format("malformed ASCII STL (line %d: expected %s, found '%s')", words.line(), expected,
+                             word.c_str());
+    }
+    return false;
+  };
+  auto expect = [&](const char* keyword) { return words.next(word) && word == keyword; };
+  // Normals are not kept, and some writers give degenerate facets "nan" ones: any number will do.
+  auto numbers = [&](int count, bool finite) {
+    for (int i = 0; i < count; ++i) {
+      if (!words.next(word)) return false;
+      char* end = nullptr;
+      const double value = std::strtod(word.c_str(), &end);
+      if (word.empty() || *end != '\0' || (finite && !std::isfinite(value))) return false;
+    }
+    return true;
+  };
+  // The caller saw "solid" at the start; the name may follow without a space.
+  words.next(word);
+  words.skipLine();
+  for (;;) {
+    if (!words.next(word)) return unexpected("'facet' or 'endsolid'");
+    if (word == "endsolid") {
+      words.skipLine();
+      if (words.atEnd()) return true;
+      // Another solid may follow.
+      if (!expect("solid")) return unexpected("'solid' or the end of the file");
+      words.skipLine();
+      continue;
+    }
+    if (word != "facet") return unexpected("'facet' or 'endsolid'");
+    ++facet;
+    inFacet = true;
+    if (!expect("normal")) return unexpected("'normal'");
+    if (!numbers(3, false)) return unexpected("three numbers for the normal");
+    if (!expect("outer")) return unexpected("'outer loop'");
+    if (!expect("loop")) return unexpected("'outer loop'");
+    for (int corner = 0; corner < 3; ++corner) {
+      if (!expect("vertex")) return unexpected("'vertex'");
+      if (!numbers(3, true)) return unexpected("three numbers for the vertex");
+    }
+    if (!expect("endloop")) return unexpected("'endloop'");
+    if (!expect("endfacet")) return unexpected("'endfacet'");
+    inFacet = false;
+  }
+}
+
+// The importer turns an OBJ face of fewer than three corners into a point or a line, which the
+// import then drops without a word; a file cut in the middle of a face line looks just like
+// that. Such faces, and vertices without three coordinates, make the file malformed.
+bool checkObj(std::FILE* file, long size, CString& what) {
+  std::string text;
+  if (!readAll(file, size, text)) {
+    what = "cannot read the file";
+    return false;
+  }
+  // Plain pointer scanning: a large OBJ has millions of lines.
+  const char* p = text.c_str();
+  const char* const stop = p + text.size();
+  auto isBlank = [](char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\f' || c == '\v'; };
+  auto nextItem = [&](std::string& item) {
+    while (p < stop && isBlank(*p)) ++p;
+    const char* begin = p;
+    while (p < stop && *p != '\n' && !isBlank(*p)) ++p;
+    item.assign(begin, p);
+    return !item.empty();
+  };
+  std::string keyword, item;
+  for (int lineNumber = 1; p < stop; ++lineNumber) {
+    nextItem(keyword);
+    if (keyword == "f") {
+      int corners = 0;
+      while (nextItem(item)) {
+        char* rest = nullptr;
+        std::strtol(item.c_str(), &rest, 10);
+        if (rest == item.c_str() || (*rest != '\0' && *rest != '/')) {
+          what = CString::format("malformed OBJ (line %d: face corner '%s' is not a vertex index)", lineNumber,
+                                 item.c_str());
+          return false;
+        }
+        ++corners;
+      }
+      if (corners < 3) {
+        what = CString::format("malformed OBJ (line %d: a face needs at least 3 vertices, it has %d)", lineNumber,
+                               corners);
+        return false;
+      }
+    } else if (keyword == "v") {
+      for (int i = 0; i < 3; ++i) {
+        if (!nextItem(item) || !isNumber(item)) {
+          what = CString::format("malformed OBJ (line %d: a vertex needs three coordinates)", lineNumber);
+          return false;
+        }
+      }
+    }
+    while (p < stop && *p != '\n') ++p;  // the rest of the line
+    ++p;
+  }
+  return true;
+}
+
 // A binary STL states its facet count; check it against the size before the importer reads, so a
 // truncated file is an error and not a short or garbled mesh.
 bool checkStl(std::FILE* file, long size, CString& what) {
@@ -65,7 +251,7 @@ bool checkStl(std::FILE* file, long size, CString& what) {
     const long expected = 84 + 50 * static_cast<long>(count);
     if (expected == size) return true;  // binary, whatever its header says
   }
-  if (std::strncmp(start, "solid", 5) == 0) return true;  // ASCII: the importer checks the text
+  if (std::strncmp(start, "solid", 5) == 0 && looksLikeText(file, size)) return checkAsciiStl(file, size, what);
   if (size < 84) {
     what = "truncated binary STL (shorter than its 84-byte header)";
   } else {
@@ -253,9 +439,12 @@ bool importMesh(const CString& path, CompactMesh& mesh, CString* error) {
     setError(error, path, "unsupported file type (expected .stl, .obj, .3mf or .ply)");
     return false;
   }
-  if (stl || endsWith(name, ".ply")) {
+  const bool objFile = endsWith(name, ".obj");
+  if (stl || objFile || endsWith(name, ".ply")) {
     CString what;
-    if (!(stl ? checkStl(file.get(), size, what) : checkPly(file.get(), size, what))) {
+    const bool ok = stl ? checkStl(file.get(), size, what)
+                        : objFile ? checkObj(file.get(), size, what) : checkPly(file.get(), size, what);
+    if (!ok) {
       setError(error, path, what);
       return false;
     }

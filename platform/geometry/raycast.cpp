@@ -307,12 +307,36 @@ bool coneCandidates(RTCScene scene, const ruLinear::ProjMatrix& m, const Point& 
   }
   const Vector e1 = direction.orthogonalVector().normalized();
   const Vector e2 = ruLinear::cross(direction, e1);
-  const double step = 1e-4 * std::max(tFar, 1e-6);
-  auto radiusAt = [&](double t) { return pixelRadius(m, origin + direction * t, e1, e2, pixels, step); };
-  const double rFar = radiusAt(tFar);
+  auto wAt = [&](double t) {
+    double w = 0;
+    m.transform(origin + direction * t, &w);
+    return w;
+  };
+  // w is affine along the ray. Where it is 0 lies the eye, the apex of the cone, where the
+  // radius is 0 but cannot be measured; behind it nothing is drawn. A ray from the eye starts
+  // there, so the apex must not stop the walk (that made a pick from inside the box test
+  // every triangle).
+  const double wOrigin = wAt(0.0), wSlope = wAt(1.0) - wOrigin;
+  const bool hasApex = wSlope != 0.0 && std::isfinite(wOrigin) && std::isfinite(wSlope);
+  const double tApex = hasApex ? -wOrigin / wSlope : 0.0;
+  const double farStep = 1e-4 * std::max(tFar, 1e-6);
+  auto radiusAt = [&](double t) {
+    // Near the apex a sideways step must not reach behind the eye.
+    const double step = hasApex ? std::min(farStep, 1e-3 * std::fabs(t - tApex)) : farStep;
+    if (hasApex && !(step > 0)) return 0.0;
+    return pixelRadius(m, origin + direction * t, e1, e2, pixels, step);
+  };
+  // The part of the ray that is drawn and lies inside the box grown by the largest radius.
+  double t0 = 0, t1 = tFar;
+  if (hasApex) {
+    if (wSlope > 0) t0 = std::max(t0, tApex);
+    else t1 = std::min(t1, tApex);
+    if (t0 >= t1) return true;  // the box is behind the eye
+  }
+  const double rFar = std::max(radiusAt(t0), radiusAt(t1));
   if (rFar < 0) return false;
-  // The part of the ray inside the box grown by the largest radius.
-  double t0 = 0, t1 = tFar + rFar;
+  t1 = tFar + rFar;
+  if (hasApex && wSlope < 0) t1 = std::min(t1, tApex);
   for (int axis = 0; axis < 3; ++axis) {
     const double o = origin[axis], d = direction[axis];
     const double lo = lower[axis] - rFar, hi = upper[axis] + rFar;

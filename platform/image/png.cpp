@@ -3,9 +3,11 @@
 #include <png.h>
 
 #include <cerrno>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <memory>
+#include <new>
 #include <vector>
 
 namespace ruImage {
@@ -35,13 +37,27 @@ void setError(ruString::CString* error, const ruString::CString& path, const cha
   if (error) *error = ruString::CString::format("PNG file '%s': %s", path.c_str(), what);
 }
 
+// The most bytes a file may make us allocate (four a pixel and a row pointer a row): a header can
+// claim any size up to 2^31 - 1 each way, and a corrupt or hostile one must not make us try.
+constexpr std::uint64_t maxImageBytes = std::uint64_t(1) << 31;
+
+enum class HeaderResult { Ok, Error, Unsupported, TooLarge };
+
 // The libpng calls run in these helpers, which hold no C++ objects across setjmp: libpng leaves
 // through longjmp on an error, and only plain locals survive that safely.
-bool readHeader(png_structp png, png_infop info, std::FILE* file, png_uint_32* width, png_uint_32* height) {
-  if (setjmp(png_jmpbuf(png))) return false;
+HeaderResult readHeader(png_structp png, png_infop info, std::FILE* file, png_uint_32* width, png_uint_32* height) {
+  if (setjmp(png_jmpbuf(png))) return HeaderResult::Error;
   png_init_io(png, file);
   png_set_sig_bytes(png, 8);
+  // libpng's own size limit is below what the format allows; lift it to the format's so that the
+  // size check below, with its clearer message, is the one that refuses a huge image.
+  png_set_user_limits(png, 0x7fffffffu, 0x7fffffffu);
   png_read_info(png, info);
+  *width = png_get_image_width(png, info);
+  *height = png_get_image_height(png, info);
+  // Before png_read_update_info, which allocates a row.
+  const std::uint64_t rowBytes = static_cast<std::uint64_t>(*width) * 4 + sizeof(png_bytep);
+  if (*height > maxImageBytes / rowBytes) return HeaderResult::TooLarge;
   const int colorType = png_get_color_type(png, info);
   const int bitDepth = png_get_bit_depth(png, info);
   if (bitDepth == 16) png_set_strip_16(png);
@@ -53,9 +69,8 @@ bool readHeader(png_structp png, png_infop info, std::FILE* file, png_uint_32* w
   if (!(colorType & PNG_COLOR_MASK_ALPHA) && !transparency) png_set_filler(png, 0xFF, PNG_FILLER_AFTER);
   png_set_interlace_handling(png);
   png_read_update_info(png, info);
-  *width = png_get_image_width(png, info);
-  *height = png_get_image_height(png, info);
-  return png_get_rowbytes(png, info) == static_cast<std::size_t>(*width) * 4;
+  return png_get_rowbytes(png, info) == static_cast<std::size_t>(*width) * 4 ? HeaderResult::Ok
+                                                                             : HeaderResult::Unsupported;
 }
 
 bool readBody(png_structp png, png_bytepp rows) {
@@ -98,15 +113,30 @@ ru::Reference<TypedImage<Byte4>> readPng(const ruString::CString& path, ruString
     return nullptr;
   }
   png_uint_32 width = 0, height = 0;
-  if (!readHeader(png, info, file.get(), &width, &height)) {
+  const HeaderResult header = readHeader(png, info, file.get(), &width, &height);
+  if (header != HeaderResult::Ok) {
     png_destroy_read_struct(&png, &info, nullptr);
-    setError(error, path,
-             state.message[0] ? ruString::CString::format("corrupt or truncated header (%s)", state.message).c_str()
-                              : "unsupported pixel layout");
+    if (header == HeaderResult::TooLarge) {
+      setError(error, path, ruString::CString::format("image too large (%ux%u)", width, height).c_str());
+    } else if (header == HeaderResult::Error) {
+      setError(error, path, ruString::CString::format("corrupt or truncated header (%s)", state.message).c_str());
+    } else {
+      setError(error, path, "unsupported pixel layout");
+    }
     return nullptr;
   }
-  ru::Reference<TypedImage<Byte4>> image(new TypedImage<Byte4>(static_cast<int>(width), static_cast<int>(height)));
-  std::vector<png_bytep> rows(height);
+  // Within the limit the allocation can still fail on a small machine: that is an error for
+  // this file, not an exception for the caller.
+  ru::Reference<TypedImage<Byte4>> image;
+  std::vector<png_bytep> rows;
+  try {
+    image = new TypedImage<Byte4>(static_cast<int>(width), static_cast<int>(height));
+    rows.resize(height);
+  } catch (const std::bad_alloc&) {
+    png_destroy_read_struct(&png, &info, nullptr);
+    setError(error, path, ruString::CString::format("out of memory for a %ux%u image", width, height).c_str());
+    return nullptr;
+  }
   for (png_uint_32 y = 0; y < height; ++y) rows[y] = image->bytes() + static_cast<std::size_t>(y) * width * 4;
   const bool ok = readBody(png, rows.data());
   png_destroy_read_struct(&png, &info, nullptr);

@@ -226,9 +226,30 @@ void BM_MeshRayIntersectScreenOnMesh(benchmark::State& state) { pickScreen(state
 BENCHMARK(BM_MeshRayIntersectScreenOnMesh);
 void BM_MeshRayIntersectScreenBesideMesh(benchmark::State& state) { pickScreen(state, 5.5); }
 BENCHMARK(BM_MeshRayIntersectScreenBesideMesh);
-// Through the hole of the torus: inside the projected box, so every triangle is tested.
+// Through the hole of the torus: inside the projected box, so the box test alone cannot refuse it.
 void BM_MeshRayIntersectScreenInHole(benchmark::State& state) { pickScreen(state, 500.5); }
 BENCHMARK(BM_MeshRayIntersectScreenInHole)->Unit(benchmark::kMillisecond);
+
+// The eye inside the mesh's box (in the hole of the torus, looking across the ring) and the
+// cursor above the ring: the ray misses, so the tolerance search walks the ray from the eye.
+void BM_MeshRayIntersectScreenEyeInsideBox(benchmark::State& state) {
+  const CompactMesh& mesh = millionTriangles();
+  Camera camera;
+  camera.setViewport(Viewport(0, 0, 1000, 800));
+  AngleAspect frustum;
+  frustum.setAspectRatio(1000.0 / 800.0);
+  frustum.setDepthRange(0.05, 100);
+  camera.setFrustum(frustum);
+  camera.setWorldToEye(Point(3, 1, 0.6), Point(0.2, 0.1, 0.3), Vector(0, 0, 1));
+  const ruLinear::ProjMatrixFlt matrix(camera.getWorldToViewport());
+  const ruLinear::Point2 cursor(500.5, 790.5);
+  const ruLinear::Line ray = camera.getWorldSpaceRay(cursor);
+  MeshRayQuery keepBuilt(mesh);
+  bool valid = false;
+  for (auto _ : state) valid = meshRayIntersectScreen(mesh, matrix, 500, 790, 1, ray).valid();
+  state.counters["hit"] = valid;
+}
+BENCHMARK(BM_MeshRayIntersectScreenEyeInsideBox)->Unit(benchmark::kMillisecond);
 
 void BM_CompactMeshCopy(benchmark::State& state) {
   CompactMesh mesh = millionTriangles();
@@ -260,6 +281,31 @@ void BM_MeshAdjTris(benchmark::State& state) {
 }
 BENCHMARK(BM_MeshAdjTris)->Unit(benchmark::kMillisecond);
 
+// 20,000 triangles around one hub vertex that is every triangle's second corner: the valence of
+// one vertex is the whole mesh.
+void BM_MeshAdjTrisFanOf20000(benchmark::State& state) {
+  CompactMesh fan;
+  const int count = 20000;
+  fan.setNumVertices(count + 2);
+  MeshVertex* v = fan.editVertices();
+  for (int i = 1; i < count + 2; ++i) {
+    const double angle = 2 * ruLinear::pi * i / (count + 1);
+    v[i] = MeshVertex(Point(std::cos(angle), std::sin(angle), 0));
+  }
+  fan.setNumTriangles(count);
+  std::uint32_t* t = fan.editTriangles();
+  for (std::uint32_t i = 0; i < static_cast<std::uint32_t>(count); ++i) {
+    // The edge leaving the hub meets its partner only in the next triangle.
+    t[3 * i] = i + 1, t[3 * i + 1] = 0, t[3 * i + 2] = i + 2;
+  }
+  for (auto _ : state) {
+    MeshAdjTris adjacency;
+    meshAdjTris(fan, adjacency);
+    benchmark::DoNotOptimize(adjacency.getNumTriangles());
+  }
+}
+BENCHMARK(BM_MeshAdjTrisFanOf20000)->Unit(benchmark::kMillisecond);
+
 void BM_ComputeStrips128(benchmark::State& state) {
   CompactMesh mesh = millionTriangles();
   MeshAdjTris adjacency;
@@ -273,8 +319,8 @@ BENCHMARK(BM_ComputeStrips128)->Unit(benchmark::kMillisecond);
 void BM_MeshSplitTwoMillionVertices(benchmark::State& state) {
   static const CompactMesh mesh = [] {
     CompactMesh m = makeTorus(2000, 1000);  // 2,000,000 vertices
-    MeshAttributes thickness = m.allocAttributes("thickness", 1);
-    for (int i = 0; i < m.getNumVertices(); ++i) thickness.asFloat()[i] = static_cast<float>(i);
+    const WritableMeshAttributes thickness = m.allocAttributes("thickness", 1);
+    for (int i = 0; i < m.getNumVertices(); ++i) thickness.editFloat()[i] = static_cast<float>(i);
     return m;
   }();
   std::size_t parts = 0;

@@ -169,6 +169,84 @@ TEST(MeshAdjacency, RemovingATriangleOpensItsNeighboursEdges) {
   EXPECT_EQ(adjacency.countOpenEdges(), 6);
 }
 
+namespace {
+
+// The adjacency rule spelt out edge by edge, in quadratic time: edges in triangle order, each
+// still open taking the first open edge of another triangle that runs it the other way, else the
+// first that runs it the same way.
+std::vector<int> adjacencyByPairSearch(const CompactMesh& mesh) {
+  const int n = mesh.getNumTriangles();
+  const std::uint32_t* tri = mesh.getTriangles();
+  std::vector<int> table(static_cast<std::size_t>(n) * 3, -1);
+  for (int t = 0; t < n; ++t) {
+    for (int e = 0; e < 3; ++e) {
+      const std::uint32_t a = tri[3 * t + e], b = tri[3 * t + (e + 1) % 3];
+      if (table[3 * t + e] != -1 || a == b) continue;
+      int opposite = -1, same = -1;
+      for (int o = 0; o < n * 3 && opposite == -1; ++o) {
+        if (o / 3 == t || table[o] != -1) continue;
+        const std::uint32_t oa = tri[o], ob = tri[o % 3 == 2 ? o - 2 : o + 1];
+        if (oa == b && ob == a) opposite = o;
+        if (oa == a && ob == b && same == -1) same = o;
+      }
+      const int other = opposite != -1 ? opposite : same;
+      if (other == -1) continue;
+      table[3 * t + e] = other / 3;
+      table[other] = t;
+    }
+  }
+  return table;
+}
+
+// Meshes beyond the corpus that put the tie-breaks to work: edges of three and four triangles in
+// both directions, triangles naming a vertex twice, flipped triangles and a fan around one hub.
+std::vector<ruGeomTest::NamedMesh> adjacencyMeshes() {
+  std::vector<ruGeomTest::NamedMesh> meshes = ruGeomTest::corpus();
+  CompactMesh book;
+  for (int i = 0; i < 7; ++i) book.addVertex(Point(i, i % 2, i % 3));
+  book.addTriangle(0, 1, 2);
+  book.addTriangle(0, 1, 3);
+  book.addTriangle(1, 0, 4);
+  book.addTriangle(0, 1, 5);
+  book.addTriangle(1, 0, 6);
+  book.addTriangle(0, 1, 0);
+  book.addTriangle(1, 1, 2);
+  book.addTriangle(2, 1, 6);
+  book.addTriangle(1, 2, 6);
+  meshes.push_back({"book", book, false});
+  CompactMesh flipped = ruGeomTest::makeSphere(8, 10);
+  std::uint32_t* t = flipped.editTriangles();
+  for (int i = 0; i < flipped.getNumTriangles(); i += 3) std::swap(t[3 * i], t[3 * i + 1]);
+  meshes.push_back({"flipped sphere", flipped, true});
+  CompactMesh fan;
+  fan.addVertex(Point());
+  for (int i = 0; i < 40; ++i) fan.addVertex(Point(std::cos(i * 0.15), std::sin(i * 0.15), 0));
+  for (std::uint32_t i = 1; i < 40; ++i) fan.addTriangle(i, 0, i + 1);
+  meshes.push_back({"fan", fan, false});
+  CompactMesh doubled = ruGeomTest::makeTorus(8, 6);
+  const int count = doubled.getNumTriangles();
+  for (int i = 0; i < count; i += 2) {
+    const std::uint32_t* c = doubled.getTriangles() + 3 * i;
+    doubled.addTriangle(c[0], c[2], c[1]);
+  }
+  meshes.push_back({"doubled torus", doubled, true});
+  return meshes;
+}
+
+}  // namespace
+
+TEST(MeshAdjacency, PairsEdgesAsAnEdgeByEdgeSearchDoesOnEveryMesh) {
+  for (const ruGeomTest::NamedMesh& entry : adjacencyMeshes()) {
+    SCOPED_TRACE(entry.name);
+    MeshAdjTris adjacency;
+    ASSERT_TRUE(meshAdjTris(entry.mesh, adjacency));
+    EXPECT_EQ(adjacency.table(), adjacencyByPairSearch(entry.mesh));
+    MeshTriAdjTrisDynamic dynamic;
+    ASSERT_TRUE(meshTriAdjTris(entry.mesh, dynamic));
+    EXPECT_EQ(dynamic.table(), adjacency.table());
+  }
+}
+
 TEST(MeshAdjacency, FailsOnIndicesOutOfRange) {
   CompactMesh mesh = ruGeomTest::makeGrid(1, 1);
   mesh.addTriangle(0, 1, 1000);
@@ -262,12 +340,12 @@ namespace {
 CompactMesh bigMeshWithAttributes(int n, int m) {
   CompactMesh mesh = ruGeomTest::makeGrid(n, m);
   meshComputeNormals(mesh);
-  MeshAttributes thickness = mesh.allocAttributes("thickness", 1);
-  MeshAttributes pair = mesh.allocAttributes("pair", 2);
+  const WritableMeshAttributes thickness = mesh.allocAttributes("thickness", 1);
+  const WritableMeshAttributes pair = mesh.allocAttributes("pair", 2);
   for (int i = 0; i < mesh.getNumVertices(); ++i) {
-    thickness.asFloat()[i] = static_cast<float>(i);
-    pair.asFloat()[2 * i] = static_cast<float>(-i);
-    pair.asFloat()[2 * i + 1] = 0.5f * static_cast<float>(i);
+    thickness.editFloat()[i] = static_cast<float>(i);
+    pair.editFloat()[2 * i] = static_cast<float>(-i);
+    pair.editFloat()[2 * i + 1] = 0.5f * static_cast<float>(i);
   }
   return mesh;
 }
@@ -286,8 +364,8 @@ TEST(MeshSplit, AMeshOfAtLeast65535VerticesYieldsPartsUnderTheLimitHoldingEveryT
   for (const auto& part : parts) {
     EXPECT_LE(part->getNumVertices(), 65535);
     ASSERT_TRUE(part->hasNormals());
-    const MeshAttributes thickness = static_cast<const CompactMesh&>(*part).getAttributes("thickness");
-    const MeshAttributes pair = static_cast<const CompactMesh&>(*part).getAttributes("pair");
+    const MeshAttributes thickness = part->getAttributes("thickness");
+    const MeshAttributes pair = part->getAttributes("pair");
     ASSERT_TRUE(thickness.valid());
     ASSERT_TRUE(pair.valid());
     EXPECT_EQ(pair.getWidth(), 2);

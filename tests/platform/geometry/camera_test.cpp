@@ -166,6 +166,45 @@ TEST(Camera, ViewportOriginOffsetsThePixels) {
   EXPECT_NEAR(after.y - before.y, 20, 1e-9);
 }
 
+TEST(Camera, WithAnOffsetViewportProjectThenRayThroughThePixelReturnsToThePoint) {
+  Camera camera = makeCamera();
+  camera.setViewport(Viewport(10, 20, 800, 600));
+  std::mt19937 random(11);
+  std::uniform_real_distribution<double> coordinate(-10, 10);
+  for (int i = 0; i < 200; ++i) {
+    const Point p(coordinate(random), coordinate(random), coordinate(random));
+    Point2 pixel;
+    ASSERT_TRUE(camera.project(p, pixel));
+    const Line ray = camera.getWorldSpaceRay(pixel);
+    EXPECT_EQ(ray.getPoint(), camera.getEyeLocation());
+    EXPECT_LT(distanceToLine(p, ray), 1e-9);
+    // The point lies ahead along the ray, not behind the eye.
+    EXPECT_GT(ruLinear::dot(p - ray.getPoint(), ray.getDirection()), 0);
+  }
+  // The viewport's centre pixel looks along the view.
+  const Line centre = camera.getWorldSpaceRay(Point2(10 + 400, 20 + 300));
+  EXPECT_NEAR(ruLinear::distance(Point() + centre.getDirection(), Point() + camera.getViewVector()), 0, 1e-12);
+}
+
+TEST(Camera, WithAnOffsetViewportWorldToViewportAgreesWithProject) {
+  Camera camera = makeCamera();
+  camera.setViewport(Viewport(10, 20, 800, 600));
+  const ruLinear::ProjMatrix m = camera.getWorldToViewport();
+  std::mt19937 random(13);
+  std::uniform_real_distribution<double> coordinate(-10, 10);
+  for (int i = 0; i < 200; ++i) {
+    const Point p(coordinate(random), coordinate(random), coordinate(random));
+    Point2 pixel;
+    ASSERT_TRUE(camera.project(p, pixel));
+    const Point q = p * m;
+    EXPECT_NEAR(q.x, pixel.x, 1e-9);
+    EXPECT_NEAR(q.y, pixel.y, 1e-9);
+  }
+  const Point nearPoint = camera.getEyeLocation() + camera.getViewVector() * 1.0;
+  EXPECT_NEAR((nearPoint * m).x, 410, 1e-9);
+  EXPECT_NEAR((nearPoint * m).y, 320, 1e-9);
+}
+
 TEST(Camera, ProjectIsFalseBehindTheEye) {
   const Camera camera = makeCamera();
   Point2 pixel(-7, -7);

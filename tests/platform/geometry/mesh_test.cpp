@@ -4,6 +4,9 @@
 
 #include <gtest/gtest.h>
 
+#include <type_traits>
+#include <utility>
+
 using namespace ruGeom;
 using ruLinear::Point;
 
@@ -50,7 +53,7 @@ TEST(CompactMesh, ACopySharesEveryBufferUntilWritten) {
   EXPECT_EQ(copy.getNormals(), mesh.getNormals());
   EXPECT_EQ(copy.getVertexBufferId(), mesh.getVertexBufferId());
   EXPECT_EQ(copy.getTriangleBufferId(), mesh.getTriangleBufferId());
-  EXPECT_EQ(copy.getAttributes("thickness").asFloat(), static_cast<const CompactMesh&>(mesh).getAttributes("thickness").asFloat());
+  EXPECT_EQ(copy.getAttributes("thickness").asFloat(), mesh.getAttributes("thickness").asFloat());
 }
 
 TEST(CompactMesh, WritingOneSideLeavesTheOtherIntactAndDetachesOnlyThatBuffer) {
@@ -91,26 +94,66 @@ TEST(CompactMesh, IdentitiesAreNeverReused) {
 
 TEST(CompactMesh, AttributesCopyWithTheMeshAndDetachOnWrite) {
   CompactMesh mesh = ruGeomTest::makeGrid(2, 2);
-  MeshAttributes thickness = mesh.allocAttributes("thickness", 1);
+  const WritableMeshAttributes thickness = mesh.allocAttributes("thickness", 1);
   ASSERT_TRUE(thickness.valid());
   EXPECT_EQ(thickness.getWidth(), 1);
   EXPECT_EQ(thickness.getNumVertices(), mesh.getNumVertices());
   for (int i = 0; i < mesh.getNumVertices(); ++i) EXPECT_EQ(thickness.asFloat()[i], 0.0f);
-  thickness.asFloat()[3] = 2.5f;
+  thickness.editFloat()[3] = 2.5f;
   CompactMesh copy = mesh;
-  MeshAttributes written = copy.getAttributes("thickness");
+  const WritableMeshAttributes written = copy.editAttributes("thickness");
   ASSERT_TRUE(written.isWritable());
-  written.asFloat()[3] = 7.0f;
-  EXPECT_EQ(static_cast<const CompactMesh&>(mesh).getAttributes("thickness").asFloat()[3], 2.5f);
-  EXPECT_EQ(static_cast<const CompactMesh&>(copy).getAttributes("thickness").asFloat()[3], 7.0f);
+  written.editFloat()[3] = 7.0f;
+  EXPECT_EQ(mesh.getAttributes("thickness").asFloat()[3], 2.5f);
+  EXPECT_EQ(copy.getAttributes("thickness").asFloat()[3], 7.0f);
   EXPECT_EQ(copy.getVertices(), mesh.getVertices());
+}
+
+TEST(CompactMesh, ReadingAnAttributeOfAMutableMeshCopiesNothingAndKeepsItsIdentity) {
+  CompactMesh mesh = ruGeomTest::makeGrid(2, 2);
+  mesh.allocAttributes("thickness", 1).editFloat()[1] = 3.0f;
+  // A copy per redraw, read through a non-const mesh: still the same floats and identity.
+  CompactMesh copy = mesh;
+  const BufferId id = mesh.getAttributeBufferId("thickness");
+  const MeshAttributes read = copy.getAttributes("thickness");
+  EXPECT_FALSE(read.isWritable());
+  EXPECT_EQ(read.asFloat(), mesh.getAttributes("thickness").asFloat());
+  EXPECT_EQ(read.asFloat()[1], 3.0f);
+  EXPECT_EQ(copy.getAttributeBufferId("thickness"), id);
+  EXPECT_EQ(mesh.getAttributeBufferId("thickness"), id);
+}
+
+TEST(CompactMesh, ReadOnlyAttributeViewsGiveConstFloats) {
+  static_assert(std::is_same_v<decltype(std::declval<const MeshAttributes&>().asFloat()), const float*>);
+  static_assert(std::is_same_v<decltype(std::declval<const WritableMeshAttributes&>().editFloat()), float*>);
+  static_assert(std::is_same_v<decltype(std::declval<CompactMesh&>().getAttributes("a")), MeshAttributes>);
+  CompactMesh mesh = ruGeomTest::makeGrid(1, 1);
+  mesh.allocAttributes("a", 1);
+  EXPECT_FALSE(mesh.getAttributes("a").isWritable());
+  EXPECT_TRUE(mesh.editAttributes("a").isWritable());
+}
+
+TEST(CompactMesh, AWriteThroughEditAttributesAfterCopyingLeavesTheCopyIntact) {
+  CompactMesh mesh = ruGeomTest::makeGrid(2, 2);
+  const WritableMeshAttributes before = mesh.allocAttributes("thickness", 1);
+  before.editFloat()[0] = 1.0f;
+  const CompactMesh copy = mesh;
+  // Copying invalidated `before` (it now points into the floats the copy shares): take a new view.
+  const BufferId id = copy.getAttributeBufferId("thickness");
+  const WritableMeshAttributes after = mesh.editAttributes("thickness");
+  after.editFloat()[0] = 5.0f;
+  EXPECT_NE(after.editFloat(), before.editFloat());
+  EXPECT_EQ(copy.getAttributes("thickness").asFloat()[0], 1.0f);
+  EXPECT_EQ(copy.getAttributeBufferId("thickness"), id);
+  EXPECT_EQ(mesh.getAttributes("thickness").asFloat()[0], 5.0f);
+  EXPECT_NE(mesh.getAttributeBufferId("thickness"), id);
 }
 
 TEST(CompactMesh, AttributesOfSeveralFloatsAVertex) {
   CompactMesh mesh = ruGeomTest::makeGrid(1, 1);
-  MeshAttributes rgb = mesh.allocAttributes("rgb", 3);
+  const WritableMeshAttributes rgb = mesh.allocAttributes("rgb", 3);
   ASSERT_TRUE(rgb.valid());
-  rgb.asFloat()[3 * 2 + 1] = 0.5f;
+  rgb.editFloat()[3 * 2 + 1] = 0.5f;
   const CompactMesh& constant = mesh;
   const MeshAttributes read = constant.getAttributes("rgb");
   EXPECT_FALSE(read.isWritable());
@@ -125,6 +168,8 @@ TEST(CompactMesh, MissingAttributesAreInvalid) {
   CompactMesh mesh = ruGeomTest::makeGrid(1, 1);
   EXPECT_FALSE(mesh.getAttributes("none").valid());
   EXPECT_EQ(mesh.getAttributes("none").asFloat(), nullptr);
+  EXPECT_FALSE(mesh.editAttributes("none").valid());
+  EXPECT_EQ(mesh.editAttributes("none").editFloat(), nullptr);
   EXPECT_FALSE(mesh.allocAttributes("bad", 0).valid());
   EXPECT_FALSE(mesh.allocAttributes("", 1).valid());
   EXPECT_FALSE(mesh.removeAttributes("none"));
@@ -133,7 +178,7 @@ TEST(CompactMesh, MissingAttributesAreInvalid) {
 TEST(CompactMesh, AttributesFollowTheVertexCount) {
   CompactMesh mesh;
   mesh.addVertex(Point());
-  mesh.allocAttributes("a", 2).asFloat()[1] = 4;
+  mesh.allocAttributes("a", 2).editFloat()[1] = 4;
   mesh.editColors();
   mesh.addVertex(Point(1, 0, 0));
   const CompactMesh& constant = mesh;

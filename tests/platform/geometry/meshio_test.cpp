@@ -373,6 +373,74 @@ TEST(MeshImport, AMalformedAsciiStlIsAnError) {
   EXPECT_NE(error.str().find(path), std::string::npos) << error.c_str();
 }
 
+// The first four facets of the cube as an ASCII STL.
+std::string fourFacetAsciiStl() {
+  Soup soup = cubeSoup();
+  soup.corners.resize(12);
+  return asciiStl(soup);
+}
+
+TEST(MeshImport, AnAsciiStlCutInTheMiddleOfAFacetNamesTheIncompleteFacet) {
+  const std::string path = tempPath("cut_ascii.stl");
+  const std::string text = fourFacetAsciiStl();
+  std::size_t third = 0;
+  for (int i = 0; i < 3; ++i) third = text.find("facet normal", third + 1);
+  ASSERT_NE(third, std::string::npos);
+  // Cut inside the second vertex of the third facet.
+  const std::size_t cut = text.find("vertex", text.find("vertex", third) + 1) + 9;
+  writeFile(path, text.substr(0, cut));
+  expectError(path, "truncated ASCII STL (facet 3 incomplete)");
+}
+
+TEST(MeshImport, AnAsciiStlWithoutEndsolidIsAnError) {
+  const std::string path = tempPath("no_endsolid.stl");
+  const std::string text = fourFacetAsciiStl();
+  writeFile(path, text.substr(0, text.find("endsolid")));
+  expectError(path, "truncated ASCII STL (no endsolid)");
+}
+
+TEST(MeshImport, AnAsciiStlWithAKeywordOutOfPlaceNamesTheLine) {
+  const std::string path = tempPath("misspelt_ascii.stl");
+  std::string text = fourFacetAsciiStl();
+  // Line 1 is "solid cube"; each facet takes 7 lines, so the second facet's endloop is line 14.
+  const std::size_t second = text.find("endloop", text.find("endloop") + 1);
+  text.replace(second, 7, "endlop");
+  writeFile(path, text);
+  expectError(path, "malformed ASCII STL (line 14: expected 'endloop', found 'endlop')");
+}
+
+TEST(MeshImport, AnAsciiStlOfSeveralSolidsImportsThemAll) {
+  const std::string path = tempPath("two_solids.stl");
+  writeFile(path, asciiStl(cubeSoup()) + fourFacetAsciiStl());
+  CompactMesh mesh;
+  CString error;
+  ASSERT_TRUE(importMesh(path, mesh, &error)) << error.c_str();
+  EXPECT_EQ(mesh.getNumTriangles(), 16);
+}
+
+TEST(MeshImport, AnObjCutInTheMiddleOfAFaceLineIsAnError) {
+  const std::string path = tempPath("cut_face.obj");
+  const std::string text = obj(cubeIndexed());
+  const std::size_t last = text.rfind("\nf ") + 1;
+  // "f a b c" cut after its second corner.
+  std::size_t cut = last;
+  for (int i = 0; i < 3; ++i) cut = text.find(' ', cut + 1);
+  writeFile(path, text.substr(0, cut));
+  expectError(path, "malformed OBJ (line 22: a face needs at least 3 vertices, it has 2)");
+}
+
+TEST(MeshImport, AnObjFaceCornerThatIsNotANumberIsAnError) {
+  const std::string path = tempPath("word_face.obj");
+  writeFile(path, "v 0 0 0\nv 1 0 0\nv 0 1 0\nf 1 2 three\n");
+  expectError(path, "malformed OBJ (line 4: face corner 'three' is not a vertex index)");
+}
+
+TEST(MeshImport, AnObjVertexWithoutThreeCoordinatesIsAnError) {
+  const std::string path = tempPath("short_vertex.obj");
+  writeFile(path, "v 0 0 0\nv 1 0\nv 0 1 0\nf 1 2 3\n");
+  expectError(path, "malformed OBJ (line 2: a vertex needs three coordinates)");
+}
+
 TEST(MeshImport, AnObjWithoutFacesIsAnError) {
   const std::string path = tempPath("nofaces.obj");
   writeFile(path, "# nothing but points\nv 0 0 0\nv 1 0 0\n");

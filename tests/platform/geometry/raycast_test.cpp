@@ -447,6 +447,49 @@ TEST(MeshRayIntersectScreen, FindsATriangleExactlyWhenOneLiesWithinTheToleranceO
   EXPECT_GT(missed, 200);
 }
 
+TEST(MeshRayIntersectScreen, IsRightWithTheEyeInsideTheMeshBox) {
+  // From inside the hole of a torus, looking across the ring and above it: the rays start
+  // inside the mesh's box.
+  const CompactMesh torus = ruGeomTest::makeTorus(24, 12);
+  Camera camera;
+  camera.setViewport(Viewport(0, 0, 200, 150));
+  AngleAspect frustum;
+  frustum.setAspectRatio(200.0 / 150.0);
+  frustum.setDepthRange(0.05, 100);
+  camera.setFrustum(frustum);
+  camera.setWorldToEye(Point(3, 1, 0.6), Point(0.2, 0.1, 0.3), Vector(0, 0, 1));
+  ASSERT_TRUE(torus.getBoundingBox().contains(camera.getEyeLocation()));
+  const ruLinear::ProjMatrix matrix = camera.getWorldToViewport();
+  const ruLinear::ProjMatrixFlt matrixFlt(matrix);
+  int hits = 0, near = 0, missed = 0;
+  for (int y = 2; y < 150; y += 7) {
+    for (int x = 1; x < 200; x += 3) {
+      const Line ray = camera.getWorldSpaceRay(ruLinear::Point2(x + 0.5, y + 0.5));
+      const MeshCoord coord = meshRayIntersectScreen(torus, matrixFlt, x, y, 1, ray);
+      MeshRayHit expected;
+      if (ruGeomTest::bruteForceIntersect(torus, ray, expected)) {
+        ASSERT_TRUE(coord.valid()) << x << "," << y;
+        EXPECT_NEAR(coord.getDistance(), expected.distance, 1e-4) << x << "," << y;
+        ++hits;
+        continue;
+      }
+      double nearest = INFINITY;
+      for (int t = 0; t < torus.getNumTriangles(); ++t) nearest = std::min(nearest, screenDistance(matrix, torus, t, x + 0.5, y + 0.5));
+      if (std::fabs(nearest - 1.0) < 1e-3) continue;
+      EXPECT_EQ(coord.valid(), nearest <= 1.0) << x << "," << y << " nearest " << nearest;
+      if (coord.valid()) {
+        EXPECT_LE(screenDistance(matrix, torus, coord.getTriangle(), x + 0.5, y + 0.5), 1.0 + 1e-3);
+        ++near;
+      } else {
+        ++missed;
+      }
+    }
+  }
+  EXPECT_GT(hits, 200);
+  EXPECT_GT(near, 0);
+  EXPECT_GT(missed, 200);
+}
+
 TEST(MeshCoord, EvaluateIsTheBarycentricPoint) {
   const MeshCoord coord(4, 0.25, 0.5, Point(0, 0, 0), Point(4, 0, 0), Point(0, 4, 0), 1.0);
   EXPECT_TRUE(coord.valid());

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
@@ -28,7 +29,62 @@ TypedImage<Byte4> pattern() {
   return image;
 }
 
+std::uint32_t crc32(const std::string& data) {
+  std::uint32_t crc = 0xFFFFFFFFu;
+  for (unsigned char byte : data) {
+    crc ^= byte;
+    for (int k = 0; k < 8; ++k) crc = (crc >> 1) ^ (0xEDB88320u & (0u - (crc & 1u)));
+  }
+  return ~crc;
+}
+
+void putBigEndian(std::string& out, std::uint32_t value) {
+  for (int shift = 24; shift >= 0; shift -= 8) out += static_cast<char>((value >> shift) & 0xFF);
+}
+
+void putChunk(std::string& out, const char* type, const std::string& data) {
+  putBigEndian(out, static_cast<std::uint32_t>(data.size()));
+  const std::string body = type + data;
+  out += body;
+  putBigEndian(out, crc32(body));
+}
+
+// A well-formed PNG header claiming width x height 8-bit RGBA pixels, followed by a scrap of
+// image data: enough for a reader to get past the header and size its image.
+std::string pngClaiming(std::uint32_t width, std::uint32_t height) {
+  std::string bytes("\x89PNG\r\n\x1a\n", 8);
+  std::string header;
+  putBigEndian(header, width);
+  putBigEndian(header, height);
+  header += std::string("\x08\x06\x00\x00\x00", 5);  // depth 8, RGBA, deflate, no filter, no interlace
+  putChunk(bytes, "IHDR", header);
+  putChunk(bytes, "IDAT", std::string("\x78\x9c\x03\x00\x00\x00\x00\x01", 8));
+  putChunk(bytes, "IEND", "");
+  return bytes;
+}
+
+void expectTooLarge(std::uint32_t width, std::uint32_t height, const char* name) {
+  const std::string path = tempPath(name);
+  const std::string bytes = pngClaiming(width, height);
+  std::ofstream(path, std::ios::binary).write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+  CString error;
+  EXPECT_FALSE(readPng(path, &error));
+  const std::string expected = "image too large (" + std::to_string(width) + "x" + std::to_string(height) + ")";
+  EXPECT_NE(error.str().find(expected), std::string::npos) << error.c_str();
+  EXPECT_NE(error.str().find(path), std::string::npos) << error.c_str();
+  std::remove(path.c_str());
+}
+
 }  // namespace
+
+TEST(Png, AHeaderClaimingAMillionByAMillionPixelsIsRefusedAsTooLarge) {
+  expectTooLarge(1000000, 1000000, "huge.png");
+}
+
+TEST(Png, AHeaderClaimingRowsWiderThanTheLimitIsRefusedAsTooLarge) {
+  expectTooLarge(2000000000u, 1, "wide.png");
+  expectTooLarge(1, 0x7fffffffu, "tall.png");
+}
 
 TEST(Png, WrittenImageReadsBackPixelForPixel) {
   const std::string path = tempPath("roundtrip.png");
