@@ -1,5 +1,6 @@
 #include "platform/datamodel/actions.h"
 
+#include "platform/datamodel/editscope.h"
 #include "platform/datamodel/print.h"
 #include "platform/geometry/mesh.h"
 #include "platform/geometry/raycast.h"
@@ -61,11 +62,8 @@ int analysePendingThickness() {
     if (mesh->needsAnalyseThickness() && mesh->getMesh()) pending.push_back(mesh);
   }
   if (pending.empty()) return 0;
-  voTXN::Manager& manager = pending.front()->owner()->document()->txnManager();
-  const bool opened = !manager.isOpen();
-  if (opened) manager.begin("Analyse thickness");
+  voDMD::detail::EditScope scope(pending.front()->owner()->document()->txnManager(), "Analyse thickness");
   for (voDMD::KLTMesh* mesh : pending) mesh->analyseThickness();
-  if (opened) manager.commit();
   return static_cast<int>(pending.size());
 }
 

@@ -101,12 +101,8 @@ void Object::noteTxnTouched() {
 }
 
 void Object::attributeModified(Attribute* attribute) {
-  // Boxes first: they only drop their cache, and the other attributes may read them.
   for (const auto& sibling : attributes_) {
-    if (sibling.get() != attribute && dynamic_cast<BoundingBox*>(sibling.get())) sibling->onSiblingModified(attribute);
-  }
-  for (const auto& sibling : attributes_) {
-    if (sibling.get() != attribute && !dynamic_cast<BoundingBox*>(sibling.get())) sibling->onSiblingModified(attribute);
+    if (sibling.get() != attribute) sibling->onSiblingModified(attribute);
   }
   sigModified.emit(Modification(attribute));
   document_->objectChanged(this);

@@ -20,7 +20,7 @@ void KLTMesh::setMesh(const ru::Reference<ruGeom::CompactMesh>& mesh) {
   thicknessValid_ = false;
   repaired_ = false;
   health_ = -1;
-  refreshPlacement();
+  refreshPlacement(true);
   modified();
 }
 
@@ -29,15 +29,16 @@ void KLTMesh::setVisible(bool visible) {
   EditScope scope(*txnManager(), visible ? "Show" : "Hide");
   txnWillWrite();
   visible_ = visible;
-  refreshPlacement();
+  refreshPlacement(true);
   modified();
 }
 
-void KLTMesh::refreshPlacement() {
-  // The box depends on the mesh; the state must be current when the change is announced.
+void KLTMesh::refreshPlacement(bool withPrinter) {
+  // The box depends on the mesh and the transform; the state must be current when the change is
+  // announced, whatever order the attributes hear of it in.
   if (BoundingBox* box = owner()->findAttribute<KLTMeshBBox>()) box->invalidate();
   owner()->document()->decoration().updateMesh(this, false);
-  owner()->document()->decoration().updatePrinter();
+  if (withPrinter) owner()->document()->decoration().updatePrinter();
 }
 
 bool KLTMesh::analyseThickness() {
@@ -60,13 +61,9 @@ bool KLTMesh::needsRepair() const {
 bool KLTMesh::repair() {
   if (!mesh_ || repaired_ || !needsRepair()) return false;
   const ruGeom::CompactMesh& source = *mesh_;
-  std::vector<float> positions(3 * static_cast<std::size_t>(source.getNumVertices()));
-  for (int i = 0; i < source.getNumVertices(); ++i) {
-    const ruGeom::MeshVertex& v = source.getVertices()[i];
-    positions[3 * i] = v.x;
-    positions[3 * i + 1] = v.y;
-    positions[3 * i + 2] = v.z;
-  }
+  // Vertices are three packed floats, the layout the repair works on.
+  const float* first = reinterpret_cast<const float*>(source.getVertices());
+  std::vector<float> positions(first, first + 3 * static_cast<std::size_t>(source.getNumVertices()));
   std::vector<std::uint32_t> triangles(source.getTriangles(), source.getTriangles() + 3 * source.getNumTriangles());
   const Tolerances& tolerances = owner()->document()->getToleranceTable();
   voDMA::repairMesh(positions, triangles, static_cast<std::size_t>(std::max(0, tolerances.maxHoleEdges)));
@@ -88,7 +85,7 @@ bool KLTMesh::repair() {
   thicknessValid_ = false;
   repaired_ = true;
   health_ = -1;
-  refreshPlacement();
+  refreshPlacement(true);
   modified();
   return true;
 }
@@ -121,7 +118,8 @@ void KLTMesh::onTxnRestored() {
 
 void KLTMesh::onSiblingModified(Attribute* sibling) {
   // A move changes the placement in the printer; it must be current when the move is announced.
-  if (dynamic_cast<Transform*>(sibling)) owner()->document()->decoration().updateMesh(this, false);
+  // The printer's totals follow once the move has been announced.
+  if (dynamic_cast<Transform*>(sibling)) refreshPlacement(false);
 }
 
 // --- KLTMeshBBox -----------------------------------------------------------------------------

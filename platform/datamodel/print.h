@@ -80,7 +80,7 @@ private:
   KLTMesh(voDMD::Object* owner, ru::Reference<ruGeom::CompactMesh> mesh = nullptr);
   void onTxnRestored() override;
   void onSiblingModified(Attribute* sibling) override;
-  void refreshPlacement();
+  void refreshPlacement(bool withPrinter);
 
   // Transacted.
   ru::Reference<ruGeom::CompactMesh> mesh_;
