@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <vector>
 
 namespace ruGeom {
@@ -14,6 +15,18 @@ namespace ruGeom {
 // keyed on one (the ray-query acceleration structure, GPU buffers) stays valid as long as the
 // identity is alive. 0 is no buffer.
 using BufferId = std::uint64_t;
+
+// A cache keeping derived data per buffer identity (the ray-query scenes, GPU buffers) subscribes
+// here to hear when an identity dies: its buffer was destroyed or opened for writing. Only buffers
+// that some cache marked (MeshBuffer::storage()->markCached()) are announced, so plain meshes pay
+// nothing. The listener is called on the thread that released the buffer, possibly during static
+// destruction and possibly while another thread uses the cache: it must be quick, thread-safe, must
+// not throw and must not release mesh buffers itself. Answers a token for unsubscribeBufferRelease;
+// 0 when the listener is empty.
+RU_GEOM_API std::uint64_t subscribeBufferRelease(std::function<void(BufferId)> listener);
+// Stops the listener of a token; unknown tokens and 0 are ignored. When it returns, the listener is
+// not running on any thread and will not be called again.
+RU_GEOM_API void unsubscribeBufferRelease(std::uint64_t token) noexcept;
 
 namespace detail {
 

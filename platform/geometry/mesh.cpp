@@ -2,17 +2,63 @@
 
 #include <algorithm>
 #include <atomic>
+#include <memory>
+#include <mutex>
+#include <shared_mutex>
+#include <utility>
 
 namespace ruGeom {
 
-namespace detail {
+namespace {
 
-// Defined with the acceleration cache: drops whatever it keeps for a buffer identity.
-void releaseCachedBuffer(BufferId id) noexcept;
+struct ReleaseListeners {
+  // Announcements hold the lock shared, so they run in parallel; (un)subscribing holds it
+  // exclusively, which is what lets unsubscribe promise that its listener is no longer running.
+  std::shared_mutex mutex;
+  std::vector<std::pair<std::uint64_t, std::function<void(BufferId)>>> listeners;
+  std::uint64_t nextToken = 1;
+};
+
+ReleaseListeners& releaseListeners() {
+  // Never destroyed: buffers may be released during static destruction.
+  static ReleaseListeners* instance = new ReleaseListeners();
+  return *instance;
+}
+
+}  // namespace
+
+std::uint64_t subscribeBufferRelease(std::function<void(BufferId)> listener) {
+  if (!listener) return 0;
+  ReleaseListeners& r = releaseListeners();
+  std::unique_lock<std::shared_mutex> lock(r.mutex);
+  const std::uint64_t token = r.nextToken++;
+  r.listeners.emplace_back(token, std::move(listener));
+  return token;
+}
+
+void unsubscribeBufferRelease(std::uint64_t token) noexcept {
+  if (token == 0) return;
+  ReleaseListeners& r = releaseListeners();
+  std::unique_lock<std::shared_mutex> lock(r.mutex);
+  for (auto it = r.listeners.begin(); it != r.listeners.end(); ++it) {
+    if (it->first == token) {
+      r.listeners.erase(it);
+      return;
+    }
+  }
+}
+
+namespace detail {
 
 namespace {
 std::atomic<BufferId> nextBufferId{1};
+
+void releaseCachedBuffer(BufferId id) noexcept {
+  ReleaseListeners& r = releaseListeners();
+  std::shared_lock<std::shared_mutex> lock(r.mutex);
+  for (const auto& entry : r.listeners) entry.second(id);
 }
+}  // namespace
 
 BufferStorageBase::BufferStorageBase() noexcept : id_(nextBufferId.fetch_add(1, std::memory_order_relaxed)) {}
 

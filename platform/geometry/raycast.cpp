@@ -12,10 +12,6 @@
 
 namespace ruGeom {
 
-namespace detail {
-void releaseCachedBuffer(BufferId id) noexcept;
-}
-
 namespace {
 
 using ruLinear::Point;
@@ -48,9 +44,16 @@ struct Cache {
   std::atomic<std::uint64_t> builds{0};
 };
 
+void releaseScenesOf(BufferId id) noexcept;
+
 Cache& cache() {
-  // Never destroyed: buffers may be released during static destruction.
-  static Cache* instance = new Cache();
+  // Never destroyed: buffers may be released during static destruction. The cache hears of
+  // released buffers through the release notification, subscribed once with the cache.
+  static Cache* instance = [] {
+    Cache* c = new Cache();
+    subscribeBufferRelease([](BufferId id) { releaseScenesOf(id); });
+    return c;
+  }();
   return *instance;
 }
 
@@ -182,9 +185,9 @@ bool castRay(RTCScene scene, const CompactMesh& mesh, const ruLinear::Line& ray,
 
 }  // namespace
 
-namespace detail {
+namespace {
 
-void releaseCachedBuffer(BufferId id) noexcept {
+void releaseScenesOf(BufferId id) noexcept {
   Cache& c = cache();
   std::lock_guard<std::mutex> lock(c.mutex);
   auto range = c.keysOf.equal_range(id);
@@ -208,7 +211,7 @@ void releaseCachedBuffer(BufferId id) noexcept {
   }
 }
 
-}  // namespace detail
+}  // namespace
 
 Point MeshCoord::evaluate() const noexcept {
   if (!valid()) return Point();

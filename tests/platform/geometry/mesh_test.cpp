@@ -4,7 +4,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <type_traits>
+#include <vector>
 #include <utility>
 
 using namespace ruGeom;
@@ -253,4 +255,81 @@ TEST(CompactMesh, NegativeCountsCountAsZero) {
   mesh.setNumVertices(-4);
   EXPECT_EQ(mesh.getNumTriangles(), 0);
   EXPECT_EQ(mesh.getNumVertices(), 0);
+}
+
+namespace {
+
+// A stand-in for any cache keyed by buffer identity: it records the identities it hears of.
+struct ReleaseRecorder {
+  std::vector<BufferId> heard;
+  std::uint64_t token = 0;
+  ReleaseRecorder() {
+    token = subscribeBufferRelease([this](BufferId id) { heard.push_back(id); });
+  }
+  ~ReleaseRecorder() { unsubscribeBufferRelease(token); }
+  bool heardOf(BufferId id) const { return std::find(heard.begin(), heard.end(), id) != heard.end(); }
+};
+
+}  // namespace
+
+TEST(BufferRelease, EveryCacheSubscribedHearsAMarkedBufferDie) {
+  ReleaseRecorder first;
+  ReleaseRecorder second;
+  BufferId id = 0;
+  {
+    CompactMesh mesh;
+    mesh.addVertex(Point(0, 0, 0));
+    mesh.vertexBuffer().storage()->markCached();
+    id = mesh.getVertexBufferId();
+    EXPECT_FALSE(first.heardOf(id));
+  }
+  EXPECT_TRUE(first.heardOf(id));
+  EXPECT_TRUE(second.heardOf(id));
+}
+
+TEST(BufferRelease, WritingAMarkedBufferAnnouncesItsOldIdentityOnce) {
+  ReleaseRecorder first;
+  ReleaseRecorder second;
+  CompactMesh mesh;
+  mesh.addVertex(Point(0, 0, 0));
+  mesh.vertexBuffer().storage()->markCached();
+  const BufferId old = mesh.getVertexBufferId();
+  mesh.addVertex(Point(1, 0, 0));
+  EXPECT_NE(mesh.getVertexBufferId(), old);
+  EXPECT_EQ(std::count(first.heard.begin(), first.heard.end(), old), 1);
+  EXPECT_EQ(std::count(second.heard.begin(), second.heard.end(), old), 1);
+  // The new identity is not marked until a cache marks it again, so releasing it says nothing.
+  const BufferId fresh = mesh.getVertexBufferId();
+  mesh.clear();
+  EXPECT_FALSE(first.heardOf(fresh));
+}
+
+TEST(BufferRelease, ASharedBufferIsAnnouncedWhenItsLastCopyLetsGo) {
+  ReleaseRecorder recorder;
+  CompactMesh mesh;
+  mesh.addVertex(Point(0, 0, 0));
+  const BufferId plain = mesh.getVertexBufferId();
+  {
+    CompactMesh copy = mesh;
+    copy.vertexBuffer().storage()->markCached();
+  }
+  EXPECT_TRUE(recorder.heard.empty());  // the mesh still holds the storage
+  mesh.clear();
+  EXPECT_TRUE(recorder.heardOf(plain));
+}
+
+TEST(BufferRelease, AnUnsubscribedListenerHearsNothingMore) {
+  std::vector<BufferId> heard;
+  const std::uint64_t token = subscribeBufferRelease([&heard](BufferId id) { heard.push_back(id); });
+  EXPECT_NE(token, 0u);
+  unsubscribeBufferRelease(token);
+  {
+    CompactMesh mesh;
+    mesh.addVertex(Point(0, 0, 0));
+    mesh.vertexBuffer().storage()->markCached();
+  }
+  EXPECT_TRUE(heard.empty());
+  EXPECT_EQ(subscribeBufferRelease({}), 0u);
+  unsubscribeBufferRelease(0);
+  unsubscribeBufferRelease(token);  // twice is harmless
 }
