@@ -15,23 +15,61 @@ function(dmgui_add_library name)
     target_link_libraries(${name} PRIVATE ${ARG_PRIVATE_DEPS})
   endif()
   set_target_properties(${name} PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR})
+  # Recorded for the layering test: the library's folder, its public headers and the libraries of
+  # ours it links, so it can tell an include across libraries that CMake does not allow.
+  file(RELATIVE_PATH folder ${PROJECT_SOURCE_DIR} ${CMAKE_CURRENT_SOURCE_DIR})
+  set_property(GLOBAL APPEND PROPERTY DMGUI_LIBRARY_LINES "library ${name} ${folder}")
+  foreach(dep IN LISTS ARG_PUBLIC_DEPS ARG_PRIVATE_DEPS)
+    if(dep MATCHES "^dmgui::(.+)$")
+      set_property(GLOBAL APPEND PROPERTY DMGUI_LIBRARY_LINES "depends ${name} ${CMAKE_MATCH_1}")
+    endif()
+  endforeach()
   foreach(header IN LISTS ARG_HEADERS)
     get_filename_component(absolute ${header} ABSOLUTE)
     file(RELATIVE_PATH relative ${PROJECT_SOURCE_DIR} ${absolute})
     set_property(GLOBAL APPEND PROPERTY DMGUI_PUBLIC_HEADERS "${relative}|${name}")
+    set_property(GLOBAL APPEND PROPERTY DMGUI_LIBRARY_LINES "header ${name} ${relative}")
   endforeach()
 endfunction()
 
-# dmgui_add_test(<name> SOURCES ... LIBS ...)
-# One GoogleTest executable, registered with ctest as one test.
+# dmgui_write_library_manifest(<file>)
+# Writes what dmgui_add_library recorded, one fact a line. Call it once every library is declared
+# (deferred to the end of the top-level directory), so libraries added later are covered too.
+function(dmgui_write_library_manifest file)
+  get_property(lines GLOBAL PROPERTY DMGUI_LIBRARY_LINES)
+  list(JOIN lines "\n" content)
+  set(content "${content}\n")
+  if(EXISTS "${file}")
+    file(READ "${file}" old)
+  else()
+    set(old "")
+  endif()
+  if(NOT old STREQUAL content)
+    file(WRITE "${file}" "${content}")
+  endif()
+endfunction()
+
+# dmgui_add_test(<name> SOURCES ... LIBS ... [LABELS ...])
+# One GoogleTest executable; every test case in it becomes a ctest test of its own
+# ("Suite.Case", "Instance/Suite.Case/Param"), so `ctest -R Signal` picks cases by name.
+# The cases are listed when ctest runs (PRE_TEST), not when the program links: a program that
+# cannot list its cases then fails as a test with its output, instead of breaking the build, and
+# the list is only taken again after the program changed.
+include(GoogleTest)
 function(dmgui_add_test name)
   cmake_parse_arguments(ARG "" "" "SOURCES;LIBS;LABELS" ${ARGN})
   add_executable(${name} ${ARG_SOURCES})
   target_link_libraries(${name} PRIVATE ${ARG_LIBS} GTest::gtest GTest::gtest_main)
-  add_test(NAME ${name} COMMAND ${name} --gtest_brief=1)
+  set(labels ${name})
   if(ARG_LABELS)
-    set_tests_properties(${name} PROPERTIES LABELS "${ARG_LABELS}")
+    list(APPEND labels ${ARG_LABELS})
   endif()
+  # Listing runs the program under the sanitizers on a shared machine: give it time.
+  gtest_discover_tests(${name}
+    EXTRA_ARGS --gtest_brief=1
+    DISCOVERY_MODE PRE_TEST
+    DISCOVERY_TIMEOUT 120
+    PROPERTIES LABELS "${labels}")
 endfunction()
 
 # dmgui_add_benchmark(<name> SOURCES ... LIBS ...)

@@ -139,7 +139,7 @@ INSTANTIATE_TEST_SUITE_P(
                       FaceCase{"PlusY", Point(0, 95, 10), Normal::y, 100, 1},
                       FaceCase{"BottomFacesUpAtTheBed", Point(0, 0, -5), Normal::z, 0, 2},
                       FaceCase{"TopFacesUpAtTheCeiling", Point(0, 0, 195), Normal::z, 200, 2}),
-    [](const ::testing::TestParamInfo<FaceCase>& info) { return std::string(info.param.name); });
+    [](const ::testing::TestParamInfo<FaceCase>& testInfo) { return std::string(testInfo.param.name); });
 
 TEST(Print, PlanesComeInFaceOrderEachOnce) {
   PrintFixture f;
@@ -362,7 +362,7 @@ INSTANTIATE_TEST_SUITE_P(Print, PrintHealth,
                                            HealthCase{"CubeMissingAFace", cubeMissingAFace, false},
                                            HealthCase{"CubesSharingAnEdge", cubesSharingAnEdge, false},
                                            HealthCase{"CubeWithFlippedTriangles", cubeWithFlippedTriangles, false}),
-                         [](const ::testing::TestParamInfo<HealthCase>& info) { return std::string(info.param.name); });
+                         [](const ::testing::TestParamInfo<HealthCase>& testInfo) { return std::string(testInfo.param.name); });
 
 TEST(Print, PendingAnalysesAreRedoneAfterTheMeshChanges) {
   PrintFixture f;
