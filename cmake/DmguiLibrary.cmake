@@ -49,15 +49,19 @@ function(dmgui_write_library_manifest file)
   endif()
 endfunction()
 
-# dmgui_add_test(<name> SOURCES ... LIBS ... [LABELS ...])
+# dmgui_add_test(<name> SOURCES ... LIBS ... [LABELS ...]
+#                [THIRD_PARTY_LEAKS <gtest filter> <suppression file>])
 # One GoogleTest executable; every test case in it becomes a ctest test of its own
-# ("Suite.Case", "Instance/Suite.Case/Param"), so `ctest -R Signal` picks cases by name.
+# ("Suite.Case", "Instance/Suite.Case/Param"), so `ctest -R Signal` picks cases by name, and every
+# case is labelled with its program (`ctest -L GeometryTests`).
 # The cases are listed when ctest runs (PRE_TEST), not when the program links: a program that
 # cannot list its cases then fails as a test with its output, instead of breaking the build, and
 # the list is only taken again after the program changed.
+# THIRD_PARTY_LEAKS names the only cases that run with the leak suppressions of `file` (leaks a
+# third-party library makes on its own in what those cases drive); every other case runs without.
 include(GoogleTest)
 function(dmgui_add_test name)
-  cmake_parse_arguments(ARG "" "" "SOURCES;LIBS;LABELS" ${ARGN})
+  cmake_parse_arguments(ARG "" "" "SOURCES;LIBS;LABELS;THIRD_PARTY_LEAKS" ${ARGN})
   add_executable(${name} ${ARG_SOURCES})
   target_link_libraries(${name} PRIVATE ${ARG_LIBS} GTest::gtest GTest::gtest_main)
   set(labels ${name})
@@ -65,11 +69,20 @@ function(dmgui_add_test name)
     list(APPEND labels ${ARG_LABELS})
   endif()
   # Listing runs the program under the sanitizers on a shared machine: give it time.
-  gtest_discover_tests(${name}
-    EXTRA_ARGS --gtest_brief=1
-    DISCOVERY_MODE PRE_TEST
-    DISCOVERY_TIMEOUT 120
-    PROPERTIES LABELS "${labels}")
+  set(common EXTRA_ARGS --gtest_brief=1 DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 120)
+  if(ARG_THIRD_PARTY_LEAKS)
+    list(LENGTH ARG_THIRD_PARTY_LEAKS count)
+    if(NOT count EQUAL 2)
+      message(FATAL_ERROR "dmgui_add_test(${name}): THIRD_PARTY_LEAKS takes a gtest filter and a suppression file")
+    endif()
+    list(GET ARG_THIRD_PARTY_LEAKS 0 filter)
+    list(GET ARG_THIRD_PARTY_LEAKS 1 suppressions)
+    gtest_discover_tests(${name} ${common} TEST_FILTER "-${filter}" PROPERTIES LABELS "${labels}")
+    gtest_discover_tests(${name} ${common} TEST_FILTER "${filter}"
+      PROPERTIES LABELS "${labels}" ENVIRONMENT "LSAN_OPTIONS=suppressions=${suppressions}:print_suppressions=0")
+  else()
+    gtest_discover_tests(${name} ${common} PROPERTIES LABELS "${labels}")
+  endif()
 endfunction()
 
 # dmgui_add_benchmark(<name> SOURCES ... LIBS ...)
