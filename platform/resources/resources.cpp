@@ -115,7 +115,11 @@ ruString::CString Loader::fileName(const ruString::CString& name, const ruString
       out += c;
     }
   }
-  if (!state.empty()) out += "@" + std::string(state.c_str());
+  if (!state.empty()) {
+    // Appended piecewise: GCC 12 warns (-Wrestrict, falsely) on "@" + std::string at -O3.
+    out += '@';
+    out += state.c_str();
+  }
   return ruString::CString((out + ".png").c_str());
 }
 
