@@ -50,16 +50,15 @@ function(dmgui_write_library_manifest file)
 endfunction()
 
 # dmgui_add_test(<name> SOURCES ... LIBS ... [LABELS ...]
-#                [THIRD_PARTY_LEAKS <gtest filter> <suppression file>])
+#                [THIRD_PARTY_LEAKS <Suite.Case[:Suite.Case...]> <suppression file>])
 # One GoogleTest executable; every test case in it becomes a ctest test of its own
 # ("Suite.Case", "Instance/Suite.Case/Param"), so `ctest -R Signal` picks cases by name, and every
 # case is labelled with its program (`ctest -L GeometryTests`).
-# The cases are listed when ctest runs (PRE_TEST), not when the program links: a program that
-# cannot list its cases then fails as a test with its output, instead of breaking the build, and
-# the list is only taken again after the program changed.
+# The cases are listed when ctest runs, not when the program links (cmake/DmguiDiscoverTests.cmake):
+# a program that cannot list its cases then fails as one test with its output instead of breaking
+# the build or the whole run, and the list is only taken again after the program changed.
 # THIRD_PARTY_LEAKS names the only cases that run with the leak suppressions of `file` (leaks a
 # third-party library makes on its own in what those cases drive); every other case runs without.
-include(GoogleTest)
 function(dmgui_add_test name)
   cmake_parse_arguments(ARG "" "" "SOURCES;LIBS;LABELS;THIRD_PARTY_LEAKS" ${ARGN})
   add_executable(${name} ${ARG_SOURCES})
@@ -68,22 +67,30 @@ function(dmgui_add_test name)
   if(ARG_LABELS)
     list(APPEND labels ${ARG_LABELS})
   endif()
-  # Listing runs the program under the sanitizers on a shared machine: give it time. Parameterised
-  # cases keep gtest's own names (our instances carry readable names), never the printed value.
-  set(common EXTRA_ARGS --gtest_brief=1 DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 120 NO_PRETTY_TYPES NO_PRETTY_VALUES)
+  set(leak_cases "")
+  set(leak_suppressions "")
   if(ARG_THIRD_PARTY_LEAKS)
     list(LENGTH ARG_THIRD_PARTY_LEAKS count)
     if(NOT count EQUAL 2)
-      message(FATAL_ERROR "dmgui_add_test(${name}): THIRD_PARTY_LEAKS takes a gtest filter and a suppression file")
+      message(FATAL_ERROR "dmgui_add_test(${name}): THIRD_PARTY_LEAKS takes a list of cases and a suppression file")
     endif()
-    list(GET ARG_THIRD_PARTY_LEAKS 0 filter)
-    list(GET ARG_THIRD_PARTY_LEAKS 1 suppressions)
-    gtest_discover_tests(${name} ${common} TEST_FILTER "-${filter}" PROPERTIES LABELS "${labels}")
-    gtest_discover_tests(${name} ${common} TEST_FILTER "${filter}"
-      PROPERTIES LABELS "${labels}" ENVIRONMENT "LSAN_OPTIONS=suppressions=${suppressions}:print_suppressions=0")
-  else()
-    gtest_discover_tests(${name} ${common} PROPERTIES LABELS "${labels}")
+    list(GET ARG_THIRD_PARTY_LEAKS 0 leak_cases)
+    list(GET ARG_THIRD_PARTY_LEAKS 1 leak_suppressions)
   endif()
+  set(include_file "${CMAKE_CURRENT_BINARY_DIR}/${name}_include.cmake")
+  set(ctest_file "${CMAKE_CURRENT_BINARY_DIR}/${name}_tests.cmake")
+  file(GENERATE OUTPUT "${include_file}" CONTENT "\
+if(EXISTS [==[$<TARGET_FILE:${name}>]==])
+  include([==[${PROJECT_SOURCE_DIR}/cmake/DmguiDiscoverTests.cmake]==])
+  dmgui_discover_tests(NAME ${name} PROGRAM [==[$<TARGET_FILE:${name}>]==] CTEST_FILE [==[${ctest_file}]==]
+    SETTINGS [==[${include_file}]==] LABELS [==[${labels}]==]
+    LEAK_CASES [==[${leak_cases}]==] LEAK_SUPPRESSIONS [==[${leak_suppressions}]==])
+  include([==[${ctest_file}]==])
+else()
+  add_test([==[${name}.IsBuilt]==] [==[${name}-was-not-built]==])
+endif()
+")
+  set_property(DIRECTORY APPEND PROPERTY TEST_INCLUDE_FILES "${include_file}")
 endfunction()
 
 # dmgui_add_benchmark(<name> SOURCES ... LIBS ...)
