@@ -45,8 +45,10 @@ bool readManifest(const fs::path& file, Manifest& manifest, std::string& error) 
     Library& library = manifest[target];
     if (kind == "library") {
       library.folder = value;
-    } else if (kind == "depends") {
-      library.dependencies.insert(value);
+    } else if (kind == "public") {
+      library.publicDependencies.insert(value);
+    } else if (kind == "private") {
+      library.privateDependencies.insert(value);
     } else if (kind == "header") {
       library.publicHeaders.insert(value);
     } else {
@@ -75,16 +77,24 @@ bool startsWith(const std::string& path, const std::string& folder) {
   return path.compare(0, folder.size(), folder) == 0;
 }
 
-// Every library a target links, directly or through others.
+// The libraries whose headers a target may use: those it links, and those they link publicly, on
+// down (a private link is not passed on, as in CMake).
 std::set<std::string> reachable(const Manifest& manifest, const std::string& target) {
   std::set<std::string> seen;
-  std::vector<std::string> open = {target};
+  std::vector<std::string> open;
+  auto own = manifest.find(target);
+  if (own == manifest.end()) return seen;
+  for (const auto* direct : {&own->second.publicDependencies, &own->second.privateDependencies}) {
+    for (const std::string& dependency : *direct) {
+      if (seen.insert(dependency).second) open.push_back(dependency);
+    }
+  }
   while (!open.empty()) {
     const std::string next = open.back();
     open.pop_back();
     auto found = manifest.find(next);
     if (found == manifest.end()) continue;
-    for (const std::string& dependency : found->second.dependencies) {
+    for (const std::string& dependency : found->second.publicDependencies) {
       if (seen.insert(dependency).second) open.push_back(dependency);
     }
   }
@@ -202,7 +212,9 @@ std::vector<Violation> check(const fs::path& root, const Manifest& manifest) {
                                                          " has no place in the layer table"});
       continue;
     }
-    for (const std::string& dependency : library.dependencies) {
+    std::set<std::string> links = library.publicDependencies;
+    links.insert(library.privateDependencies.begin(), library.privateDependencies.end());
+    for (const std::string& dependency : links) {
       const int other = layerOfTarget(dependency);
       if (other >= own) {
         violations.push_back({library.folder + "/CMakeLists.txt", 0, dependency,

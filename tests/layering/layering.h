@@ -26,11 +26,13 @@ const std::vector<Layer>& layers();
 struct Library {
   std::string folder;
   std::set<std::string> publicHeaders;  // relative to the repository root
-  std::set<std::string> dependencies;   // direct, target names
+  std::set<std::string> publicDependencies;   // direct, target names; passed on to those linking it
+  std::set<std::string> privateDependencies;  // direct, target names; for its own use only
 };
 using Manifest = std::map<std::string, Library>;
 
-// Reads the manifest the build writes ("library T folder", "depends T U", "header T path" lines).
+// Reads the manifest the build writes ("library T folder", "public T U", "private T U" and
+// "header T path" lines).
 // False (with `error` set) when the file cannot be read or a line is malformed.
 bool readManifest(const std::filesystem::path& file, Manifest& manifest, std::string& error);
 

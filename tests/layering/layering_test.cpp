@@ -23,7 +23,7 @@ TEST(Layering, EveryLibraryIncludesOnlyThePublicHeadersOfLibrariesBelowItThatItL
     EXPECT_EQ(manifest[layer.target].folder, layer.folder);
     EXPECT_FALSE(manifest[layer.target].publicHeaders.empty()) << layer.name;
   }
-  EXPECT_EQ(manifest["DataModel"].dependencies.count("Geometry"), 1u);
+  EXPECT_EQ(manifest["DataModel"].publicDependencies.count("Geometry"), 1u);
   EXPECT_EQ(manifest["Base"].publicHeaders.count("platform/base/reference.h"), 1u);
 
   for (const Violation& violation : layering::check(DMGUI_SOURCE_DIR, manifest)) {
@@ -58,8 +58,8 @@ protected:
   void TearDown() override { fs::remove_all(root_); }
 
   void declare(const std::string& target, const std::string& folder, std::set<std::string> headers,
-               std::set<std::string> dependencies) {
-    manifest_[target] = {folder, std::move(headers), std::move(dependencies)};
+               std::set<std::string> dependencies, std::set<std::string> privateDependencies = {}) {
+    manifest_[target] = {folder, std::move(headers), std::move(dependencies), std::move(privateDependencies)};
   }
   void write(const std::string& relative, const std::string& text) {
     fs::create_directories((root_ / relative).parent_path());
@@ -101,6 +101,23 @@ TEST_F(LayeringTree, IncludeOfALibraryBelowThatIsNotLinkedIsReported) {
   ASSERT_EQ(violations.size(), 1u);
   EXPECT_EQ(violations[0].line, 2);
   EXPECT_NE(violations[0].reason.find("does not link"), std::string::npos) << violations[0].reason;
+}
+
+TEST_F(LayeringTree, PublicLinksArePassedOnAndPrivateOnesAreNot) {
+  // Image keeps its use of Support to itself; Resources links Image publicly, DataModel links
+  // Resources: DataModel may use Image's headers but not, through Image, Support's.
+  declare("Image", "platform/image", {"platform/image/image.h"}, {"Base"}, {"Support"});
+  declare("Transaction", "platform/transaction", {"platform/transaction/transaction.h"}, {"Image"});
+  write("platform/transaction/transaction.cpp",
+        "#include \"platform/image/image.h\"\n#include \"platform/base/reference.h\"\n"
+        "#include \"platform/support/callinfo.h\"\n");
+  write("platform/image/image.cpp", "#include \"platform/support/callinfo.h\"\n");
+  const auto violations = check();
+  ASSERT_EQ(violations.size(), 1u);
+  EXPECT_EQ(violations[0].file, "platform/transaction/transaction.cpp");
+  EXPECT_EQ(violations[0].line, 3);
+  EXPECT_NE(violations[0].reason.find("libTransaction includes libSupport, which it does not link"), std::string::npos)
+      << violations[0].reason;
 }
 
 TEST_F(LayeringTree, InternalHeaderOfAnotherLibraryIsReported) {
@@ -156,7 +173,7 @@ TEST_F(LayeringTree, FoldersThatAppearLaterAreCheckedByTheirPlaceInTheTable) {
 }
 
 TEST_F(LayeringTree, LinksUpTheTableAndLibrariesWithoutAPlaceAreReported) {
-  manifest_["Geometry"].dependencies.insert("DataModel");
+  manifest_["Geometry"].privateDependencies.insert("DataModel");
   declare("Extras", "platform/extras", {"platform/extras/extras.h"}, {"Base"});
   const auto violations = check();
   ASSERT_EQ(violations.size(), 2u);
