@@ -181,8 +181,8 @@ Image4Ref drawSnapMark(const ruString::CString& name, const ruString::CString& s
     return drawMark(centerMarkPixels,
                     [](float x, float y) {
                       float d = ringDistance(x, y, 7.0f, 1.1f);
-                      d = std::min(d, boxDistance(x, y, 0.8f, 9.0f));
-                      d = std::min(d, boxDistance(x, y, 9.0f, 0.8f));
+                      d = std::min(d, boxDistance(x, y, 0.8f, 8.0f));
+                      d = std::min(d, boxDistance(x, y, 8.0f, 0.8f));
                       d = std::min(d, discDistance(x, y, 2.5f));
                       return d;
                     },
