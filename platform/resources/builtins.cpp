@@ -16,8 +16,8 @@ using Image4 = ruImage::TypedImage<ruImage::Byte4>;
 using Image4Ref = ru::Reference<Image4>;
 
 constexpr int pointMarkPixels = 15;
-constexpr int surfaceMarkPixels = 17;
-constexpr int axisMarkPixels = 15;
+constexpr int surfaceMarkPixels = 19;
+constexpr int axisMarkPixels = 17;
 constexpr int centerMarkPixels = 21;
 
 struct Rgb {
