@@ -1,5 +1,7 @@
 #include "platform/resources/font.h"
 
+#include "platform/support/debug.h"
+
 #include <ft2build.h>
 #include FT_FREETYPE_H
 
@@ -20,7 +22,9 @@ namespace {
 constexpr char32_t replacementCharacter = U'\uFFFD';
 // Empty pixels between glyphs in the atlas, so that filtering never reaches a neighbour.
 constexpr int atlasGap = 2;
-constexpr int maxAtlasSide = 8192;
+constexpr int maxAtlasSide = 4096;
+constexpr int maxPixelSize = 512;
+constexpr int preloadPixels = 64;
 
 int roundToPixels(FT_Pos value26d6) { return static_cast<int>((value26d6 + (value26d6 >= 0 ? 32 : -32)) / 64); }
 
@@ -291,7 +295,10 @@ TextGeometry Font::Impl::layout(const ruString::IString& text, const TextLayoutO
       FT_Vector delta{0, 0};
       if (FT_Get_Kerning(face, previous, g.index, FT_KERNING_DEFAULT, &delta) == 0) pen += roundToPixels(delta.x);
     }
-    if (g.width > 0 && placeGlyphs && place(g)) {
+    if (g.width > 0 && placeGlyphs && !place(g)) {
+      voSupport::Debug::getInstance().print(DebugResources, "voRES::Font::layout", "glyph U+%04X does not fit in the atlas; left out",
+                                            static_cast<unsigned>(c));
+    } else if (g.width > 0 && placeGlyphs) {
       GlyphQuad quad;
       quad.codePoint = c;
       quad.characterIndex = static_cast<int>(i);
@@ -412,7 +419,9 @@ ru::Reference<Font> Font::createFromFile(const ruString::CString& path, int pixe
     if (error) *error = std::move(message);
     return nullptr;
   };
-  if (pixelSize < 1 || pixelSize > 1024) return fail(ruString::CString::format("font size %d pixels is outside 1 to 1024", pixelSize));
+  if (pixelSize < 1 || pixelSize > maxPixelSize) {
+    return fail(ruString::CString::format("font size %d pixels is outside 1 to %d", pixelSize, maxPixelSize));
+  }
   std::error_code fileError;
   if (!std::filesystem::is_regular_file(path.c_str(), fileError)) {
     return fail(ruString::CString::format("font file \"%s\" does not exist", path.c_str()));
@@ -442,13 +451,18 @@ ru::Reference<Font> Font::createFromFile(const ruString::CString& path, int pixe
   impl->kerning = FT_HAS_KERNING(face);
   impl->replacementIndex = FT_Get_Char_Index(face, replacementCharacter);
 
-  // An atlas about ten glyphs wide; printable ASCII and the replacement character go in at once.
+  // An atlas about ten glyphs wide (four for large sizes). Up to preloadPixels, printable ASCII and
+  // the replacement character go in at once, so that labels never change the atlas; larger sizes
+  // add glyphs as text asks for them, to keep the atlas small.
+  const int perRow = pixelSize <= preloadPixels ? 10 : 4;
   int side = 256;
-  while (side < 10 * (pixelSize + atlasGap) && side < maxAtlasSide) side *= 2;
+  while (side < perRow * (pixelSize + atlasGap) && side < maxAtlasSide) side *= 2;
   impl->atlas = ru::Reference<ruImage::TypedImage<ruImage::Byte4>>(new ruImage::TypedImage<ruImage::Byte4>(side, 64));
   std::fill(impl->atlas->pixels(), impl->atlas->pixels() + static_cast<std::size_t>(side) * 64, ruImage::Byte4(255, 255, 255, 0));
-  for (char32_t c = 0x20; c < 0x7F; ++c) impl->place(impl->glyph(c));
-  impl->place(impl->glyph(replacementCharacter));
+  if (pixelSize <= preloadPixels) {
+    for (char32_t c = 0x20; c < 0x7F; ++c) impl->place(impl->glyph(c));
+    impl->place(impl->glyph(replacementCharacter));
+  }
   return ru::Reference<Font>(new Font(std::move(impl)));
 }
 

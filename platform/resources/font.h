@@ -65,7 +65,10 @@ struct GlyphQuad {
 };
 
 // The plain result of a layout: what a renderer needs to draw the text as one textured quad per
-// glyph, tinted by its colour (the atlas is white with the glyph coverage in alpha).
+// glyph, tinted by its colour (the atlas is white with the glyph coverage in alpha). Each quad is
+// the rectangle (x0, y0) (x1, y0) (x1, y1) (x0, y1) with texture coordinates (u0, v0) (u1, v0)
+// (u1, v1) (u0, v1), textured by `atlas`, one local unit to one pixel. The result owns nothing but
+// the atlas key, which keeps its image alive.
 struct TextGeometry {
   ru::vector<GlyphQuad> quads;  // in text order; characters without ink (spaces) have none
   ImageKey atlas;               // the atlas image the texture coordinates address
@@ -96,7 +99,7 @@ public:
   static constexpr const char* defaultFamily = "DejaVu Sans";
 
   // The face of `family` in `style` (matched against the faces' own family and style names in the
-  // font folders), at `pixelSize` pixels per em (1 to 1024). Null and `error` set when no such face
+  // font folders), at `pixelSize` pixels per em (1 to 512). Null and `error` set when no such face
   // is installed or the size is out of range.
   static ru::Reference<Font> create(const ruString::CString& family, FontStyle style, int pixelSize,
                                     ruString::CString* error = nullptr);
@@ -136,8 +139,8 @@ public:
 
   // Lays out UTF-8 text (bytes that are not UTF-8 become U+FFFD; '\n' and "\r\n" break lines;
   // a tab advances four spaces; other control characters are skipped). Adds missing glyphs to
-  // the atlas. Printable ASCII and U+FFFD are in the atlas from the start, so laying out such text
-  // leaves the atlas key unchanged.
+  // the atlas. Up to 64 pixels, printable ASCII and U+FFFD are in the atlas from the start, so
+  // laying out such text leaves the atlas key unchanged.
   TextGeometry layout(const ruString::IString& text, const TextLayoutOptions& options = {});
   // Width and bounds only; adds nothing to the atlas (`quads` empty, `atlas` invalid).
   TextGeometry measure(const ruString::IString& text, const TextLayoutOptions& options = {}) const;

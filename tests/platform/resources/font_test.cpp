@@ -156,6 +156,8 @@ TEST(Font, SizeOutsideTheRangeIsRefused) {
   EXPECT_FALSE(error.empty());
   EXPECT_FALSE(Font::createDefault(-3));
   EXPECT_FALSE(Font::createDefault(5000));
+  EXPECT_FALSE(Font::createDefault(513));
+  EXPECT_TRUE(Font::createDefault(512));
 }
 
 // --- Glyph size ---------------------------------------------------------------------------------------
@@ -513,6 +515,24 @@ TEST(GlyphAtlas, GrowsAndKeepsGlyphsApart) {
     visible.pixels()[i] = ruImage::Byte4(v, v, v, 255);
   }
   ASSERT_TRUE(ruImage::writePng(visible, (outputFolder() / "glyph_atlas_48.png").string().c_str()));
+}
+
+TEST(GlyphAtlas, LargeSizesAddGlyphsOnlyAsTextAsksForThem) {
+  ru::Reference<Font> font = defaultFont(256);
+  ASSERT_TRUE(font);
+  // Nothing is in the atlas yet: too short for even one glyph of this size.
+  const int emptyHeight = ImageKeyAccessor(font->atlasKey()).ySize();
+  EXPECT_LT(emptyHeight, font->rasterizeGlyph(U'B').image->ySize());
+  const TextGeometry geometry = font->layout("Big W");
+  EXPECT_GT(geometry.atlasHeight, emptyHeight);
+  ASSERT_EQ(geometry.quads.size(), 4u);
+  for (const GlyphQuad& quad : geometry.quads) {
+    EXPECT_LE(quad.atlasX + quad.atlasWidth, geometry.atlasWidth);
+    EXPECT_LE(quad.atlasY + quad.atlasHeight, geometry.atlasHeight);
+    EXPECT_GT(quad.atlasHeight, 100);
+  }
+  EXPECT_LE(geometry.atlasWidth, 4096);
+  EXPECT_LE(geometry.atlasHeight, 4096);
 }
 
 // --- Rendering ----------------------------------------------------------------------------------------
