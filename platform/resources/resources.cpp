@@ -121,8 +121,13 @@ ruString::CString Loader::fileName(const ruString::CString& name, const ruString
       out += c;
     }
   }
-  if (!state.empty()) out += "@" + std::string(state.c_str());
-  return ruString::CString((out + ".png").c_str());
+  // Appended piece by piece: GCC 12 warns (wrongly, -Wrestrict) on `"@" + std::string` here.
+  if (!state.empty()) {
+    out += '@';
+    out += state.c_str();
+  }
+  out += ".png";
+  return ruString::CString(out.c_str());
 }
 
 ImageKey Loader::createImageKey(const ruString::CString& name, int flags) { return createImageKey(name, "", flags); }
