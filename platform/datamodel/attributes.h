@@ -7,6 +7,8 @@
 #include "platform/geometry/mesh.h"
 #include "platform/resources/resources.h"
 
+#include <vector>
+
 namespace voDMD {
 
 // Where an object sits: its object-to-world matrix (row vectors, p * M). Transacted.
@@ -83,6 +85,11 @@ private:
   ruLinear::Range3d localRange() const;
   mutable bool valid_ = false;
   mutable ruLinear::Range3d world_;
+  // The box of the vertices under the transform's linear part alone, for the vertex buffers and
+  // linear part it was taken with: a move that only translates shifts it.
+  mutable std::vector<ruGeom::BufferId> linearBuffers_;
+  mutable ruLinear::AffineMatrix linearPart_;
+  mutable ruLinear::Range3d linearRange_;
 };
 
 // The document's camera. It owns the live ruGeom::Camera; views and tools read it and keep a

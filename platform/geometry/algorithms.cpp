@@ -1,7 +1,10 @@
 #include "platform/geometry/algorithms.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
+#include <mutex>
+#include <unordered_map>
 
 namespace ruGeom {
 
@@ -343,6 +346,192 @@ bool meshSplit(const CompactMesh& mesh, int maxVertices, ru::vector<CompactMesh*
     out.push_back(result);
   }
   return true;
+}
+
+// --- Hull candidates ---------------------------------------------------------------------------
+
+namespace {
+
+using ruLinear::Point;
+
+// Directions whose extreme vertices span the inner polytope: the 26 of the cube's faces, edges and
+// corners, and 64 spread evenly over the sphere (a Fibonacci lattice), so that a rounded part
+// keeps only a thin shell of its vertices.
+const std::vector<std::array<double, 3>>& filterDirections() {
+  static const std::vector<std::array<double, 3>> directions = [] {
+    std::vector<std::array<double, 3>> d;
+    for (int x = -1; x <= 1; ++x) {
+      for (int y = -1; y <= 1; ++y) {
+        for (int z = -1; z <= 1; ++z) {
+          if (x != 0 || y != 0 || z != 0) d.push_back({double(x), double(y), double(z)});
+        }
+      }
+    }
+    const int n = 64;
+    const double golden = 3.0 - std::sqrt(5.0);
+    const double pi = 3.14159265358979323846;
+    for (int i = 0; i < n; ++i) {
+      const double z = 1.0 - (2.0 * i + 1.0) / n;
+      const double r = std::sqrt(1.0 - z * z);
+      const double a = pi * golden * i;
+      d.push_back({r * std::cos(a), r * std::sin(a), z});
+    }
+    return d;
+  }();
+  return directions;
+}
+
+struct HullPlane {
+  double n[3];  // outward, unit length
+  double offset;
+};
+
+double dot(const double* n, const Point& p) noexcept { return n[0] * p.x + n[1] * p.y + n[2] * p.z; }
+
+// The facets of the hull of a few points, by trying every triple: a triple is a facet's plane when
+// no point lies beyond it by more than `tolerance`. The tolerance is generous so that rounding
+// never drops a real facet (which would let the planes enclose more than the hull). Answers false
+// when the points are flat (some plane has every point on it), where planes cannot enclose them.
+bool smallHull(const std::vector<Point>& points, double tolerance, std::vector<HullPlane>& planes) {
+  const std::size_t k = points.size();
+  if (k < 4) return false;
+  for (std::size_t a = 0; a < k; ++a) {
+    for (std::size_t b = a + 1; b < k; ++b) {
+      for (std::size_t c = b + 1; c < k; ++c) {
+        const ruLinear::Vector u = points[b] - points[a], v = points[c] - points[a];
+        double n[3] = {u.getY() * v.getZ() - u.getZ() * v.getY(), u.getZ() * v.getX() - u.getX() * v.getZ(),
+                       u.getX() * v.getY() - u.getY() * v.getX()};
+        const double length = std::sqrt(n[0] * n[0] + n[1] * n[1] + n[2] * n[2]);
+        if (!(length > 0.0)) continue;
+        for (double& x : n) x /= length;
+        const double offset = dot(n, points[a]);
+        bool anyAbove = false, anyBelow = false;
+        for (const Point& p : points) {
+          const double s = dot(n, p) - offset;
+          if (s > tolerance) anyAbove = true;
+          if (s < -tolerance) anyBelow = true;
+          if (anyAbove && anyBelow) break;
+        }
+        if (!anyAbove && !anyBelow) return false;
+        if (anyAbove && anyBelow) continue;
+        const double sign = anyAbove ? -1.0 : 1.0;
+        planes.push_back(HullPlane{{sign * n[0], sign * n[1], sign * n[2]}, sign * offset});
+      }
+    }
+  }
+  return !planes.empty();
+}
+
+std::vector<Point> computeHullCandidates(const MeshVertex* vertices, std::size_t count) {
+  std::vector<Point> all;
+  if (count == 0) return all;
+  // The vertices extreme along each direction (the first of equals).
+  const auto& directions = filterDirections();
+  std::vector<double> best(directions.size(), -HUGE_VAL);
+  std::vector<std::size_t> extreme(directions.size(), 0);
+  ruLinear::Range3d range;
+  for (std::size_t i = 0; i < count; ++i) {
+    const Point p = vertices[i].asPoint();
+    range.include(p);
+    for (std::size_t d = 0; d < directions.size(); ++d) {
+      const double s = directions[d][0] * p.x + directions[d][1] * p.y + directions[d][2] * p.z;
+      if (s > best[d]) {
+        best[d] = s;
+        extreme[d] = i;
+      }
+    }
+  }
+  std::sort(extreme.begin(), extreme.end());
+  extreme.erase(std::unique(extreme.begin(), extreme.end()), extreme.end());
+  std::vector<Point> inner;
+  for (std::size_t i : extreme) inner.push_back(vertices[i].asPoint());
+  const ruLinear::Vector diagonal = range.getDiagonal();
+  const double size = std::max({std::fabs(diagonal.getX()), std::fabs(diagonal.getY()), std::fabs(diagonal.getZ())});
+  const double tolerance = 1e-10 * std::max(size, std::max({std::fabs(range.getMin(0)), std::fabs(range.getMin(1)),
+                                                           std::fabs(range.getMin(2)), std::fabs(range.getMax(0)),
+                                                           std::fabs(range.getMax(1)), std::fabs(range.getMax(2))}));
+  std::vector<HullPlane> planes;
+  std::vector<Point> kept;
+  if (!smallHull(inner, tolerance, planes)) {
+    // Flat or nearly a point: no polytope to filter with.
+    kept.reserve(count);
+    for (std::size_t i = 0; i < count; ++i) kept.push_back(vertices[i].asPoint());
+    return kept;
+  }
+  // The polytope's own corners are kept (they are the extremes), then every vertex outside it. A
+  // vertex inside or on it can never pass the extremes in any direction.
+  kept = inner;
+  for (std::size_t i = 0, e = 0; i < count; ++i) {
+    if (e < extreme.size() && extreme[e] == i) {
+      ++e;
+      continue;
+    }
+    const Point p = vertices[i].asPoint();
+    for (const HullPlane& plane : planes) {
+      if (dot(plane.n, p) > plane.offset + tolerance) {
+        kept.push_back(p);
+        break;
+      }
+    }
+  }
+  return kept;
+}
+
+struct HullCache {
+  std::mutex mutex;
+  std::unordered_map<BufferId, std::shared_ptr<const std::vector<Point>>> candidates;
+};
+
+HullCache& hullCache() {
+  // Never destroyed: buffers may be released during static destruction.
+  static HullCache* instance = [] {
+    auto* cache = new HullCache();
+    subscribeBufferRelease([cache](BufferId id) {
+      std::shared_ptr<const std::vector<Point>> released;  // freed outside the lock
+      std::lock_guard<std::mutex> lock(cache->mutex);
+      auto found = cache->candidates.find(id);
+      if (found == cache->candidates.end()) return;
+      released = std::move(found->second);
+      cache->candidates.erase(found);
+    });
+    return cache;
+  }();
+  return *instance;
+}
+
+}  // namespace
+
+std::shared_ptr<const std::vector<ruLinear::Point>> meshHullCandidates(const PointMesh& mesh) {
+  const MeshBuffer<MeshVertex>& buffer = mesh.vertexBuffer();
+  if (buffer.empty()) {
+    static const auto empty = std::make_shared<const std::vector<ruLinear::Point>>();
+    return empty;
+  }
+  HullCache& cache = hullCache();
+  {
+    std::lock_guard<std::mutex> lock(cache.mutex);
+    auto found = cache.candidates.find(buffer.id());
+    if (found != cache.candidates.end()) return found->second;
+  }
+  // Computed outside the lock; two threads computing the same buffer agree.
+  auto candidates = std::make_shared<const std::vector<Point>>(computeHullCandidates(buffer.data(), buffer.size()));
+  std::lock_guard<std::mutex> lock(cache.mutex);
+  auto inserted = cache.candidates.emplace(buffer.id(), std::move(candidates));
+  buffer.storage()->markCached();
+  return inserted.first->second;
+}
+
+ruLinear::Range3d meshTransformedRange(const PointMesh& mesh, const ruLinear::AffineMatrix& matrix) {
+  const std::shared_ptr<const std::vector<ruLinear::Point>> candidates = meshHullCandidates(mesh);
+  ruLinear::Range3d range;
+  for (const ruLinear::Point& p : *candidates) range.include(p * matrix);
+  return range;
+}
+
+std::size_t hullCandidateCacheSize() noexcept {
+  HullCache& cache = hullCache();
+  std::lock_guard<std::mutex> lock(cache.mutex);
+  return cache.candidates.size();
 }
 
 }  // namespace ruGeom

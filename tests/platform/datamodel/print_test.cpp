@@ -1,6 +1,7 @@
 #include "platform/datamodel/print.h"
 
 #include "platform/datamodel/actions.h"
+#include "platform/geometry/algorithms.h"
 #include "platform/geometry/construct.h"
 #include "platform/support/callinfo.h"
 
@@ -139,7 +140,7 @@ INSTANTIATE_TEST_SUITE_P(
                       FaceCase{"PlusY", Point(0, 95, 10), Normal::y, 100, 1},
                       FaceCase{"BottomFacesUpAtTheBed", Point(0, 0, -5), Normal::z, 0, 2},
                       FaceCase{"TopFacesUpAtTheCeiling", Point(0, 0, 195), Normal::z, 200, 2}),
-    [](const ::testing::TestParamInfo<FaceCase>& info) { return std::string(info.param.name); });
+    [](const ::testing::TestParamInfo<FaceCase>& param) { return std::string(param.param.name); });
 
 TEST(Print, PlanesComeInFaceOrderEachOnce) {
   PrintFixture f;
@@ -362,7 +363,7 @@ INSTANTIATE_TEST_SUITE_P(Print, PrintHealth,
                                            HealthCase{"CubeMissingAFace", cubeMissingAFace, false},
                                            HealthCase{"CubesSharingAnEdge", cubesSharingAnEdge, false},
                                            HealthCase{"CubeWithFlippedTriangles", cubeWithFlippedTriangles, false}),
-                         [](const ::testing::TestParamInfo<HealthCase>& info) { return std::string(info.param.name); });
+                         [](const ::testing::TestParamInfo<HealthCase>& param) { return std::string(param.param.name); });
 
 TEST(Print, PendingAnalysesAreRedoneAfterTheMeshChanges) {
   PrintFixture f;
@@ -467,4 +468,67 @@ TEST(Print, ThePrinterCountsAsTouchedByTheTransactionThatMovedAMeshOutOfTheBed) 
   // Moving within the bed leaves the printer alone.
   cube->findAttribute<Transform>()->setObjToWorld(AffineMatrix::translation(Vector(5, 0, 0)));
   EXPECT_EQ(heard, 2);
+}
+
+// --- World boxes -----------------------------------------------------------------------------
+
+namespace {
+
+Range3d transformedVertices(const ruGeom::CompactMesh& mesh, const AffineMatrix& m) {
+  Range3d range;
+  for (int i = 0; i < mesh.getNumVertices(); ++i) range.include(mesh.getVertices()[i].asPoint() * m);
+  return range;
+}
+
+void expectNearRange(const Range3d& expected, const Range3d& actual) {
+  ASSERT_TRUE(actual.isValid());
+  for (int axis = 0; axis < 3; ++axis) {
+    EXPECT_NEAR(expected.getMin(axis), actual.getMin(axis), 1e-9) << "axis " << axis;
+    EXPECT_NEAR(expected.getMax(axis), actual.getMax(axis), 1e-9) << "axis " << axis;
+  }
+}
+
+} // namespace
+
+TEST(PrintWorldBox, IsTheBoxOfTheMovedVerticesAfterRotationsScalesAndDrags) {
+  PrintFixture f;
+  ru::Reference<Object> part = createKLTMeshObject(f.document, testmesh::toMesh(testmesh::hollowBox(10, 1, 4)));
+  f.document.insert(part);
+  const ruGeom::CompactMesh& mesh = *part->findAttribute<KLTMesh>()->getMesh();
+  Transform* transform = part->findAttribute<Transform>();
+  const KLTMeshBBox* box = part->findAttribute<KLTMeshBBox>();
+  AffineMatrix m = AffineMatrix::rotation(0.6, Vector(1, 2, 3));
+  for (int step = 0; step < 20; ++step) {
+    // A drag: translations only, then now and then a turn or a stretch.
+    m.postMultiply(AffineMatrix::translation(Vector(0.5 * step, -0.25, 0.125)));
+    if (step % 5 == 4) m.preMultiply(AffineMatrix::rotation(0.3, Vector(0, 1, 1)));
+    if (step == 12) m.preMultiply(AffineMatrix::scaling(Vector(1, 2, 0.5)));
+    transform->setObjToWorld(m);
+    expectNearRange(transformedVertices(mesh, m), box->getWorldSpace());
+  }
+  // Undo restores the box of the earlier placement.
+  const AffineMatrix last = m;
+  f.manager().undo();
+  const AffineMatrix previous = transform->getObjToWorld();
+  EXPECT_FALSE(previous == last);
+  expectNearRange(transformedVertices(mesh, previous), box->getWorldSpace());
+}
+
+TEST(PrintWorldBox, IsTakenOverTheCachedHullOfTheMeshNotEveryVertex) {
+  PrintFixture f;
+  const std::size_t cachedBefore = ruGeom::hullCandidateCacheSize();
+  ru::Reference<Object> part = createKLTMeshObject(f.document, testmesh::toMesh(testmesh::box({0, 0, 0}, {10, 10, 10}, 12)));
+  f.document.insert(part);
+  // Placing the part measured it once: its hull candidates are cached with its vertex buffer.
+  EXPECT_EQ(ruGeom::hullCandidateCacheSize(), cachedBefore + 1);
+  // The eight corners, and at most one face point for each of the six axis directions.
+  EXPECT_LE(ruGeom::meshHullCandidates(*part->findAttribute<KLTMesh>()->getMesh())->size(), 14u);
+  part->findAttribute<Transform>()->setObjToWorld(AffineMatrix::rotation(0.4, Vector(1, 1, 0)));
+  EXPECT_EQ(ruGeom::hullCandidateCacheSize(), cachedBefore + 1);
+  // A new mesh is measured anew, and the old one's candidates go when nothing holds its buffer.
+  part->findAttribute<KLTMesh>()->setMesh(testmesh::toMesh(testmesh::box({0, 0, 0}, {20, 20, 20}, 3)));
+  f.manager().clearHistory();
+  expectNearRange(transformedVertices(*part->findAttribute<KLTMesh>()->getMesh(), AffineMatrix::rotation(0.4, Vector(1, 1, 0))),
+                  part->findAttribute<KLTMeshBBox>()->getWorldSpace());
+  EXPECT_EQ(ruGeom::hullCandidateCacheSize(), cachedBefore + 1);
 }

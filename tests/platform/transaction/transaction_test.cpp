@@ -53,7 +53,7 @@ class Holder : public voTXN::Object {
 public:
   explicit Holder(voTXN::Manager* manager) : Object(manager) {}
   struct Counted : ru::ReferenceCount {
-    explicit Counted(int* deaths) : deaths(deaths) {}
+    explicit Counted(int* counter) : deaths(counter) {}
     ~Counted() override { ++*deaths; }
     int* deaths;
   };
