@@ -200,6 +200,7 @@ KLTDecoration* KLTDecoration::get() {
 KLTPrinter* KLTDecoration::getPrinter() const {
   if (printerValid_) return printer_;
   printer_ = nullptr;
+  ++printerSearches_;
   for (ObjectIterator it(document_.root()); (it.next(), it.valid());) {
     if (KLTPrinter* printer = it.getObject()->findAttribute<KLTPrinter>()) {
       printer_ = printer;
@@ -252,8 +253,10 @@ void KLTDecoration::updateMesh(KLTMesh* mesh, bool notify) {
 void KLTDecoration::objectChanged(Object* object) {
   if (updating_) return;
   updating_ = true;
-  if (object->findAttribute<KLTPrinter>() || !object->isInDocument()) printerValid_ = false;
+  // Which printer is the document's changes only when a subtree holding one comes or goes (found
+  // below); other objects, in the tree or not (the camera's holder), leave the cached one.
   if (object->findAttribute<KLTPrinter>()) {
+    printerValid_ = false;
     updating_ = false;
     recomputeAll();
     return;

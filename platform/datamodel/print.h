@@ -154,6 +154,9 @@ public:
   // The sides of the useable volume passed by some visible printable mesh (bits as in
   // KLTMesh::outOfBoundsFaces()).
   unsigned outOfBoundsFaces() const noexcept { return faces_; }
+  // How many times getPrinter() has walked the document to find the printer (it keeps the answer
+  // until a subtree holding a printer comes or goes); for diagnostics and tests.
+  std::uint64_t printerSearches() const noexcept { return printerSearches_; }
 
 private:
   friend class Document;
@@ -175,6 +178,7 @@ private:
   bool updating_ = false;
   mutable KLTPrinter* printer_ = nullptr;
   mutable bool printerValid_ = false;
+  mutable std::uint64_t printerSearches_ = 0;
 };
 
 // Building objects. Each makes an object of the right class with its attributes, ready to insert.

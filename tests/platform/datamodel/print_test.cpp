@@ -532,3 +532,29 @@ TEST(PrintWorldBox, IsTakenOverTheCachedHullOfTheMeshNotEveryVertex) {
                   part->findAttribute<KLTMeshBBox>()->getWorldSpace());
   EXPECT_EQ(ruGeom::hullCandidateCacheSize(), cachedBefore + 1);
 }
+
+TEST(Print, CameraChangesAndMeshEditsKeepThePrinterFoundOnce) {
+  PrintFixture f;
+  ru::Reference<Object> cube = f.addCube(Point(0, 0, 0));
+  KLTDecoration* decoration = KLTDecoration::get();
+  ASSERT_EQ(decoration->getPrinter(), f.printer);
+  const std::uint64_t searches = decoration->printerSearches();
+  for (int i = 0; i < 5; ++i) {
+    ruGeom::Camera camera = f.document.camera()->get();
+    camera.setWorldToEye(Point(0, 0, 0), Point(100.0 + i, 50, 80), Vector(0, 0, 1));
+    f.document.camera()->set(camera);
+    EXPECT_EQ(decoration->getPrinter(), f.printer);
+  }
+  cube->findAttribute<Transform>()->setObjToWorld(AffineMatrix::translation(Vector(300, 0, 0)));
+  EXPECT_TRUE(f.printer->outOfBounds());
+  cube->findAttribute<KLTMesh>()->setVisible(false);
+  f.document.remove(cube.get());
+  EXPECT_EQ(decoration->getPrinter(), f.printer);
+  EXPECT_EQ(decoration->printerSearches(), searches);
+  // The printer going is a reason to look again; undo brings it back.
+  f.document.remove(f.printerObject.get());
+  EXPECT_EQ(decoration->getPrinter(), nullptr);
+  EXPECT_GT(decoration->printerSearches(), searches);
+  f.manager().undo();
+  EXPECT_EQ(decoration->getPrinter(), f.printer);
+}
