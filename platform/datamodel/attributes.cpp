@@ -41,7 +41,7 @@ void Transform::onTransact(voTXN::Serializer& serializer) {
 // --- Mesh ------------------------------------------------------------------------------------
 
 Mesh::Mesh(voDMD::Object* owner, ru::Reference<ruGeom::CompactMesh> mesh) : Attribute(owner) {
-  if (mesh) subMeshes_.push_back(std::move(mesh));
+  if (mesh) subMeshes_.push_back(detail::ownMesh(mesh.get()));
   imageKeys_.resize(subMeshes_.size());
 }
 
@@ -63,7 +63,7 @@ void Mesh::setSubMeshes(const ru::vector<ru::Reference<ruGeom::CompactMesh>>& me
   txnWillWrite();
   subMeshes_.clear();
   for (const auto& mesh : meshes) {
-    if (mesh) subMeshes_.push_back(mesh);
+    if (mesh) subMeshes_.push_back(detail::ownMesh(mesh.get()));
   }
   imageKeys_.assign(subMeshes_.size(), voRES::ImageKey());
   modified();

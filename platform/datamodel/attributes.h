@@ -34,9 +34,12 @@ public:
   void setVisible(bool visible);
 
   int numSubMeshes() const noexcept { return static_cast<int>(subMeshes_.size()); }
-  // The sub-mesh at `index`; an empty mesh for an index out of range.
+  // The sub-mesh at `index`, for reading only (the attribute never changes it in place); an empty
+  // mesh for an index out of range.
   const ruGeom::CompactMesh& getSubMesh(int index) const noexcept;
-  // Replaces every sub-mesh (null entries are dropped); the image keys go with the old meshes.
+  // Replaces every sub-mesh (null entries are dropped), undoably; the image keys go with the old
+  // meshes. The attribute keeps its own copies sharing the buffers, so later writes to the
+  // meshes handed in detach them and do not reach the attribute.
   void setSubMeshes(const ru::vector<ru::Reference<ruGeom::CompactMesh>>& meshes);
   // The image that textures the sub-mesh at `index` through its texture coordinates; an invalid key
   // when it has none or the index is out of range.

@@ -10,12 +10,13 @@ using detail::EditScope;
 
 // --- KLTMesh ---------------------------------------------------------------------------------
 
-KLTMesh::KLTMesh(voDMD::Object* owner, ru::Reference<ruGeom::CompactMesh> mesh) : Attribute(owner), mesh_(std::move(mesh)) {}
+KLTMesh::KLTMesh(voDMD::Object* owner, ru::Reference<ruGeom::CompactMesh> mesh)
+    : Attribute(owner), mesh_(detail::ownMesh(mesh.get())) {}
 
 void KLTMesh::setMesh(const ru::Reference<ruGeom::CompactMesh>& mesh) {
   EditScope scope(*txnManager(), "Replace mesh");
   txnWillWrite();
-  mesh_ = mesh;
+  mesh_ = detail::ownMesh(mesh.get());
   thickness.clear();
   thicknessValid_ = false;
   repaired_ = false;

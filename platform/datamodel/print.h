@@ -34,9 +34,13 @@ private:
 // Transacted: replacing the mesh, showing and hiding, analyses and repairs can all be undone.
 class VO_DMD_API KLTMesh : public Attribute {
 public:
-  // The mesh (shared, never copied). Null only for an attribute made without one.
-  const ru::Reference<ruGeom::CompactMesh>& getMesh() const noexcept { return mesh_; }
-  // Replaces the mesh; the thickness analysis and the repair state start over.
+  // The mesh, for reading only: the attribute never changes it in place, so a reader may keep it.
+  // Null only for an attribute made without one. To change the mesh, edit a copy (copies share
+  // the buffers until written) and hand it to setMesh.
+  ru::Reference<const ruGeom::CompactMesh> getMesh() const noexcept { return mesh_; }
+  // Replaces the mesh (undoably); the thickness analysis and the repair state start over. The
+  // attribute keeps its own copy of `mesh` sharing its buffers, so later writes to `mesh` by the
+  // caller detach them and do not reach the attribute.
   void setMesh(const ru::Reference<ruGeom::CompactMesh>& mesh);
 
   bool visible() const noexcept { return visible_; }

@@ -11,6 +11,8 @@
 
 #include <cmath>
 #include <string>
+#include <type_traits>
+#include <utility>
 #include <vector>
 
 using namespace voDMD;
@@ -340,7 +342,7 @@ TEST_P(PrintHealth, RepairMakesTheMeshHealthyAndSaysItWasRepaired) {
   KLTMesh* mesh = o->findAttribute<KLTMesh>();
   EXPECT_EQ(mesh->needsRepair(), !c.healthy);
   EXPECT_FALSE(mesh->isRepaired());
-  const ru::Reference<ruGeom::CompactMesh> before = mesh->getMesh();
+  const ru::Reference<const ruGeom::CompactMesh> before = mesh->getMesh();
   EXPECT_EQ(mesh->repair(), !c.healthy);
   if (c.healthy) {
     EXPECT_EQ(mesh->getMesh().get(), before.get());
@@ -557,4 +559,76 @@ TEST(Print, CameraChangesAndMeshEditsKeepThePrinterFoundOnce) {
   EXPECT_GT(decoration->printerSearches(), searches);
   f.manager().undo();
   EXPECT_EQ(decoration->getPrinter(), f.printer);
+}
+
+// --- The mesh is the attribute's own ----------------------------------------------------------
+
+static_assert(std::is_const_v<std::remove_reference_t<decltype(*std::declval<KLTMesh&>().getMesh())>>,
+              "a print mesh is handed out for reading only");
+static_assert(std::is_const_v<std::remove_reference_t<decltype(std::declval<Mesh&>().getSubMesh(0))>>,
+              "a sub-mesh is handed out for reading only");
+
+TEST(PrintMesh, WritingTheMeshHandedInLeavesTheAttributeItsBoxAndItsHealthAlone) {
+  PrintFixture f;
+  ru::Reference<ruGeom::CompactMesh> mine = testmesh::toMesh(testmesh::box({0, 0, 0}, {10, 10, 10}));
+  ru::Reference<Object> part = createKLTMeshObject(f.document, mine);
+  f.document.insert(part);
+  KLTMesh* mesh = part->findAttribute<KLTMesh>();
+  const KLTMeshBBox* box = part->findAttribute<KLTMeshBBox>();
+  ASSERT_TRUE(mesh->analyseThickness());
+  EXPECT_FALSE(mesh->needsRepair());
+  EXPECT_EQ(mesh->getMesh()->getVertexBufferId(), mine->getVertexBufferId());  // shared, not copied
+  const std::size_t undoDepth = f.manager().undoDepth();
+
+  // The caller goes on writing its mesh: far out of the bed, and a triangle torn off.
+  mine->editVertices()[0] = ruGeom::MeshVertex(500, 500, 500);
+  mine->setNumTriangles(mine->getNumTriangles() - 1);
+
+  EXPECT_EQ(mesh->getMesh()->getVertices()[0], ruGeom::MeshVertex(0, 0, 0));
+  EXPECT_EQ(mesh->getMesh()->getNumTriangles(), 12);
+  EXPECT_EQ(box->getWorldSpace(), Range3d(Point(0, 0, 0), Point(10, 10, 10)));
+  EXPECT_FALSE(mesh->needsRepair());
+  EXPECT_FALSE(mesh->needsAnalyseThickness());
+  EXPECT_FALSE(mesh->isOutOfBounds());
+  EXPECT_EQ(f.manager().undoDepth(), undoDepth);
+
+  // Handing the edited mesh to the setter is the change: placed, judged, undoable.
+  mesh->setMesh(mine);
+  EXPECT_TRUE(mesh->isOutOfBounds());
+  EXPECT_TRUE(mesh->needsRepair());
+  EXPECT_TRUE(mesh->needsAnalyseThickness());
+  EXPECT_EQ(box->getWorldSpace().getMax(), Point(500, 500, 500));
+  f.manager().undo();
+  EXPECT_EQ(mesh->getMesh()->getVertices()[0], ruGeom::MeshVertex(0, 0, 0));
+  EXPECT_FALSE(mesh->isOutOfBounds());
+  EXPECT_FALSE(mesh->needsRepair());
+  EXPECT_EQ(box->getWorldSpace(), Range3d(Point(0, 0, 0), Point(10, 10, 10)));
+}
+
+TEST(PrintMesh, AReaderKeepsTheMeshItReadAcrossAReplacement) {
+  PrintFixture f;
+  ru::Reference<Object> part = f.addCube(Point(0, 0, 0));
+  KLTMesh* mesh = part->findAttribute<KLTMesh>();
+  const ru::Reference<const ruGeom::CompactMesh> read = mesh->getMesh();
+  mesh->setMesh(testmesh::toMesh(testmesh::box({0, 0, 0}, {2, 2, 2})));
+  f.manager().clearHistory();
+  EXPECT_EQ(read->getNumTriangles(), 12);
+  EXPECT_EQ(read->getBoundingBox().asRange3d().getMax(), Point(10, 10, 10));
+}
+
+TEST(PlainMesh, WritingTheMeshesHandedInLeavesTheAttributeAndItsBoxAlone) {
+  PrintFixture f;
+  ru::Reference<ruGeom::CompactMesh> mine = testmesh::toMesh(testmesh::box({0, 0, 0}, {1, 1, 1}));
+  ru::Reference<Object> object = createMeshObject(f.document, mine);
+  f.document.insert(object);
+  Mesh* attribute = object->findAttribute<Mesh>();
+  const BoundingBox* box = object->findAttribute<BoundingBox>();
+  mine->editVertices()[0] = ruGeom::MeshVertex(-7, 0, 0);
+  EXPECT_EQ(attribute->getSubMesh(0).getVertices()[0], ruGeom::MeshVertex(0, 0, 0));
+  EXPECT_EQ(box->getWorldSpace().getMin(), Point(0, 0, 0));
+  ru::Reference<ruGeom::CompactMesh> second = testmesh::toMesh(testmesh::box({0, 0, 0}, {3, 3, 3}));
+  attribute->setSubMeshes({mine, second});
+  second->editVertices()[0] = ruGeom::MeshVertex(0, 0, 99);
+  EXPECT_EQ(attribute->getSubMesh(1).getBoundingBox().asRange3d().getMax(), Point(3, 3, 3));
+  EXPECT_EQ(box->getWorldSpace(), Range3d(Point(-7, 0, 0), Point(3, 3, 3)));
 }
