@@ -166,6 +166,10 @@ std::vector<std::uint32_t> weldOpenEdges(const float* positions, std::size_t num
   std::vector<std::uint32_t> welded(triangles, triangles + 3 * numTriangles);
   std::vector<char> valid(numTriangles, 1);
   for (std::size_t t = 0; t < numTriangles; ++t) valid[t] = !indexDegenerate(triangles + 3 * t, numVertices);
+  // A copy of a triangle does not close its edges: they are open if the triangle's are.
+  const std::vector<char> duplicate =
+      findDuplicates(numVertices, triangles, numTriangles, [&](std::size_t t) { return valid[t] != 0; });
+  for (std::size_t t = 0; t < numTriangles; ++t) valid[t] = valid[t] && !duplicate[t];
   EdgeTable edges;
   edges.build(numVertices, triangles, numTriangles, [&](std::size_t t) { return valid[t] != 0; });
   std::vector<std::uint32_t> rim;
@@ -235,13 +239,23 @@ MeshHealth analyseMeshHealth(const float* positions, std::size_t numVertices, co
 }
 
 MeshRepairReport repairMesh(std::vector<float>& positions, std::vector<std::uint32_t>& triangles,
-                            std::size_t maxHoleEdges) {
+                            std::size_t maxHoleEdges, std::vector<std::uint32_t>* sources) {
   MeshRepairReport report;
   std::size_t numVertices = positions.size() / 3;
   std::size_t numTriangles = triangles.size() / 3;
+  const std::size_t inputVertices = numVertices;
+  const std::size_t inputTriangles = numTriangles;
   // Open edges whose corners meet other open edges' corners are stitched first; the copies stay in
-  // the array, unused.
+  // the array, unused until the end gives each corner back the vertex it had.
+  const std::vector<std::uint32_t> input = triangles;
   triangles = weldOpenEdges(positions.data(), numVertices, triangles.data(), numTriangles);
+  const std::vector<std::uint32_t> stitched = triangles;
+  // The input triangle each triangle comes from; none for those the repair adds.
+  constexpr std::uint32_t kAdded = 0xFFFFFFFFu;
+  std::vector<std::uint32_t> origin(numTriangles);
+  std::iota(origin.begin(), origin.end(), 0u);
+  // The vertex each appended copy copies.
+  std::vector<std::uint32_t> copied;
 
   // 0. Slivers whose corner lies on their opposite side (a T-junction): the neighbour across that
   // side is split at the corner, so that removing the sliver below leaves no gap.
@@ -300,6 +314,7 @@ MeshRepairReport repairMesh(std::vector<float>& positions, std::vector<std::uint
           c[1] = sliver.middle;
           c[2] = r;
           triangles.insert(triangles.end(), {sliver.middle, y, r});
+          origin.push_back(origin[n]);
           split[n] = 1;
           ++report.addedTriangles;
           break;
@@ -325,9 +340,11 @@ MeshRepairReport repairMesh(std::vector<float>& positions, std::vector<std::uint
       if (duplicate[t]) ++report.removedDuplicate;
       if (!keep[t] || duplicate[t]) continue;
       for (int k = 0; k < 3; ++k) triangles[3 * out + k] = triangles[3 * t + k];
+      origin[out] = origin[t];
       ++out;
     }
     triangles.resize(3 * out);
+    origin.resize(out);
     numTriangles = out;
   }
   auto all = [](std::size_t) { return true; };
@@ -365,6 +382,7 @@ MeshRepairReport repairMesh(std::vector<float>& positions, std::vector<std::uint
             positions.push_back(positions[3 * v]);
             positions.push_back(positions[3 * v + 1]);
             positions.push_back(positions[3 * v + 2]);
+            copied.push_back(static_cast<std::uint32_t>(v));
             ++report.splitVertices;
           }
           partCopy.emplace_back(part, index);
@@ -470,6 +488,7 @@ MeshRepairReport repairMesh(std::vector<float>& positions, std::vector<std::uint
         triangles.push_back(loop[0]);
         triangles.push_back(loop[i + 1]);
         triangles.push_back(loop[i]);
+        origin.push_back(kAdded);
         partOf.push_back(part);
         ++report.addedTriangles;
       }
@@ -507,6 +526,34 @@ MeshRepairReport repairMesh(std::vector<float>& positions, std::vector<std::uint
       }
     }
   }
+
+  // 7. Corners give back the vertices the stitching replaced (same place, their own attributes),
+  // and copies carry the attributes of the vertex they copy.
+  std::vector<std::uint32_t> source(numVertices);
+  std::iota(source.begin(), source.begin() + static_cast<std::ptrdiff_t>(inputVertices), 0u);
+  for (std::size_t i = 0; i < copied.size(); ++i) source[inputVertices + i] = copied[i];
+  std::vector<char> sourceSet(numVertices, 0);
+  for (std::size_t t = 0; t < numTriangles; ++t) {
+    if (origin[t] == kAdded || origin[t] >= inputTriangles) continue;
+    const std::size_t from = 3 * static_cast<std::size_t>(origin[t]);
+    for (int k = 0; k < 3; ++k) {
+      std::uint32_t& corner = triangles[3 * t + static_cast<std::size_t>(k)];
+      const std::uint32_t stitchedVertex = corner < inputVertices ? corner : source[corner];
+      for (int j = 0; j < 3; ++j) {
+        if (stitched[from + static_cast<std::size_t>(j)] != stitchedVertex) continue;
+        const std::uint32_t own = input[from + static_cast<std::size_t>(j)];
+        if (corner < inputVertices) {
+          corner = own;
+        } else if (!sourceSet[corner]) {
+          source[corner] = own;
+          sourceSet[corner] = 1;
+        }
+        break;
+      }
+    }
+  }
+  report.remaining = analyseMeshHealth(positions.data(), numVertices, triangles.data(), numTriangles);
+  if (sources) *sources = std::move(source);
   return report;
 }
 

@@ -3,6 +3,7 @@
 #include "platform/base/linear.h"
 #include "platform/datamodel/attributes.h"
 #include "platform/datamodel/document.h"
+#include "platform/datamodel/meshhealth.h"
 #include "platform/geometry/mesh.h"
 
 #include <array>
@@ -63,8 +64,11 @@ public:
   bool needsRepair() const;
   bool isRepaired() const noexcept { return repaired_; }
   // Repairs the mesh (see voDMA::repairMesh) when it needs it, replacing it with the repaired one and
-  // setting isRepaired(). Transacted. False when there was nothing to repair.
-  bool repair();
+  // setting isRepaired(). Transacted. The repaired mesh keeps the texture coordinates, colours,
+  // lines and named attributes of the vertices it keeps; normals are computed again. `report`,
+  // when given, receives what the repair did and what it could not fix. False when there was
+  // nothing to repair (the report is then left alone).
+  bool repair(voDMA::MeshRepairReport* report = nullptr);
 
   // True when the mesh's world box passes the printer's useable volume on some side.
   bool isOutOfBounds() const noexcept { return outOfBoundsFaces_ != 0; }

@@ -9,6 +9,7 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cmath>
 #include <string>
 #include <type_traits>
@@ -631,4 +632,136 @@ TEST(PlainMesh, WritingTheMeshesHandedInLeavesTheAttributeAndItsBoxAlone) {
   second->editVertices()[0] = ruGeom::MeshVertex(0, 0, 99);
   EXPECT_EQ(attribute->getSubMesh(1).getBoundingBox().asRange3d().getMax(), Point(3, 3, 3));
   EXPECT_EQ(box->getWorldSpace(), Range3d(Point(-7, 0, 0), Point(3, 3, 3)));
+}
+
+// --- Repair keeps what survives it ------------------------------------------------------------
+
+namespace {
+
+// A 10 mm cube whose faces carry their own corners (texture seams along every edge) with texture
+// coordinates, a colour and a two-float attribute per vertex, all distinct, and two lines.
+ru::Reference<ruGeom::CompactMesh> decoratedCube() {
+  ru::Reference<ruGeom::CompactMesh> mesh(new ruGeom::CompactMesh());
+  ruGeom::constructCuboid(Range3d(Point(0, 0, 0), Point(10, 10, 10)), *mesh);
+  const int n = mesh->getNumVertices();
+  ruGeom::MeshTexCoord* uv = mesh->editTextureCoordinates();
+  ruGeom::MeshColor* colour = mesh->editColors();
+  float* weight = mesh->allocAttributes("weight", 2).editFloat();
+  for (int i = 0; i < n; ++i) {
+    uv[i] = ruGeom::MeshTexCoord{0.01f * i, 1.0f - 0.01f * i};
+    colour[i] = ruGeom::MeshColor{0.02f * i, 0.5f, 1.0f - 0.02f * i, 1.0f};
+    weight[2 * i] = float(i);
+    weight[2 * i + 1] = float(100 + i);
+  }
+  mesh->addLine(0, 5);
+  mesh->addLine(7, 12);
+  return mesh;
+}
+
+// The corner vertex indices of a triangle, starting at its smallest, winding kept.
+std::array<std::uint32_t, 3> rotated(const std::uint32_t* c) {
+  int k = 0;
+  if (c[1] < c[k]) k = 1;
+  if (c[2] < c[k]) k = 2;
+  return {c[k], c[(k + 1) % 3], c[(k + 2) % 3]};
+}
+
+bool hasTriangle(const ruGeom::CompactMesh& mesh, const std::uint32_t* c) {
+  const auto want = rotated(c);
+  const std::uint32_t flippedCorners[3] = {c[0], c[2], c[1]};
+  const auto wantFlipped = rotated(flippedCorners);
+  for (int t = 0; t < mesh.getNumTriangles(); ++t) {
+    const auto have = rotated(mesh.getTriangles() + 3 * t);
+    if (have == want || have == wantFlipped) return true;
+  }
+  return false;
+}
+
+} // namespace
+
+TEST(PrintRepair, KeepsTextureCoordinatesColoursLinesAndNamedAttributesOfTheVerticesItKeeps) {
+  PrintFixture f;
+  ru::Reference<ruGeom::CompactMesh> damaged = decoratedCube();
+  const ru::Reference<const ruGeom::CompactMesh> original = decoratedCube();
+  // A hole (one triangle gone), a flipped triangle, a duplicate.
+  std::uint32_t* t = damaged->editTriangles();
+  std::swap(t[3 * 4 + 1], t[3 * 4 + 2]);
+  const std::uint32_t removed[3] = {t[0], t[1], t[2]};
+  std::copy(t + 3, t + 3 * damaged->getNumTriangles(), t);
+  damaged->setNumTriangles(damaged->getNumTriangles() - 1);
+  damaged->addTriangle(damaged->getTriangles()[6], damaged->getTriangles()[7], damaged->getTriangles()[8]);
+  ru::Reference<Object> part = createKLTMeshObject(f.document, damaged);
+  f.document.insert(part);
+  KLTMesh* mesh = part->findAttribute<KLTMesh>();
+  ASSERT_TRUE(mesh->needsRepair());
+  voDMA::MeshRepairReport report;
+  ASSERT_TRUE(mesh->repair(&report));
+  EXPECT_TRUE(report.remaining.healthy());
+  const ru::Reference<const ruGeom::CompactMesh> repaired = mesh->getMesh();
+  EXPECT_TRUE(voDMA::analyseMeshHealth(*repaired).healthy());
+  EXPECT_EQ(report.removedDuplicate, 1u);
+  EXPECT_EQ(report.closedHoles, 1u);
+
+  // Every vertex of the input is still there with all it carried.
+  ASSERT_GE(repaired->getNumVertices(), original->getNumVertices());
+  ASSERT_TRUE(repaired->hasTextureCoordinates());
+  ASSERT_TRUE(repaired->hasColors());
+  const ruGeom::MeshAttributes weight = repaired->getAttributes("weight");
+  ASSERT_TRUE(weight.valid());
+  ASSERT_EQ(weight.getWidth(), 2);
+  for (int i = 0; i < original->getNumVertices(); ++i) {
+    EXPECT_EQ(repaired->getVertices()[i], original->getVertices()[i]);
+    EXPECT_EQ(repaired->getTextureCoordinates()[i].u, original->getTextureCoordinates()[i].u);
+    EXPECT_EQ(repaired->getTextureCoordinates()[i].v, original->getTextureCoordinates()[i].v);
+    EXPECT_EQ(repaired->getColors()[i].r, original->getColors()[i].r);
+    EXPECT_EQ(repaired->getColors()[i].b, original->getColors()[i].b);
+    EXPECT_EQ(weight.asFloat()[2 * i], float(i));
+    EXPECT_EQ(weight.asFloat()[2 * i + 1], float(100 + i));
+  }
+  ASSERT_EQ(repaired->getNumLines(), 2);
+  EXPECT_EQ(repaired->getLines()[0], 0u);
+  EXPECT_EQ(repaired->getLines()[3], 12u);
+  // Every triangle kept has the corners it had (so each corner keeps its texture coordinates),
+  // turned perhaps; the only triangles added close the hole where the removed one was.
+  for (int i = 0; i < original->getNumTriangles(); ++i) {
+    const std::uint32_t* c = original->getTriangles() + 3 * i;
+    if (rotated(c) == rotated(removed)) continue;
+    EXPECT_TRUE(hasTriangle(*repaired, c)) << "triangle " << i;
+  }
+  EXPECT_EQ(repaired->getNumTriangles(), original->getNumTriangles());
+}
+
+TEST(PrintRepair, VerticesCopiedToPullPartsApartCarryTheAttributesOfTheirSource) {
+  PrintFixture f;
+  // Two cubes sharing an edge: the shared vertices are copied for one of them.
+  testmesh::Soup soup;
+  testmesh::addBox(soup, {0, 0, 0}, {1, 1, 1});
+  testmesh::addBox(soup, {1, 1, 0}, {2, 2, 1});
+  ru::Reference<ruGeom::CompactMesh> twoCubes = testmesh::toMesh(soup);
+  const int n = twoCubes->getNumVertices();
+  ruGeom::MeshTexCoord* uv = twoCubes->editTextureCoordinates();
+  float* id = twoCubes->allocAttributes("id", 1).editFloat();
+  for (int i = 0; i < n; ++i) {
+    uv[i] = ruGeom::MeshTexCoord{float(i), float(-i)};
+    id[i] = float(i);
+  }
+  ru::Reference<Object> part = createKLTMeshObject(f.document, twoCubes);
+  f.document.insert(part);
+  KLTMesh* mesh = part->findAttribute<KLTMesh>();
+  voDMA::MeshRepairReport report;
+  ASSERT_TRUE(mesh->repair(&report));
+  EXPECT_EQ(report.splitVertices, 2u);
+  EXPECT_TRUE(report.remaining.healthy());
+  const ru::Reference<const ruGeom::CompactMesh> repaired = mesh->getMesh();
+  ASSERT_EQ(repaired->getNumVertices(), n + 2);
+  const ruGeom::MeshAttributes ids = repaired->getAttributes("id");
+  for (int i = n; i < n + 2; ++i) {
+    // A copy sits where its source is and carries its source's values.
+    const auto source = static_cast<int>(ids.asFloat()[i]);
+    ASSERT_GE(source, 0);
+    ASSERT_LT(source, n);
+    EXPECT_EQ(repaired->getVertices()[i], repaired->getVertices()[source]);
+    EXPECT_EQ(repaired->getTextureCoordinates()[i].u, float(source));
+    EXPECT_EQ(repaired->getTextureCoordinates()[i].v, float(-source));
+  }
 }
