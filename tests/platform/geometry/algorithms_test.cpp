@@ -571,3 +571,19 @@ TEST(MeshHullCandidates, AreComputedOncePerBufferAndReleasedWithIt) {
   // Both buffers died: both entries went with them.
   EXPECT_EQ(hullCandidateCacheSize(), before);
 }
+
+TEST(MeshHullCandidates, ARoundPartWithEveryVertexOnItsHullIsSearchedExactly) {
+  // Every vertex is a candidate, so the box comes from the search through the tree of boxes.
+  const CompactMesh sphere = ruGeomTest::makeSphere(100, 200, 30.0, Point(5, -7, 11));
+  ASSERT_GT(meshHullCandidates(sphere)->size(), 15000u);
+  for (int i = 0; i < 60; ++i) {
+    ruLinear::AffineMatrix m = ruLinear::AffineMatrix::rotation(0.05 * i, Vector(std::cos(i), std::sin(2.0 * i), 1.0));
+    if (i % 5 == 0) m.postMultiply(ruLinear::AffineMatrix::scaling(Vector(1.0, 0.25, 3.0)));
+    m.postMultiply(ruLinear::AffineMatrix::translation(Vector(i, -i, 2.0 * i)));
+    const ruLinear::Range3d expected = bruteForceRange(sphere, m), actual = meshTransformedRange(sphere, m);
+    for (int axis = 0; axis < 3; ++axis) {
+      EXPECT_EQ(expected.getMin(axis), actual.getMin(axis)) << "turn " << i << " axis " << axis;
+      EXPECT_EQ(expected.getMax(axis), actual.getMax(axis)) << "turn " << i << " axis " << axis;
+    }
+  }
+}
