@@ -501,6 +501,7 @@ struct HullIndex {
   std::vector<Point> seeds;   // the points extreme along the fixed directions (some of `points`)
 
   static constexpr std::uint32_t kLeafSize = 8;
+  static constexpr std::uint32_t kFittedNodeSize = 4096;
 
   HullIndex(std::vector<Point> candidates, std::size_t numSeeds) : points(std::move(candidates)) {
     if (points.empty()) return;
@@ -547,19 +548,28 @@ struct HullIndex {
   std::int32_t build(std::uint32_t first, std::uint32_t last) {
     const double n = double(last - first);
     double mean[3] = {0, 0, 0};
-    for (std::uint32_t i = first; i < last; ++i) {
-      for (int a = 0; a < 3; ++a) mean[a] += points[i][a];
+    if (last - first <= kFittedNodeSize) {
+      for (std::uint32_t i = first; i < last; ++i) {
+        for (int a = 0; a < 3; ++a) mean[a] += points[i][a];
+      }
+      for (double& m : mean) m /= n;
     }
-    for (double& m : mean) m /= n;
     double covariance[3][3] = {};
-    for (std::uint32_t i = first; i < last; ++i) {
+    for (std::uint32_t i = first; i < (last - first <= kFittedNodeSize ? last : first); ++i) {
       const double d[3] = {points[i].x - mean[0], points[i].y - mean[1], points[i].z - mean[2]};
       for (int a = 0; a < 3; ++a) {
         for (int b = 0; b < 3; ++b) covariance[a][b] += d[a] * d[b];
       }
     }
     Node node;
-    eigenvectors(covariance, node.axes);
+    // Large nodes are always opened near an extreme: world axes serve them as well and cost less.
+    if (last - first <= kFittedNodeSize) {
+      eigenvectors(covariance, node.axes);
+    } else {
+      for (int a = 0; a < 3; ++a) {
+        for (int k = 0; k < 3; ++k) node.axes[a][k] = a == k ? 1.0 : 0.0;
+      }
+    }
     double low[3] = {HUGE_VAL, HUGE_VAL, HUGE_VAL}, high[3] = {-HUGE_VAL, -HUGE_VAL, -HUGE_VAL};
     for (std::uint32_t i = first; i < last; ++i) {
       for (int a = 0; a < 3; ++a) {
