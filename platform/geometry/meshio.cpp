@@ -261,6 +261,7 @@ bool checkStl(std::FILE* file, long size, CString& what) {
   return false;
 }
 
+// Bytes of a PLY scalar type; 0 for an unknown type.
 int plyScalarSize(const std::string& type) {
   if (type == "char" || type == "uchar" || type == "int8" || type == "uint8") return 1;
   if (type == "short" || type == "ushort" || type == "int16" || type == "uint16") return 2;
@@ -269,9 +270,32 @@ int plyScalarSize(const std::string& type) {
   return 0;
 }
 
-// Walks a PLY file's header and body to check that every element the header announces is there.
-// The importer does not stop on a short body (it can read forever), so a truncated file must be
-// caught before it.
+bool plyIsFloat(const std::string& type) {
+  return type == "float" || type == "float32" || type == "double" || type == "float64";
+}
+
+bool plyIsSigned(const std::string& type) {
+  return type == "char" || type == "int8" || type == "short" || type == "int16" || type == "int" || type == "int32";
+}
+
+// A count written in decimal digits only (no sign, exponent or fraction), at most `limit`.
+bool parseCount(const std::string& word, std::uint64_t limit, std::uint64_t& value) {
+  if (word.empty() || word.size() > 20) return false;
+  value = 0;
+  for (char c : word) {
+    if (c < '0' || c > '9') return false;
+    const std::uint64_t digit = static_cast<std::uint64_t>(c - '0');
+    if (value > (limit - digit) / 10) return false;
+    value = value * 10 + digit;
+  }
+  return true;
+}
+
+// Walks a PLY file's header and body to check that every element the header announces is there
+// and consistent, before the importer reads it: the importer trusts the header's counts (an
+// element with a count and no properties makes it loop for as long as the count says) and converts
+// list counts without a range check. Every count is bounded by the bytes the file has, so this
+// walk itself ends after at most one step per byte.
 bool checkPly(std::FILE* file, long size, CString& what) {
   std::vector<char> bytes(static_cast<std::size_t>(size));
   std::fseek(file, 0, SEEK_SET);
@@ -280,15 +304,21 @@ bool checkPly(std::FILE* file, long size, CString& what) {
     return false;
   }
   struct Property {
-    int size = 0;       // scalar size, or the size of a list's items
-    int countSize = 0;  // non-zero for a list: size of its count
+    std::string name;
+    int size = 0;          // scalar size, or the size of a list's items
+    int countSize = 0;     // non-zero for a list: size of its count
+    bool countSigned = false;
+    bool itemFloat = false;
+    bool itemSigned = false;
   };
   struct Element {
-    long long count = 0;
+    std::string name;
+    std::uint64_t count = 0;
     std::vector<Property> properties;
   };
   std::vector<Element> elements;
   std::size_t pos = 0;
+  int lineNumber = 0;
   auto nextLine = [&](std::string& line) {
     if (pos >= bytes.size()) return false;
     std::size_t end = pos;
@@ -296,7 +326,12 @@ bool checkPly(std::FILE* file, long size, CString& what) {
     line.assign(bytes.data() + pos, end - pos);
     if (!line.empty() && line.back() == '\r') line.pop_back();
     pos = end + 1;
+    ++lineNumber;
     return true;
+  };
+  auto malformed = [&](const std::string& line, const char* why) {
+    what = CString::format("malformed PLY header (line %d, '%s': %s)", lineNumber, line.c_str(), why);
+    return false;
   };
   std::string line, format;
   if (!nextLine(line) || line != "ply") {
@@ -305,21 +340,36 @@ bool checkPly(std::FILE* file, long size, CString& what) {
   }
   bool ended = false;
   while (nextLine(line)) {
+    // A header cut short ends in a partial line; say so rather than judge the fragment.
+    if (pos > bytes.size()) break;
     std::istringstream words(line);
     std::string keyword;
     words >> keyword;
     if (keyword == "format") {
-      words >> format;
-    } else if (keyword == "element") {
-      std::string name;
-      Element element;
-      if (!(words >> name >> element.count) || element.count < 0) {
-        what = CString::format("malformed PLY header line '%s'", line.c_str());
+      std::string version;
+      if (!format.empty()) return malformed(line, "a second format line");
+      if (!(words >> format >> version)) return malformed(line, "expected a format and a version");
+      if (format != "ascii" && format != "binary_little_endian" && format != "binary_big_endian") {
+        what = CString::format("unknown PLY format '%s'", format.c_str());
         return false;
       }
-      elements.push_back(element);
+    } else if (keyword == "element") {
+      Element element;
+      std::string count, extra;
+      if (!(words >> element.name >> count) || (words >> extra)) {
+        return malformed(line, "expected an element name and a count");
+      }
+      // The importer keeps counts in 32 bits.
+      if (!parseCount(count, 0xFFFFFFFFu, element.count)) {
+        return malformed(line, "the count is not a whole number below 2^32");
+      }
+      for (const Element& other : elements) {
+        if (other.name == element.name) return malformed(line, "an element of that name is already declared");
+      }
+      elements.push_back(std::move(element));
     } else if (keyword == "property") {
-      std::string type;
+      if (elements.empty()) return malformed(line, "a property before any element");
+      std::string type, extra;
       words >> type;
       Property property;
       if (type == "list") {
@@ -327,76 +377,141 @@ bool checkPly(std::FILE* file, long size, CString& what) {
         words >> countType >> itemType;
         property.countSize = plyScalarSize(countType);
         property.size = plyScalarSize(itemType);
+        if (property.countSize == 0 || property.size == 0 || plyIsFloat(countType)) {
+          return malformed(line, "a list needs an integer count type and a known item type");
+        }
+        property.countSigned = plyIsSigned(countType);
+        property.itemFloat = plyIsFloat(itemType);
+        property.itemSigned = plyIsSigned(itemType);
       } else {
         property.size = plyScalarSize(type);
+        if (property.size == 0) return malformed(line, "unknown property type");
+        property.itemFloat = plyIsFloat(type);
+        property.itemSigned = plyIsSigned(type);
       }
-      if (elements.empty() || property.size == 0 || (type == "list" && property.countSize == 0)) {
-        what = CString::format("malformed PLY header line '%s'", line.c_str());
-        return false;
+      if (!(words >> property.name) || (words >> extra)) return malformed(line, "expected a property name");
+      for (const Property& other : elements.back().properties) {
+        if (other.name == property.name) return malformed(line, "a property of that name is already declared");
       }
-      elements.back().properties.push_back(property);
+      elements.back().properties.push_back(std::move(property));
     } else if (keyword == "end_header") {
       ended = true;
       break;
+    } else if (keyword != "comment" && keyword != "obj_info" && !keyword.empty()) {
+      return malformed(line, "unknown keyword");
     }
   }
   if (!ended) {
     what = "truncated PLY header (no end_header)";
     return false;
   }
-  const bool ascii = format == "ascii";
-  const bool little = format == "binary_little_endian";
-  if (!ascii && !little && format != "binary_big_endian") {
-    what = CString::format("unknown PLY format '%s'", format.c_str());
+  if (format.empty()) {
+    what = "malformed PLY header (no format line)";
     return false;
   }
-  auto readToken = [&](double& value) {
+  const bool ascii = format == "ascii";
+  const bool little = format == "binary_little_endian";
+  pos = std::min(pos, bytes.size());  // end_header may be the last line, without its line feed
+  const std::size_t body = bytes.size() - pos;
+  std::uint64_t vertexCount = 0;
+  for (const Element& element : elements) {
+    if (element.name == "vertex") vertexCount = element.count;
+    // Each entry takes at least one byte of the body (a binary scalar, or a digit), so a count
+    // beyond the body's size is a lie, whatever the entries would hold.
+    if (element.count > 0 && element.properties.empty()) {
+      what = CString::format("malformed PLY header (element '%s' has %llu entries but no properties)",
+                             element.name.c_str(), static_cast<unsigned long long>(element.count));
+      return false;
+    }
+    std::uint64_t entryBytes = 0;
+    for (const Property& property : element.properties) {
+      entryBytes += ascii ? 1u : static_cast<std::uint64_t>(property.countSize ? property.countSize : property.size);
+    }
+    if (element.count > body / std::max<std::uint64_t>(entryBytes, 1)) {
+      what = CString::format("malformed PLY header (element '%s' claims %llu entries, more than the %zu bytes of "
+                             "data can hold)",
+                             element.name.c_str(), static_cast<unsigned long long>(element.count), body);
+      return false;
+    }
+  }
+  std::string token;
+  // The next white-space separated word of an ASCII body.
+  auto readToken = [&]() {
     while (pos < bytes.size() && std::isspace(static_cast<unsigned char>(bytes[pos]))) ++pos;
-    if (pos >= bytes.size()) return false;
-    char* end = nullptr;
-    std::string token;
+    token.clear();
     while (pos < bytes.size() && !std::isspace(static_cast<unsigned char>(bytes[pos]))) token += bytes[pos++];
-    value = std::strtod(token.c_str(), &end);
-    return end && *end == '\0';
+    return !token.empty();
   };
-  auto readCount = [&](int countSize, double& value) {
-    if (ascii) return readToken(value);
-    if (pos + countSize > bytes.size()) return false;
+  // Reads one binary integer of `bytesCount` bytes; false at the end of the data.
+  auto readInteger = [&](int byteCount, bool isSigned, std::int64_t& value) {
+    if (static_cast<std::size_t>(byteCount) > bytes.size() - pos) return false;
     std::uint64_t raw = 0;
-    for (int i = 0; i < countSize; ++i) {
-      const std::uint64_t byte = static_cast<unsigned char>(bytes[pos + (little ? i : countSize - 1 - i)]);
+    for (int i = 0; i < byteCount; ++i) {
+      const std::uint64_t byte = static_cast<unsigned char>(bytes[pos + (little ? i : byteCount - 1 - i)]);
       raw |= byte << (8 * i);
     }
-    pos += countSize;
-    value = static_cast<double>(raw);
+    pos += static_cast<std::size_t>(byteCount);
+    if (isSigned && byteCount < 8 && (raw >> (8 * byteCount - 1)) != 0) {
+      value = static_cast<std::int64_t>(raw) - (std::int64_t(1) << (8 * byteCount));
+    } else {
+      value = static_cast<std::int64_t>(raw);
+    }
     return true;
   };
+  auto dataError = [&](const Element& element, std::uint64_t entry, const char* why) {
+    what = CString::format("truncated or malformed PLY data (element '%s' entry %llu: %s)", element.name.c_str(),
+                           static_cast<unsigned long long>(entry), why);
+    return false;
+  };
   for (const Element& element : elements) {
-    for (long long i = 0; i < element.count; ++i) {
+    const bool faces = element.name == "face";
+    for (std::uint64_t i = 0; i < element.count; ++i) {
       for (const Property& property : element.properties) {
-        double value = 0;
-        long long items = 1;
+        // Face corners must name vertices that exist: the importer does not check them.
+        const bool corners = faces && (property.name == "vertex_indices" || property.name == "vertex_index");
+        std::uint64_t items = 1;
         if (property.countSize) {
-          if (!readCount(property.countSize, value) || value < 0) {
-            what = "truncated or malformed PLY data";
-            return false;
-          }
-          items = static_cast<long long>(value);
-        }
-        if (ascii) {
-          for (long long k = 0; k < items; ++k) {
-            if (!readToken(value)) {
-              what = "truncated or malformed PLY data";
+          const std::size_t left = bytes.size() - pos;
+          if (ascii) {
+            if (!readToken()) return dataError(element, i, "the data ends before a list count");
+            if (!parseCount(token, left, items)) return dataError(element, i, "a list count out of range");
+          } else {
+            std::int64_t count = 0;
+            if (!readInteger(property.countSize, property.countSigned, count)) {
+              return dataError(element, i, "the data ends before a list count");
+            }
+            if (count < 0) return dataError(element, i, "a negative list count");
+            if (static_cast<std::uint64_t>(count) > (left - property.countSize) / property.size) {
+              what = CString::format("truncated PLY data (element '%s' entry %llu: a list of %lld items runs past "
+                                     "the end of the file)",
+                                     element.name.c_str(), static_cast<unsigned long long>(i),
+                                     static_cast<long long>(count));
               return false;
             }
+            items = static_cast<std::uint64_t>(count);
           }
-        } else {
-          const std::size_t need = static_cast<std::size_t>(items) * property.size;
-          if (need > bytes.size() - pos) {
-            what = "truncated PLY data";
-            return false;
+        }
+        for (std::uint64_t k = 0; k < items; ++k) {
+          if (ascii) {
+            if (!readToken()) return dataError(element, i, "the data ends early");
+            char* end = nullptr;
+            const double value = std::strtod(token.c_str(), &end);
+            if (!end || *end != '\0') return dataError(element, i, "a value is not a number");
+            if (corners && !(value >= 0 && value < static_cast<double>(vertexCount) && value == std::floor(value))) {
+              return dataError(element, i, "a face names a missing vertex");
+            }
+          } else if (corners && !property.itemFloat) {
+            std::int64_t index = 0;
+            if (!readInteger(property.size, property.itemSigned, index)) return dataError(element, i, "the data ends early");
+            if (index < 0 || static_cast<std::uint64_t>(index) >= vertexCount) {
+              return dataError(element, i, "a face names a missing vertex");
+            }
+          } else {
+            if (static_cast<std::size_t>(property.size) > bytes.size() - pos) {
+              return dataError(element, i, "the data ends early");
+            }
+            pos += static_cast<std::size_t>(property.size);
           }
-          pos += need;
         }
       }
     }

@@ -502,6 +502,69 @@ TEST(MeshImport, APlyHeaderWithoutItsEndIsAnError) {
   expectError(path, "no end_header");
 }
 
+TEST(MeshImport, APlyElementWithACountButNoPropertiesIsAnError) {
+  const std::string path = tempPath("no_properties.ply");
+  writeFile(path, "ply\nformat ascii 1.0\nelement vertex 3000000000\nelement face 0\nend_header\n\n");
+  expectError(path, "element 'vertex' has 3000000000 entries but no properties");
+}
+
+TEST(MeshImport, APlyElementCountBeyondTheFileSizeIsAnError) {
+  const std::string path = tempPath("huge_count.ply");
+  writeFile(path, "ply\nformat binary_little_endian 1.0\nelement vertex 100000000\nproperty float x\n"
+                  "property float y\nproperty float z\nend_header\n" + std::string(24, '\0'));
+  expectError(path, "claims 100000000 entries, more than the 24 bytes of data can hold");
+  writeFile(path, "ply\nformat ascii 1.0\nelement vertex 99999999999999999999999\nproperty float x\nend_header\n0\n");
+  expectError(path, "the count is not a whole number below 2^32");
+}
+
+// Counts that do not fit an integer must be refused before any conversion (the sanitizer stops
+// the program on an out-of-range conversion).
+TEST(MeshImport, APlyListCountOutOfRangeIsAnError) {
+  const std::string path = tempPath("list_count.ply");
+  const char* header = "ply\nformat ascii 1.0\nelement vertex 3\nproperty float x\nproperty float y\n"
+                       "property float z\nelement face 1\nproperty list uchar int vertex_indices\nend_header\n"
+                       "0 0 0\n1 0 0\n0 1 0\n";
+  for (const char* count : {"1e300", "18446744073709551616", "-1", "3.5", "nan"}) {
+    SCOPED_TRACE(count);
+    writeFile(path, std::string(header) + count + " 0 1 2\n");
+    expectError(path, "a list count out of range");
+  }
+  std::string bytes = "ply\nformat binary_little_endian 1.0\nelement vertex 3\nproperty float x\nproperty float y\n"
+                      "property float z\nelement face 1\nproperty list uint int vertex_indices\nend_header\n";
+  bytes.append(3 * 12, '\0');
+  const std::uint32_t count = 0xFFFFFFFFu;
+  bytes.append(reinterpret_cast<const char*>(&count), 4);
+  bytes.append(12, '\0');
+  writeFile(path, bytes);
+  expectError(path, "a list of 4294967295 items runs past the end of the file");
+}
+
+TEST(MeshImport, APlyFaceNamingAMissingVertexIsAnError) {
+  const std::string path = tempPath("missing_vertex.ply");
+  writeFile(path, "ply\nformat ascii 1.0\nelement vertex 3\nproperty float x\nproperty float y\nproperty float z\n"
+                  "element face 1\nproperty list uchar int vertex_indices\nend_header\n0 0 0\n1 0 0\n0 1 0\n3 0 1 7\n");
+  expectError(path, "a face names a missing vertex");
+  std::string bytes = "ply\nformat binary_big_endian 1.0\nelement vertex 3\nproperty float x\nproperty float y\n"
+                      "property float z\nelement face 1\nproperty list uchar int vertex_indices\nend_header\n";
+  bytes.append(3 * 12, '\0');
+  bytes += '\3';
+  for (std::uint32_t index : {0u, 1u, 0xFFFFFFFEu}) {  // the last is -2 as a signed int
+    for (int shift = 24; shift >= 0; shift -= 8) bytes += static_cast<char>((index >> shift) & 0xFF);
+  }
+  writeFile(path, bytes);
+  expectError(path, "a face names a missing vertex");
+}
+
+TEST(MeshImport, APlyHeaderLineThatMakesNoSenseNamesTheLine) {
+  const std::string path = tempPath("bad_header.ply");
+  writeFile(path, "ply\nformat ascii 1.0\nelement vertex 3\nproperty floot x\nend_header\n0\n1\n2\n");
+  expectError(path, "line 4, 'property floot x': unknown property type");
+  writeFile(path, "ply\nformat ascii 1.0\nproperty float x\nend_header\n");
+  expectError(path, "a property before any element");
+  writeFile(path, "ply\nformat ascii 1.0\nelement vertex 1\nproperty list float int i\nend_header\n1 0\n");
+  expectError(path, "a list needs an integer count type");
+}
+
 TEST(MeshImport, A3mfThatIsNotAZipIsAnError) {
   const std::string path = tempPath("notzip.3mf");
   writeFile(path, "this is not a zip archive at all");
