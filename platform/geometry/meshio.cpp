@@ -4,6 +4,7 @@
 #include <assimp/Importer.hpp>
 #include <assimp/postprocess.h>
 #include <assimp/scene.h>
+#include <zlib.h>
 
 #include <algorithm>
 #include <cctype>
@@ -435,11 +436,14 @@ bool checkPly(std::FILE* file, long size, CString& what) {
     }
   }
   std::string token;
-  // The next white-space separated word of an ASCII body.
+  // The importer reads an ASCII entry as one line, so an entry must be exactly one line: the
+  // words are read up to `lineEnd` only.
+  std::size_t lineEnd = 0;
+  auto isBlank = [](char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\f' || c == '\v'; };
   auto readToken = [&]() {
-    while (pos < bytes.size() && std::isspace(static_cast<unsigned char>(bytes[pos]))) ++pos;
+    while (pos < lineEnd && isBlank(bytes[pos])) ++pos;
     token.clear();
-    while (pos < bytes.size() && !std::isspace(static_cast<unsigned char>(bytes[pos]))) token += bytes[pos++];
+    while (pos < lineEnd && !isBlank(bytes[pos])) token += bytes[pos++];
     return !token.empty();
   };
   // Reads one binary integer of `bytesCount` bytes; false at the end of the data.
@@ -466,6 +470,11 @@ bool checkPly(std::FILE* file, long size, CString& what) {
   for (const Element& element : elements) {
     const bool faces = element.name == "face";
     for (std::uint64_t i = 0; i < element.count; ++i) {
+      if (ascii) {
+        if (pos >= bytes.size()) return dataError(element, i, "the data ends early");
+        lineEnd = pos;
+        while (lineEnd < bytes.size() && bytes[lineEnd] != '\n') ++lineEnd;
+      }
       for (const Property& property : element.properties) {
         // Face corners must name vertices that exist: the importer does not check them.
         const bool corners = faces && (property.name == "vertex_indices" || property.name == "vertex_index");
@@ -490,6 +499,8 @@ bool checkPly(std::FILE* file, long size, CString& what) {
             }
             items = static_cast<std::uint64_t>(count);
           }
+          // Smaller polygons become points and lines, which the importer's later steps mishandle.
+          if (corners && items < 3) return dataError(element, i, "a face with fewer than 3 corners");
         }
         for (std::uint64_t k = 0; k < items; ++k) {
           if (ascii) {
@@ -514,7 +525,124 @@ bool checkPly(std::FILE* file, long size, CString& what) {
           }
         }
       }
+      if (ascii) {
+        if (readToken()) return dataError(element, i, "more values on its line than its properties");
+        pos = lineEnd + 1;
+      }
     }
+  }
+  return true;
+}
+
+std::uint32_t readLe32(const unsigned char* p) noexcept {
+  return p[0] | (p[1] << 8) | (p[2] << 16) | (static_cast<std::uint32_t>(p[3]) << 24);
+}
+std::uint32_t readLe16(const unsigned char* p) noexcept { return p[0] | (p[1] << 8); }
+
+// A 3MF file is a zip archive. The importer's zip reader stops the whole program (an assertion)
+// when an entry's checksum does not match, so every entry is read and checked here first: the
+// directory within the file, each entry's local header and data within the file, stored or
+// deflated data only, and the size and checksum the directory gives. Inflation is bounded by the
+// size the directory gives, so a small file cannot make this expand without end.
+bool checkZip(std::FILE* file, long size, CString& what) {
+  std::vector<unsigned char> bytes(static_cast<std::size_t>(size));
+  std::fseek(file, 0, SEEK_SET);
+  if (std::fread(bytes.data(), 1, bytes.size(), file) != bytes.size()) {
+    what = "cannot read the file";
+    return false;
+  }
+  const std::size_t n = bytes.size();
+  // The end record is the last 22 bytes, unless an archive comment (at most 65535 bytes) follows.
+  std::size_t end = n;
+  for (std::size_t back = 22; back <= std::min<std::size_t>(n, 22 + 65535); ++back) {
+    if (readLe32(&bytes[n - back]) == 0x06054b50u) {
+      end = n - back;
+      break;
+    }
+  }
+  if (end == n) {
+    what = "not a 3MF file (not a zip archive: no end of central directory)";
+    return false;
+  }
+  const unsigned char* record = &bytes[end];
+  const std::uint32_t entries = readLe16(record + 10);
+  const std::uint64_t directorySize = readLe32(record + 12);
+  const std::uint64_t directoryOffset = readLe32(record + 16);
+  if (directoryOffset + directorySize > end) {
+    what = "malformed 3MF archive (the central directory lies outside the file)";
+    return false;
+  }
+  if (entries == 0) {
+    what = "malformed 3MF archive (no entries)";
+    return false;
+  }
+  std::vector<unsigned char> out(1 << 16);
+  std::size_t at = static_cast<std::size_t>(directoryOffset);
+  for (std::uint32_t e = 0; e < entries; ++e) {
+    auto bad = [&](const char* why) {
+      what = CString::format("malformed 3MF archive (entry %u: %s)", e, why);
+      return false;
+    };
+    if (at + 46 > end || readLe32(&bytes[at]) != 0x02014b50u) return bad("a broken central directory record");
+    const unsigned char* central = &bytes[at];
+    const std::uint32_t flags = readLe16(central + 8);
+    const std::uint32_t method = readLe16(central + 10);
+    const std::uint32_t crc = readLe32(central + 16);
+    const std::uint64_t packed = readLe32(central + 20);
+    const std::uint64_t unpacked = readLe32(central + 24);
+    const std::size_t nameLength = readLe16(central + 28);
+    const std::size_t extraLength = readLe16(central + 30);
+    const std::size_t commentLength = readLe16(central + 32);
+    const std::uint64_t local = readLe32(central + 42);
+    at += 46 + nameLength + extraLength + commentLength;
+    if (at > end) return bad("a broken central directory record");
+    if (packed == 0xFFFFFFFFu || unpacked == 0xFFFFFFFFu || local == 0xFFFFFFFFu) return bad("zip64 is not supported");
+    if (flags & 1) return bad("encrypted");
+    if (local + 30 > directoryOffset || readLe32(&bytes[local]) != 0x04034b50u) return bad("a broken local header");
+    const unsigned char* header = &bytes[local];
+    const std::uint64_t data = local + 30 + readLe16(header + 26) + readLe16(header + 28);
+    if (data + packed > directoryOffset) return bad("its data lies outside the file");
+    if (readLe16(header + 8) != method) return bad("its local header disagrees with the directory");
+    // Without a trailing descriptor (flag bit 3) the local header repeats checksum and sizes.
+    if (!(flags & 8) && (readLe32(header + 14) != crc || readLe32(header + 18) != packed ||
+                         readLe32(header + 22) != unpacked)) {
+      return bad("its local header disagrees with the directory");
+    }
+    const unsigned char* source = &bytes[static_cast<std::size_t>(data)];
+    uLong sum = crc32(0L, Z_NULL, 0);
+    std::uint64_t produced = 0;
+    if (method == 0) {
+      if (packed != unpacked) return bad("stored data whose sizes differ");
+      for (std::uint64_t done = 0; done < packed;) {
+        const uInt chunk = static_cast<uInt>(std::min<std::uint64_t>(packed - done, 1u << 30));
+        sum = crc32(sum, source + done, chunk);
+        done += chunk;
+      }
+      produced = packed;
+    } else if (method == 8) {
+      z_stream stream{};
+      if (inflateInit2(&stream, -MAX_WBITS) != Z_OK) return bad("cannot start inflating");
+      stream.next_in = const_cast<Bytef*>(source);
+      stream.avail_in = static_cast<uInt>(packed);
+      int status = Z_OK;
+      while (status == Z_OK) {
+        stream.next_out = out.data();
+        stream.avail_out = static_cast<uInt>(out.size());
+        status = inflate(&stream, Z_NO_FLUSH);
+        const std::size_t got = out.size() - stream.avail_out;
+        produced += got;
+        sum = crc32(sum, out.data(), static_cast<uInt>(got));
+        if (produced > unpacked) break;
+        if (status == Z_OK && got == 0 && stream.avail_in == 0) status = Z_BUF_ERROR;  // cut short
+      }
+      inflateEnd(&stream);
+      if (produced > unpacked) return bad("it inflates to more than its stated size");
+      if (status != Z_STREAM_END) return bad("corrupt deflated data");
+    } else {
+      return bad("compressed with a method other than deflate");
+    }
+    if (produced != unpacked) return bad("its data is not of its stated size");
+    if (static_cast<std::uint32_t>(sum) != crc) return bad("checksum mismatch");
   }
   return true;
 }
@@ -555,10 +683,13 @@ bool importMesh(const CString& path, CompactMesh& mesh, CString* error) {
     return false;
   }
   const bool objFile = endsWith(name, ".obj");
-  if (stl || objFile || endsWith(name, ".ply")) {
+  const bool plyFile = endsWith(name, ".ply");
+  {
     CString what;
-    const bool ok = stl ? checkStl(file.get(), size, what)
-                        : objFile ? checkObj(file.get(), size, what) : checkPly(file.get(), size, what);
+    const bool ok = stl       ? checkStl(file.get(), size, what)
+                    : objFile ? checkObj(file.get(), size, what)
+                    : plyFile ? checkPly(file.get(), size, what)
+                              : checkZip(file.get(), size, what);
     if (!ok) {
       setError(error, path, what);
       return false;

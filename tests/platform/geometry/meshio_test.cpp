@@ -1,6 +1,7 @@
 #include "platform/geometry/meshio.h"
 
 #include "platform/geometry/construct.h"
+#include "meshfiles.h"
 #include "testmeshes.h"
 
 #include <gtest/gtest.h>
@@ -18,6 +19,7 @@
 using namespace ruGeom;
 using ruLinear::Point;
 using ruString::CString;
+using namespace meshfiles;
 
 namespace {
 
@@ -41,161 +43,6 @@ std::string tempPath(const std::string& name) {
 void writeFile(const std::string& path, const std::string& bytes) {
   std::ofstream out(path, std::ios::binary);
   out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-}
-
-// The unit cube as a triangle soup: every triangle with its own three corners.
-struct Soup {
-  std::vector<Point> corners;  // three a triangle, counter-clockwise from outside
-};
-
-Soup cubeSoup() {
-  CompactMesh cube;
-  constructCuboid(ruLinear::Range3d(Point(0, 0, 0), Point(1, 2, 3)), cube);
-  Soup soup;
-  for (int i = 0; i < cube.getNumTriangles() * 3; ++i) soup.corners.push_back(cube.getVertices()[cube.getTriangles()[i]].asPoint());
-  return soup;
-}
-
-std::string asciiStl(const Soup& soup) {
-  std::ostringstream text;
-  text << "solid cube\n";
-  for (std::size_t i = 0; i < soup.corners.size(); i += 3) {
-    text << "  facet normal 0 0 0\n    outer loop\n";
-    for (int c = 0; c < 3; ++c) {
-      const Point& p = soup.corners[i + c];
-      text << "      vertex " << p.x << " " << p.y << " " << p.z << "\n";
-    }
-    text << "    endloop\n  endfacet\n";
-  }
-  text << "endsolid cube\n";
-  return text.str();
-}
-
-std::string binaryStl(const Soup& soup, const char* header = "test") {
-  std::string bytes(80, '\0');
-  std::memcpy(bytes.data(), header, std::strlen(header));
-  const std::uint32_t count = static_cast<std::uint32_t>(soup.corners.size() / 3);
-  bytes.append(reinterpret_cast<const char*>(&count), 4);
-  for (std::size_t i = 0; i < soup.corners.size(); i += 3) {
-    float facet[12] = {0, 0, 0};
-    for (int c = 0; c < 3; ++c) {
-      facet[3 + 3 * c] = static_cast<float>(soup.corners[i + c].x);
-      facet[4 + 3 * c] = static_cast<float>(soup.corners[i + c].y);
-      facet[5 + 3 * c] = static_cast<float>(soup.corners[i + c].z);
-    }
-    bytes.append(reinterpret_cast<const char*>(facet), sizeof facet);
-    bytes.append(2, '\0');
-  }
-  return bytes;
-}
-
-// An indexed cube: 8 corners and 12 triangles, for the indexed formats.
-struct Indexed {
-  std::vector<Point> vertices;
-  std::vector<std::uint32_t> triangles;
-};
-
-Indexed cubeIndexed() {
-  Indexed mesh;
-  for (int i = 0; i < 8; ++i) mesh.vertices.push_back(Point(i & 1, (i >> 1) & 1, (i >> 2) & 1));
-  // Quads counter-clockwise from outside, split in two.
-  const std::uint32_t quads[6][4] = {{0, 2, 3, 1}, {4, 5, 7, 6}, {0, 1, 5, 4}, {2, 6, 7, 3}, {0, 4, 6, 2}, {1, 3, 7, 5}};
-  for (const auto& q : quads) {
-    mesh.triangles.insert(mesh.triangles.end(), {q[0], q[1], q[2], q[0], q[2], q[3]});
-  }
-  return mesh;
-}
-
-std::string obj(const Indexed& mesh) {
-  std::ostringstream text;
-  text << "# cube\no cube\n";
-  for (const Point& p : mesh.vertices) text << "v " << p.x << " " << p.y << " " << p.z << "\n";
-  for (std::size_t i = 0; i < mesh.triangles.size(); i += 3) {
-    text << "f " << mesh.triangles[i] + 1 << " " << mesh.triangles[i + 1] + 1 << " " << mesh.triangles[i + 2] + 1 << "\n";
-  }
-  return text.str();
-}
-
-std::string ply(const Indexed& mesh) {
-  std::ostringstream text;
-  text << "ply\nformat ascii 1.0\nelement vertex " << mesh.vertices.size()
-       << "\nproperty float x\nproperty float y\nproperty float z\nelement face " << mesh.triangles.size() / 3
-       << "\nproperty list uchar int vertex_indices\nend_header\n";
-  for (const Point& p : mesh.vertices) text << p.x << " " << p.y << " " << p.z << "\n";
-  for (std::size_t i = 0; i < mesh.triangles.size(); i += 3) {
-    text << "3 " << mesh.triangles[i] << " " << mesh.triangles[i + 1] << " " << mesh.triangles[i + 2] << "\n";
-  }
-  return text.str();
-}
-
-std::uint32_t crc32(const std::string& data) {
-  std::uint32_t crc = 0xFFFFFFFFu;
-  for (unsigned char byte : data) {
-    crc ^= byte;
-    for (int k = 0; k < 8; ++k) crc = (crc >> 1) ^ (0xEDB88320u & (0u - (crc & 1u)));
-  }
-  return ~crc;
-}
-
-void put16(std::string& out, std::uint16_t v) { out.append(reinterpret_cast<const char*>(&v), 2); }
-void put32(std::string& out, std::uint32_t v) { out.append(reinterpret_cast<const char*>(&v), 4); }
-
-// A zip archive of stored (uncompressed) entries.
-std::string storedZip(const std::vector<std::pair<std::string, std::string>>& entries) {
-  std::string out, central;
-  for (const auto& [name, data] : entries) {
-    const std::uint32_t offset = static_cast<std::uint32_t>(out.size());
-    const std::uint32_t crc = crc32(data);
-    put32(out, 0x04034b50u);
-    put16(out, 20), put16(out, 0), put16(out, 0), put16(out, 0), put16(out, 0x21);
-    put32(out, crc), put32(out, static_cast<std::uint32_t>(data.size())), put32(out, static_cast<std::uint32_t>(data.size()));
-    put16(out, static_cast<std::uint16_t>(name.size())), put16(out, 0);
-    out += name;
-    out += data;
-    put32(central, 0x02014b50u);
-    put16(central, 20), put16(central, 20), put16(central, 0), put16(central, 0), put16(central, 0), put16(central, 0x21);
-    put32(central, crc), put32(central, static_cast<std::uint32_t>(data.size())),
-        put32(central, static_cast<std::uint32_t>(data.size()));
-    put16(central, static_cast<std::uint16_t>(name.size())), put16(central, 0), put16(central, 0);
-    put16(central, 0), put16(central, 0), put32(central, 0), put32(central, offset);
-    central += name;
-  }
-  const std::uint32_t centralOffset = static_cast<std::uint32_t>(out.size());
-  out += central;
-  put32(out, 0x06054b50u);
-  put16(out, 0), put16(out, 0);
-  put16(out, static_cast<std::uint16_t>(entries.size())), put16(out, static_cast<std::uint16_t>(entries.size()));
-  put32(out, static_cast<std::uint32_t>(central.size())), put32(out, centralOffset);
-  put16(out, 0);
-  return out;
-}
-
-std::string threeMf(const Indexed& mesh) {
-  std::ostringstream model;
-  model << "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
-        << "<model unit=\"millimeter\" xml:lang=\"en-US\" "
-           "xmlns=\"http://schemas.microsoft.com/3dmanufacturing/core/2015/02\">\n"
-        << " <resources>\n  <object id=\"1\" type=\"model\">\n   <mesh>\n    <vertices>\n";
-  for (const Point& p : mesh.vertices) model << "     <vertex x=\"" << p.x << "\" y=\"" << p.y << "\" z=\"" << p.z << "\" />\n";
-  model << "    </vertices>\n    <triangles>\n";
-  for (std::size_t i = 0; i < mesh.triangles.size(); i += 3) {
-    model << "     <triangle v1=\"" << mesh.triangles[i] << "\" v2=\"" << mesh.triangles[i + 1] << "\" v3=\""
-          << mesh.triangles[i + 2] << "\" />\n";
-  }
-  model << "    </triangles>\n   </mesh>\n  </object>\n </resources>\n <build>\n  <item objectid=\"1\" />\n </build>\n</model>\n";
-  const std::string types =
-      "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
-      "<Types xmlns=\"http://schemas.openxmlformats.org/package/2006/content-types\">"
-      "<Default Extension=\"rels\" ContentType=\"application/vnd.openxmlformats-package.relationships+xml\" />"
-      "<Default Extension=\"model\" ContentType=\"application/vnd.ms-package.3dmanufacturing-3dmodel+xml\" />"
-      "</Types>\n";
-  const std::string rels =
-      "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
-      "<Relationships xmlns=\"http://schemas.openxmlformats.org/package/2006/relationships\">"
-      "<Relationship Target=\"/3D/3dmodel.model\" Id=\"rel0\" "
-      "Type=\"http://schemas.microsoft.com/3dmanufacturing/2013/01/3dmodel\" />"
-      "</Relationships>\n";
-  return storedZip({{"[Content_Types].xml", types}, {"_rels/.rels", rels}, {"3D/3dmodel.model", model.str()}});
 }
 
 // The set of triangles as sets of corner positions, so that meshes compare whatever the vertex
@@ -582,6 +429,27 @@ TEST(MeshImport, ATruncated3mfIsAnError) {
   CString error;
   EXPECT_FALSE(importMesh(path, mesh, &error));
   EXPECT_NE(error.str().find(path), std::string::npos) << error.c_str();
+}
+
+// The importer's zip reader stops the program on a checksum mismatch: the archive is checked first.
+TEST(MeshImport, A3mfWhoseEntryChecksumIsWrongIsAnErrorNotAnAbort) {
+  const std::string path = tempPath("bad_crc.3mf");
+  std::string bytes = threeMf(cubeIndexed());
+  const std::size_t model = bytes.find("<vertex x=");
+  ASSERT_NE(model, std::string::npos);
+  bytes[model + 12] = bytes[model + 12] == '1' ? '0' : '1';  // a coordinate digit: still good XML
+  writeFile(path, bytes);
+  expectError(path, "checksum mismatch");
+}
+
+TEST(MeshImport, A3mfWhoseDirectoryPointsOutsideTheFileIsAnError) {
+  const std::string path = tempPath("bad_directory.3mf");
+  std::string bytes = threeMf(cubeIndexed());
+  // The end record's directory offset, 16 bytes into the last 22.
+  const std::uint32_t offset = 0x7FFFFFF0u;
+  std::memcpy(&bytes[bytes.size() - 22 + 16], &offset, 4);
+  writeFile(path, bytes);
+  expectError(path, "the central directory lies outside the file");
 }
 
 TEST(MeshImport, AnUnsupportedExtensionIsAnError) {
