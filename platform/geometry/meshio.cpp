@@ -286,7 +286,7 @@ bool parseCount(const std::string& word, std::uint64_t limit, std::uint64_t& val
   for (char c : word) {
     if (c < '0' || c > '9') return false;
     const std::uint64_t digit = static_cast<std::uint64_t>(c - '0');
-    if (value > (limit - digit) / 10) return false;
+    if (digit > limit || value > (limit - digit) / 10) return false;
     value = value * 10 + digit;
   }
   return true;
@@ -417,13 +417,13 @@ bool checkPly(std::FILE* file, long size, CString& what) {
   std::uint64_t vertexCount = 0;
   for (const Element& element : elements) {
     if (element.name == "vertex") vertexCount = element.count;
-    // Each entry takes at least one byte of the body (a binary scalar, or a digit), so a count
-    // beyond the body's size is a lie, whatever the entries would hold.
     if (element.count > 0 && element.properties.empty()) {
       what = CString::format("malformed PLY header (element '%s' has %llu entries but no properties)",
                              element.name.c_str(), static_cast<unsigned long long>(element.count));
       return false;
     }
+    // An entry takes at least one byte a property (a binary scalar or list count, or a digit), so
+    // a count beyond what the body can hold is a lie, whatever the entries would hold.
     std::uint64_t entryBytes = 0;
     for (const Property& property : element.properties) {
       entryBytes += ascii ? 1u : static_cast<std::uint64_t>(property.countSize ? property.countSize : property.size);
@@ -446,7 +446,7 @@ bool checkPly(std::FILE* file, long size, CString& what) {
     while (pos < lineEnd && !isBlank(bytes[pos])) token += bytes[pos++];
     return !token.empty();
   };
-  // Reads one binary integer of `bytesCount` bytes; false at the end of the data.
+  // Reads one binary integer of `byteCount` bytes; false at the end of the data.
   auto readInteger = [&](int byteCount, bool isSigned, std::int64_t& value) {
     if (static_cast<std::size_t>(byteCount) > bytes.size() - pos) return false;
     std::uint64_t raw = 0;

@@ -402,6 +402,30 @@ TEST(MeshImport, APlyFaceNamingAMissingVertexIsAnError) {
   expectError(path, "a face names a missing vertex");
 }
 
+// The importer reads an ASCII entry as one line: an entry spread over two lines made it build
+// faces from the wrong numbers and crash.
+TEST(MeshImport, AnAsciiPlyEntryIsExactlyOneLine) {
+  const std::string path = tempPath("entry_lines.ply");
+  const std::string header = "ply\nformat ascii 1.0\nelement vertex 3\nproperty float x\nproperty float y\n"
+                             "property float z\nelement face 1\nproperty list uchar int vertex_indices\nend_header\n";
+  writeFile(path, header + "0 0 0\n1 0\n0\n0 1 0\n3 0 1 2\n");
+  expectError(path, "element 'vertex' entry 1: the data ends early");
+  writeFile(path, header + "0 0 0 1\n1 0 0\n0 1 0\n3 0 1 2\n");
+  expectError(path, "element 'vertex' entry 0: more values on its line than its properties");
+  writeFile(path, header + "0 0 0\r\n1 0 0\r\n0 1 0\r\n3 0 1 2\r\n");
+  CompactMesh mesh;
+  CString error;
+  EXPECT_TRUE(importMesh(path, mesh, &error)) << error.c_str();
+}
+
+TEST(MeshImport, APlyFaceOfFewerThanThreeCornersIsAnError) {
+  const std::string path = tempPath("small_face.ply");
+  writeFile(path, "ply\nformat ascii 1.0\nelement vertex 3\nproperty float x\nproperty float y\nproperty float z\n"
+                  "element face 2\nproperty list uchar int vertex_indices\nend_header\n0 0 0\n1 0 0\n0 1 0\n"
+                  "3 0 1 2\n0\n");
+  expectError(path, "element 'face' entry 1: a face with fewer than 3 corners");
+}
+
 TEST(MeshImport, APlyHeaderLineThatMakesNoSenseNamesTheLine) {
   const std::string path = tempPath("bad_header.ply");
   writeFile(path, "ply\nformat ascii 1.0\nelement vertex 3\nproperty floot x\nend_header\n0\n1\n2\n");
