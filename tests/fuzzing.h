@@ -43,6 +43,16 @@ struct Mutation {
   std::string name;  // what was done, to name the case
 };
 
+// Added to every seed: 0 unless FUZZ_SEED is set in the environment, for a longer search by hand
+// (the tests as they run are deterministic).
+inline std::uint64_t seedOffset() {
+  static const std::uint64_t offset = [] {
+    const char* text = std::getenv("FUZZ_SEED");
+    return text ? std::strtoull(text, nullptr, 10) : 0ull;
+  }();
+  return offset;
+}
+
 // Numbers that break careless readers: past 32 and 64 bits, negative, not finite, exponents.
 inline const std::vector<std::string>& hostileNumbers() {
   static const std::vector<std::string> numbers = {
@@ -57,7 +67,7 @@ inline const std::vector<std::string>& hostileNumbers() {
 // thousands of times at a random place (deep nesting, for formats that nest; for the others a
 // long run of junk).
 inline Mutation mutate(const std::string& original, std::uint64_t seed, int index, const std::string& opener = "[") {
-  Random random(seed * 0x100000001B3ull + static_cast<std::uint64_t>(index));
+  Random random((seed + seedOffset()) * 0x100000001B3ull + static_cast<std::uint64_t>(index));
   Mutation m{original, ""};
   std::string& b = m.bytes;
   const std::size_t size = b.size();

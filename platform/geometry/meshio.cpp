@@ -539,11 +539,169 @@ std::uint32_t readLe32(const unsigned char* p) noexcept {
 }
 std::uint32_t readLe16(const unsigned char* p) noexcept { return p[0] | (p[1] << 8); }
 
+// One element of a strictly read XML text: its name, depth (0 for the root) and attributes.
+struct XmlElement {
+  std::string name;
+  int depth = 0;
+  std::vector<std::pair<std::string, std::string>> attributes;
+  const std::string* find(const char* key) const {
+    for (const auto& [k, v] : attributes) {
+      if (k == key) return &v;
+    }
+    return nullptr;
+  }
+};
+
+// Reads a small XML text strictly: declarations and comments, elements with quoted attributes
+// (no entities, no duplicates), matching end tags, one root, and nothing else. What passes
+// here any XML reader sees the same way; anything unusual is refused.
+bool readStrictXml(const std::string& text, std::vector<XmlElement>& elements) {
+  auto isNameChar = [](char c) {
+    return std::isalnum(static_cast<unsigned char>(c)) || c == '_' || c == ':' || c == '.' || c == '-';
+  };
+  auto isSpace = [](char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; };
+  std::vector<std::string> open;
+  bool rootSeen = false;
+  // Control characters, NUL above all (which ends the text for C readers), are refused.
+  for (char c : text) {
+    if (static_cast<unsigned char>(c) < 0x20 && !isSpace(c)) return false;
+  }
+  std::size_t p = text.compare(0, 3, "\xEF\xBB\xBF") == 0 ? 3 : 0;  // a byte order mark
+  const std::size_t n = text.size();
+  auto readName = [&](std::string& name) {
+    const std::size_t begin = p;
+    while (p < n && isNameChar(text[p])) ++p;
+    name.assign(text, begin, p - begin);
+    return !name.empty();
+  };
+  auto skipSpace = [&] {
+    while (p < n && isSpace(text[p])) ++p;
+  };
+  // Attributes up to the end of a tag: "/>" or ">" for an element, "?>" for the declaration.
+  // Sets `empty` for "/>".
+  auto readAttributes = [&](XmlElement& element, bool declaration, bool& empty) {
+    for (;;) {
+      const std::size_t before = p;
+      skipSpace();
+      if (p >= n) return false;
+      if (declaration ? text.compare(p, 2, "?>") == 0 : (text[p] == '>' || text.compare(p, 2, "/>") == 0)) break;
+      std::string key;
+      if (p == before || !readName(key)) return false;  // attributes stand apart
+      skipSpace();
+      if (p >= n || text[p] != '=') return false;
+      ++p;
+      skipSpace();
+      if (p >= n || (text[p] != '"' && text[p] != '\'')) return false;
+      const std::size_t end = text.find(text[p], p + 1);
+      if (end == std::string::npos) return false;
+      std::string value = text.substr(p + 1, end - p - 1);
+      if (value.find_first_of("<&") != std::string::npos || element.find(key.c_str())) return false;
+      element.attributes.emplace_back(std::move(key), std::move(value));
+      p = end + 1;
+    }
+    empty = text[p] != '>';
+    p += empty ? 2 : 1;
+    return true;
+  };
+  bool started = false;  // anything but white space read
+  while (p < n) {
+    if (text[p] != '<') {
+      if (text[p] == '&' || (open.empty() && !isSpace(text[p]))) return false;
+      ++p;
+      continue;
+    }
+    if (text.compare(p, 2, "<?") == 0) {
+      // Only the XML declaration, first of all.
+      if (started || text.compare(p, 6, "<?xml ") != 0) return false;
+      p += 5;
+      XmlElement declaration;
+      bool empty = false;
+      if (!readAttributes(declaration, true, empty)) return false;
+    } else if (text.compare(p, 4, "<!--") == 0) {
+      const std::size_t end = text.find("--", p + 4);
+      if (end == std::string::npos || text.compare(end, 3, "-->") != 0) return false;
+      p = end + 3;
+    } else if (text.compare(p, 2, "</") == 0) {
+      p += 2;
+      std::string name;
+      if (!readName(name) || open.empty() || open.back() != name) return false;
+      skipSpace();
+      if (p >= n || text[p] != '>') return false;
+      ++p;
+      open.pop_back();
+    } else {
+      ++p;
+      XmlElement element;
+      if ((open.empty() && rootSeen) || !readName(element.name)) return false;
+      element.depth = static_cast<int>(open.size());
+      bool empty = false;
+      if (!readAttributes(element, false, empty)) return false;
+      if (!empty) open.push_back(element.name);
+      rootSeen = true;
+      elements.push_back(std::move(element));
+    }
+    started = true;
+  }
+  return rootSeen && open.empty();
+}
+
+// Checks the package relationships: every one naming a 3D model must name, by a plain part name,
+// a part the archive holds, for the reader opens the one it picks without checking.
+bool checkModelRelationships(const std::string& relationships, const std::vector<std::string>& parts, CString& what) {
+  static const char* const modelType = "http://schemas.microsoft.com/3dmanufacturing/2013/01/3dmodel";
+  std::vector<XmlElement> elements;
+  if (!readStrictXml(relationships, elements) || elements.empty() || elements.front().name != "Relationships") {
+    what = "malformed 3MF package (its relationships are not plain, well-formed XML)";
+    return false;
+  }
+  int models = 0;
+  for (const XmlElement& element : elements) {
+    if (element.name != "Relationship") continue;
+    if (element.depth != 1) {
+      what = "malformed 3MF package (a relationship outside the relationships list)";
+      return false;
+    }
+    const std::string* type = element.find("Type");
+    if (!type || *type != modelType) continue;
+    ++models;
+    const std::string* id = element.find("Id");
+    const std::string* target = element.find("Target");
+    if (!id || id->empty() || !target) {
+      what = "malformed 3MF package (a 3D model relationship without its Id or Target)";
+      return false;
+    }
+    std::size_t slashes = 0;
+    while (slashes < 2 && slashes < target->size() && (*target)[slashes] == '/') ++slashes;
+    const std::string part = target->substr(slashes);
+    // Only plain part names: the reader's own spelling rules for others are not ours to guess.
+    const bool plain =
+        !part.empty() &&
+        part.find_first_not_of("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789._-/") == std::string::npos &&
+        part.find("//") == std::string::npos && part.find("./") == std::string::npos && part.front() != '.' &&
+        part.front() != '/';
+    if (!plain) {
+      what = CString::format("malformed 3MF package (unsupported 3D model part name '%s')", target->c_str());
+      return false;
+    }
+    if (std::find(parts.begin(), parts.end(), part) == parts.end()) {
+      what = CString::format("malformed 3MF package (the 3D model part '%s' is missing)", part.c_str());
+      return false;
+    }
+  }
+  if (models == 0) {
+    what = "malformed 3MF package (its relationships name no 3D model part)";
+    return false;
+  }
+  return true;
+}
+
 // A 3MF file is a zip archive. The importer's zip reader stops the whole program (an assertion)
 // when an entry's checksum does not match, so every entry is read and checked here first: the
 // directory within the file, each entry's local header and data within the file, stored or
 // deflated data only, and the size and checksum the directory gives. Inflation is bounded by the
-// size the directory gives, so a small file cannot make this expand without end.
+// size the directory gives, so a small file cannot make this expand without end. The reader also
+// stops the program when the model part the package's relationships name is missing, so that
+// part must be there.
 bool checkZip(std::FILE* file, long size, CString& what) {
   std::vector<unsigned char> bytes(static_cast<std::size_t>(size));
   std::fseek(file, 0, SEEK_SET);
@@ -577,6 +735,8 @@ bool checkZip(std::FILE* file, long size, CString& what) {
     return false;
   }
   std::vector<unsigned char> out(1 << 16);
+  std::vector<std::string> names;    // of the entries that hold data
+  std::string relationships;         // the text of _rels/.rels
   std::size_t at = static_cast<std::size_t>(directoryOffset);
   for (std::uint32_t e = 0; e < entries; ++e) {
     auto bad = [&](const char* why) {
@@ -594,6 +754,8 @@ bool checkZip(std::FILE* file, long size, CString& what) {
     const std::size_t extraLength = readLe16(central + 30);
     const std::size_t commentLength = readLe16(central + 32);
     const std::uint64_t local = readLe32(central + 42);
+    const std::string entryName(reinterpret_cast<const char*>(central + 46),
+                                std::min<std::size_t>(nameLength, end - std::min(end, at + 46)));
     at += 46 + nameLength + extraLength + commentLength;
     if (at > end) return bad("a broken central directory record");
     if (packed == 0xFFFFFFFFu || unpacked == 0xFFFFFFFFu || local == 0xFFFFFFFFu) return bad("zip64 is not supported");
@@ -602,13 +764,18 @@ bool checkZip(std::FILE* file, long size, CString& what) {
     const unsigned char* header = &bytes[local];
     const std::uint64_t data = local + 30 + readLe16(header + 26) + readLe16(header + 28);
     if (data + packed > directoryOffset) return bad("its data lies outside the file");
-    if (readLe16(header + 8) != method) return bad("its local header disagrees with the directory");
+    if (readLe16(header + 8) != method || readLe16(header + 26) != nameLength ||
+        std::memcmp(header + 30, entryName.data(), std::min<std::size_t>(nameLength, directoryOffset - local - 30)) != 0) {
+      return bad("its local header disagrees with the directory");
+    }
     // Without a trailing descriptor (flag bit 3) the local header repeats checksum and sizes.
     if (!(flags & 8) && (readLe32(header + 14) != crc || readLe32(header + 18) != packed ||
                          readLe32(header + 22) != unpacked)) {
       return bad("its local header disagrees with the directory");
     }
     const unsigned char* source = &bytes[static_cast<std::size_t>(data)];
+    const bool keep = entryName == "_rels/.rels";
+    if (keep && unpacked > (1u << 24)) return bad("package relationships larger than 16 MB");
     uLong sum = crc32(0L, Z_NULL, 0);
     std::uint64_t produced = 0;
     if (method == 0) {
@@ -619,6 +786,7 @@ bool checkZip(std::FILE* file, long size, CString& what) {
         done += chunk;
       }
       produced = packed;
+      if (keep) relationships.assign(reinterpret_cast<const char*>(source), static_cast<std::size_t>(packed));
     } else if (method == 8) {
       z_stream stream{};
       if (inflateInit2(&stream, -MAX_WBITS) != Z_OK) return bad("cannot start inflating");
@@ -633,6 +801,7 @@ bool checkZip(std::FILE* file, long size, CString& what) {
         produced += got;
         sum = crc32(sum, out.data(), static_cast<uInt>(got));
         if (produced > unpacked) break;
+        if (keep) relationships.append(reinterpret_cast<const char*>(out.data()), got);
         if (status == Z_OK && got == 0 && stream.avail_in == 0) status = Z_BUF_ERROR;  // cut short
       }
       inflateEnd(&stream);
@@ -643,8 +812,10 @@ bool checkZip(std::FILE* file, long size, CString& what) {
     }
     if (produced != unpacked) return bad("its data is not of its stated size");
     if (static_cast<std::uint32_t>(sum) != crc) return bad("checksum mismatch");
+    // The reader lists only entries that hold data, by their names up to 256 bytes.
+    if (unpacked > 0 && nameLength < 256) names.push_back(entryName);
   }
-  return true;
+  return checkModelRelationships(relationships, names, what);
 }
 
 struct KeyHash {

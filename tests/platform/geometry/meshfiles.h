@@ -6,6 +6,8 @@
 #include "platform/geometry/construct.h"
 #include "platform/geometry/mesh.h"
 
+#include <zlib.h>
+
 #include <cstdint>
 #include <cstring>
 #include <sstream>
@@ -140,21 +142,38 @@ inline std::uint32_t crc32(const std::string& data) {
 inline void put16(std::string& out, std::uint16_t v) { out.append(reinterpret_cast<const char*>(&v), 2); }
 inline void put32(std::string& out, std::uint32_t v) { out.append(reinterpret_cast<const char*>(&v), 4); }
 
-// A zip archive of stored (uncompressed) entries.
-inline std::string storedZip(const std::vector<std::pair<std::string, std::string>>& entries) {
+// Raw deflate (no zlib header), as zip archives hold it.
+inline std::string deflateRaw(const std::string& data) {
+  z_stream stream{};
+  deflateInit2(&stream, Z_BEST_COMPRESSION, Z_DEFLATED, -MAX_WBITS, 8, Z_DEFAULT_STRATEGY);
+  std::string out(deflateBound(&stream, static_cast<uLong>(data.size())), '\0');
+  stream.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(data.data()));
+  stream.avail_in = static_cast<uInt>(data.size());
+  stream.next_out = reinterpret_cast<Bytef*>(out.data());
+  stream.avail_out = static_cast<uInt>(out.size());
+  deflate(&stream, Z_FINISH);
+  out.resize(stream.total_out);
+  deflateEnd(&stream);
+  return out;
+}
+
+// A zip archive of the entries, stored as they are or deflated.
+inline std::string zipArchive(const std::vector<std::pair<std::string, std::string>>& entries, bool deflated) {
   std::string out, central;
+  const std::uint16_t method = deflated ? 8 : 0;
   for (const auto& [name, data] : entries) {
     const std::uint32_t offset = static_cast<std::uint32_t>(out.size());
     const std::uint32_t crc = crc32(data);
+    const std::string packed = deflated ? deflateRaw(data) : data;
     put32(out, 0x04034b50u);
-    put16(out, 20), put16(out, 0), put16(out, 0), put16(out, 0), put16(out, 0x21);
-    put32(out, crc), put32(out, static_cast<std::uint32_t>(data.size())), put32(out, static_cast<std::uint32_t>(data.size()));
+    put16(out, 20), put16(out, 0), put16(out, method), put16(out, 0), put16(out, 0x21);
+    put32(out, crc), put32(out, static_cast<std::uint32_t>(packed.size())), put32(out, static_cast<std::uint32_t>(data.size()));
     put16(out, static_cast<std::uint16_t>(name.size())), put16(out, 0);
     out += name;
-    out += data;
+    out += packed;
     put32(central, 0x02014b50u);
-    put16(central, 20), put16(central, 20), put16(central, 0), put16(central, 0), put16(central, 0), put16(central, 0x21);
-    put32(central, crc), put32(central, static_cast<std::uint32_t>(data.size())),
+    put16(central, 20), put16(central, 20), put16(central, 0), put16(central, method), put16(central, 0), put16(central, 0x21);
+    put32(central, crc), put32(central, static_cast<std::uint32_t>(packed.size())),
         put32(central, static_cast<std::uint32_t>(data.size()));
     put16(central, static_cast<std::uint16_t>(name.size())), put16(central, 0), put16(central, 0);
     put16(central, 0), put16(central, 0), put32(central, 0), put32(central, offset);
@@ -168,6 +187,10 @@ inline std::string storedZip(const std::vector<std::pair<std::string, std::strin
   put32(out, static_cast<std::uint32_t>(central.size())), put32(out, centralOffset);
   put16(out, 0);
   return out;
+}
+
+inline std::string storedZip(const std::vector<std::pair<std::string, std::string>>& entries) {
+  return zipArchive(entries, false);
 }
 
 // The 3D model part of a 3MF package.
@@ -187,23 +210,29 @@ inline std::string threeMfModel(const Indexed& mesh) {
   return model.str();
 }
 
-// A 3MF package (a zip archive) around the model part `model`.
-inline std::string threeMfPackage(const std::string& model) {
+// The package relationships of a 3MF file: its 3D model is /3D/3dmodel.model.
+inline std::string threeMfRelationships() {
+  return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
+         "<Relationships xmlns=\"http://schemas.openxmlformats.org/package/2006/relationships\">"
+         "<Relationship Target=\"/3D/3dmodel.model\" Id=\"rel0\" "
+         "Type=\"http://schemas.microsoft.com/3dmanufacturing/2013/01/3dmodel\" />"
+         "</Relationships>\n";
+}
+
+// A 3MF package (a zip archive, stored or deflated) around the model part `model`.
+inline std::string threeMfPackage(const std::string& model, bool deflated = false,
+                                  const std::string& rels = threeMfRelationships()) {
   const std::string types =
       "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
       "<Types xmlns=\"http://schemas.openxmlformats.org/package/2006/content-types\">"
       "<Default Extension=\"rels\" ContentType=\"application/vnd.openxmlformats-package.relationships+xml\" />"
       "<Default Extension=\"model\" ContentType=\"application/vnd.ms-package.3dmanufacturing-3dmodel+xml\" />"
       "</Types>\n";
-  const std::string rels =
-      "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
-      "<Relationships xmlns=\"http://schemas.openxmlformats.org/package/2006/relationships\">"
-      "<Relationship Target=\"/3D/3dmodel.model\" Id=\"rel0\" "
-      "Type=\"http://schemas.microsoft.com/3dmanufacturing/2013/01/3dmodel\" />"
-      "</Relationships>\n";
-  return storedZip({{"[Content_Types].xml", types}, {"_rels/.rels", rels}, {"3D/3dmodel.model", model}});
+  return zipArchive({{"[Content_Types].xml", types}, {"_rels/.rels", rels}, {"3D/3dmodel.model", model}}, deflated);
 }
 
-inline std::string threeMf(const Indexed& mesh) { return threeMfPackage(threeMfModel(mesh)); }
+inline std::string threeMf(const Indexed& mesh, bool deflated = false) {
+  return threeMfPackage(threeMfModel(mesh), deflated);
+}
 
 }  // namespace meshfiles

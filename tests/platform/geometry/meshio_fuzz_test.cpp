@@ -119,12 +119,21 @@ TEST(MeshImportFuzz, EveryMutationOfABinaryPlyEndsInAMeshOrAClearError) {
   fuzzFormat("be_ply", ".ply", plyBinary(cubeIndexed(), false), 16, "\xff\xff\xff\xff");
 }
 
-// The model inside a well-formed package, so that the mutations reach the XML reader instead of
-// stopping at the archive's checksums; then the archive's own bytes.
+// The model inside a well-formed (deflated) package, so that the mutations reach the XML reader
+// instead of stopping at the archive's checksums; then the archive's own bytes.
 TEST(MeshImportFuzz, EveryMutationOfA3mfModelEndsInAMeshOrAClearError) {
-  fuzzFormat("3mf_model", ".3mf", threeMfModel(cubeIndexed()), 17, "<a>", threeMfPackage);
+  fuzzFormat("3mf_model", ".3mf", threeMfModel(cubeIndexed()), 17, "<a>",
+             [](const std::string& model) { return threeMfPackage(model, true); });
+}
+
+// The package relationships name the model part; the importer stops the program when it is missing.
+TEST(MeshImportFuzz, EveryMutationOfA3mfPackageRelationshipsEndsInAMeshOrAClearError) {
+  const std::string model = threeMfModel(cubeIndexed());
+  fuzzFormat("3mf_rels", ".3mf", threeMfRelationships(), 20, "<Relationship ",
+             [&](const std::string& rels) { return threeMfPackage(model, true, rels); });
 }
 
 TEST(MeshImportFuzz, EveryMutationOfA3mfArchiveEndsInAMeshOrAClearError) {
   fuzzFormat("3mf_archive", ".3mf", threeMf(cubeIndexed()), 18, "PK\x03\x04");
+  fuzzFormat("3mf_deflated", ".3mf", threeMf(cubeIndexed(), true), 19, "PK\x01\x02");
 }

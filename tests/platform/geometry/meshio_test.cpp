@@ -466,6 +466,52 @@ TEST(MeshImport, A3mfWhoseEntryChecksumIsWrongIsAnErrorNotAnAbort) {
   expectError(path, "checksum mismatch");
 }
 
+TEST(MeshImport, ADeflated3mfGivesTheWrittenTriangles) {
+  const std::string path = tempPath("deflated.3mf");
+  const std::string bytes = threeMf(cubeIndexed(), true);
+  ASSERT_LT(bytes.size(), threeMf(cubeIndexed()).size());
+  writeFile(path, bytes);
+  CompactMesh mesh;
+  CString error;
+  ASSERT_TRUE(importMesh(path, mesh, &error)) << error.c_str();
+  EXPECT_EQ(triangleSet(mesh), triangleSet(fromIndexed(cubeIndexed())));
+}
+
+TEST(MeshImport, ADeflated3mfWithCorruptDataIsAnError) {
+  const std::string path = tempPath("deflated_corrupt.3mf");
+  std::string bytes = threeMf(cubeIndexed(), true);
+  // The model is the third entry; its data starts after its local header and name.
+  const std::size_t name = bytes.find("3D/3dmodel.model");
+  ASSERT_NE(name, std::string::npos);
+  const std::size_t data = name + std::strlen("3D/3dmodel.model");
+  for (std::size_t i = data + 4; i < data + 12; ++i) bytes[i] = static_cast<char>(bytes[i] ^ 0x5A);
+  writeFile(path, bytes);
+  CompactMesh mesh;
+  CString error;
+  EXPECT_FALSE(importMesh(path, mesh, &error));
+  EXPECT_NE(error.str().find("malformed 3MF archive (entry 2"), std::string::npos) << error.c_str();
+  // Cut short inside the deflated data, with the directory left in place.
+  bytes = threeMf(cubeIndexed(), true);
+  const std::uint32_t shorter = 10;
+  std::memcpy(&bytes[name - 30 + 18], &shorter, 4);  // the local header's compressed size
+  writeFile(path, bytes);
+  EXPECT_FALSE(importMesh(path, mesh, &error));
+  EXPECT_NE(error.str().find("its local header disagrees with the directory"), std::string::npos) << error.c_str();
+}
+
+// The importer's package reader stops the program when the model part is missing.
+TEST(MeshImport, A3mfWhoseRelationshipsNameAMissingModelPartIsAnError) {
+  const std::string path = tempPath("missing_part.3mf");
+  std::string rels = threeMfRelationships();
+  rels.replace(rels.find("3dmodel.model"), 13, "other.model");
+  writeFile(path, threeMfPackage(threeMfModel(cubeIndexed()), true, rels));
+  expectError(path, "the 3D model part '3D/other.model' is missing");
+  rels = threeMfRelationships();
+  rels.replace(rels.find("Type="), 5, "Kind=");
+  writeFile(path, threeMfPackage(threeMfModel(cubeIndexed()), true, rels));
+  expectError(path, "its relationships name no 3D model part");
+}
+
 TEST(MeshImport, A3mfWhoseDirectoryPointsOutsideTheFileIsAnError) {
   const std::string path = tempPath("bad_directory.3mf");
   std::string bytes = threeMf(cubeIndexed());
