@@ -141,7 +141,7 @@ inline Mutation mutate(const std::string& original, std::uint64_t seed, int inde
     }
     case 6: {
       const std::size_t at = random.below(size + 1);
-      const std::size_t count = 1000 + random.below(60000);
+      const std::size_t count = 1000 + random.below(20000);
       std::string run;
       run.reserve(count * opener.size());
       for (std::size_t i = 0; i < count; ++i) run += opener;

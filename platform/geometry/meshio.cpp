@@ -12,6 +12,7 @@
 #include <cmath>
 #include <cstdio>
 #include <cstring>
+#include <limits>
 #include <memory>
 #include <sstream>
 #include <string>
@@ -292,12 +293,14 @@ bool parseCount(const std::string& word, std::uint64_t limit, std::uint64_t& val
   return true;
 }
 
-// Walks a PLY file's header and body to check that every element the header announces is there
-// and consistent, before the importer reads it: the importer trusts the header's counts (an
-// element with a count and no properties makes it loop for as long as the count says) and converts
-// list counts without a range check. Every count is bounded by the bytes the file has, so this
-// walk itself ends after at most one step per byte.
-bool checkPly(std::FILE* file, long size, CString& what) {
+// Reads a PLY file's vertices (x, y, z of the "vertex" element) and faces (the vertex_indices
+// lists of the "face" element, polygons split into fans) itself, checking the header and every
+// value of the body: assimp's reader trusted the header's counts (an element with a count and no
+// properties made it loop for as long as the count said), converted list counts unchecked, and
+// misread a binary body whose first byte is a line feed. Every count is bounded by the bytes the
+// file has, so reading takes at most one step per byte.
+bool readPly(std::FILE* file, long size, std::vector<MeshVertex>& vertices, std::vector<std::uint32_t>& triangles,
+             CString& what) {
   std::vector<char> bytes(static_cast<std::size_t>(size));
   std::fseek(file, 0, SEEK_SET);
   if (std::fread(bytes.data(), 1, bytes.size(), file) != bytes.size()) {
@@ -343,6 +346,13 @@ bool checkPly(std::FILE* file, long size, CString& what) {
   while (nextLine(line)) {
     // A header cut short ends in a partial line; say so rather than judge the fragment.
     if (pos > bytes.size()) break;
+    // The importer ends a header line at a NUL and splits words its own way: only plain text
+    // reads the same to both.
+    for (char c : line) {
+      if ((static_cast<unsigned char>(c) < 0x20 && c != '\t') || static_cast<unsigned char>(c) > 0x7E) {
+        return malformed("(not shown)", "a byte that is not plain text");
+      }
+    }
     std::istringstream words(line);
     std::string keyword;
     words >> keyword;
@@ -467,17 +477,52 @@ bool checkPly(std::FILE* file, long size, CString& what) {
                            static_cast<unsigned long long>(entry), why);
     return false;
   };
+  // Reads one binary scalar of the property's item type as a double; false at the end of the data.
+  auto readScalar = [&](const Property& property, double& value) {
+    std::int64_t raw = 0;
+    if (!readInteger(property.size, property.itemSigned && !property.itemFloat, raw)) return false;
+    if (!property.itemFloat) {
+      value = static_cast<double>(raw);
+    } else if (property.size == 4) {
+      const std::uint32_t word = static_cast<std::uint32_t>(raw);
+      float f;
+      std::memcpy(&f, &word, sizeof f);
+      value = f;
+    } else {
+      const std::uint64_t word = static_cast<std::uint64_t>(raw);
+      std::memcpy(&value, &word, sizeof value);
+    }
+    return true;
+  };
+  std::vector<std::uint32_t> polygon;
   for (const Element& element : elements) {
-    const bool faces = element.name == "face";
+    const bool vertexElement = element.name == "vertex";
+    const bool faceElement = element.name == "face";
+    if (vertexElement) {
+      int found = 0;
+      for (const Property& property : element.properties) {
+        if (!property.countSize && (property.name == "x" || property.name == "y" || property.name == "z")) ++found;
+      }
+      if (found != 3 && element.count > 0) {
+        what = "malformed PLY header (the vertices lack an x, y or z coordinate)";
+        return false;
+      }
+      vertices.reserve(static_cast<std::size_t>(element.count));
+    }
     for (std::uint64_t i = 0; i < element.count; ++i) {
       if (ascii) {
         if (pos >= bytes.size()) return dataError(element, i, "the data ends early");
         lineEnd = pos;
         while (lineEnd < bytes.size() && bytes[lineEnd] != '\n') ++lineEnd;
       }
+      float corner[3] = {0, 0, 0};
       for (const Property& property : element.properties) {
-        // Face corners must name vertices that exist: the importer does not check them.
-        const bool corners = faces && (property.name == "vertex_indices" || property.name == "vertex_index");
+        const bool corners = faceElement && (property.name == "vertex_indices" || property.name == "vertex_index");
+        const int axis = !vertexElement || property.countSize ? -1
+                         : property.name == "x"               ? 0
+                         : property.name == "y"               ? 1
+                         : property.name == "z"               ? 2
+                                                              : -1;
         std::uint64_t items = 1;
         if (property.countSize) {
           const std::size_t left = bytes.size() - pos;
@@ -499,32 +544,36 @@ bool checkPly(std::FILE* file, long size, CString& what) {
             }
             items = static_cast<std::uint64_t>(count);
           }
-          // Smaller polygons become points and lines, which the importer's later steps mishandle.
-          if (corners && items < 3) return dataError(element, i, "a face with fewer than 3 corners");
         }
+        polygon.clear();
         for (std::uint64_t k = 0; k < items; ++k) {
+          double value = 0;
           if (ascii) {
             if (!readToken()) return dataError(element, i, "the data ends early");
             char* end = nullptr;
-            const double value = std::strtod(token.c_str(), &end);
+            value = std::strtod(token.c_str(), &end);
             if (!end || *end != '\0') return dataError(element, i, "a value is not a number");
-            if (corners && !(value >= 0 && value < static_cast<double>(vertexCount) && value == std::floor(value))) {
+          } else if (!readScalar(property, value)) {
+            return dataError(element, i, "the data ends early");
+          }
+          if (corners) {
+            if (!(value >= 0 && value < static_cast<double>(vertexCount) && value == std::floor(value))) {
               return dataError(element, i, "a face names a missing vertex");
             }
-          } else if (corners && !property.itemFloat) {
-            std::int64_t index = 0;
-            if (!readInteger(property.size, property.itemSigned, index)) return dataError(element, i, "the data ends early");
-            if (index < 0 || static_cast<std::uint64_t>(index) >= vertexCount) {
-              return dataError(element, i, "a face names a missing vertex");
+            polygon.push_back(static_cast<std::uint32_t>(value));
+          } else if (axis >= 0) {
+            if (!std::isfinite(value) || std::fabs(value) > static_cast<double>(std::numeric_limits<float>::max())) {
+              return dataError(element, i, "a coordinate is not a finite number");
             }
-          } else {
-            if (static_cast<std::size_t>(property.size) > bytes.size() - pos) {
-              return dataError(element, i, "the data ends early");
-            }
-            pos += static_cast<std::size_t>(property.size);
+            corner[axis] = static_cast<float>(value);
           }
         }
+        // A polygon becomes a fan of triangles; points and lines are ignored.
+        for (std::size_t k = 2; k < polygon.size(); ++k) {
+          triangles.insert(triangles.end(), {polygon[0], polygon[k - 1], polygon[k]});
+        }
       }
+      if (vertexElement) vertices.emplace_back(corner[0], corner[1], corner[2]);
       if (ascii) {
         if (readToken()) return dataError(element, i, "more values on its line than its properties");
         pos = lineEnd + 1;
@@ -788,6 +837,9 @@ bool checkZip(std::FILE* file, long size, CString& what) {
       produced = packed;
       if (keep) relationships.assign(reinterpret_cast<const char*>(source), static_cast<std::size_t>(packed));
     } else if (method == 8) {
+      // Deflate expands at most 1032 times: a larger stated size is a lie that would cost time here
+      // and an allocation of that size in the importer.
+      if (unpacked / 1032 > packed + 1) return bad("a stated size its deflated data cannot reach");
       z_stream stream{};
       if (inflateInit2(&stream, -MAX_WBITS) != Z_OK) return bad("cannot start inflating");
       stream.next_in = const_cast<Bytef*>(source);
@@ -854,12 +906,46 @@ bool importMesh(const CString& path, CompactMesh& mesh, CString* error) {
     return false;
   }
   const bool objFile = endsWith(name, ".obj");
-  const bool plyFile = endsWith(name, ".ply");
+  if (endsWith(name, ".ply")) {
+    // Read here, not by assimp (see readPly).
+    std::vector<MeshVertex> read;
+    std::vector<std::uint32_t> triangles;
+    CString what;
+    if (!readPly(file.get(), size, read, triangles, what)) {
+      setError(error, path, what);
+      return false;
+    }
+    if (triangles.empty()) {
+      setError(error, path, "the file holds no triangles");
+      return false;
+    }
+    if (triangles.size() / 3 > static_cast<std::size_t>(std::numeric_limits<int>::max()) ||
+        read.size() > static_cast<std::size_t>(std::numeric_limits<int>::max())) {
+      setError(error, path, "too many triangles or vertices for one mesh");
+      return false;
+    }
+    // Welded as the other formats are.
+    std::vector<MeshVertex> vertices;
+    std::unordered_map<MeshVertex, std::uint32_t, KeyHash> weld;
+    weld.reserve(read.size());
+    std::vector<std::uint32_t> remap(read.size());
+    for (std::size_t i = 0; i < read.size(); ++i) {
+      const MeshVertex v(read[i].x + 0.0f, read[i].y + 0.0f, read[i].z + 0.0f);
+      auto [it, inserted] = weld.try_emplace(v, static_cast<std::uint32_t>(vertices.size()));
+      if (inserted) vertices.push_back(v);
+      remap[i] = it->second;
+    }
+    for (std::uint32_t& corner : triangles) corner = remap[corner];
+    mesh.setNumVertices(static_cast<int>(vertices.size()));
+    std::memcpy(mesh.editVertices(), vertices.data(), vertices.size() * sizeof(MeshVertex));
+    mesh.setNumTriangles(static_cast<int>(triangles.size() / 3));
+    std::memcpy(mesh.editTriangles(), triangles.data(), triangles.size() * sizeof(std::uint32_t));
+    return true;
+  }
   {
     CString what;
     const bool ok = stl       ? checkStl(file.get(), size, what)
                     : objFile ? checkObj(file.get(), size, what)
-                    : plyFile ? checkPly(file.get(), size, what)
                               : checkZip(file.get(), size, what);
     if (!ok) {
       setError(error, path, what);

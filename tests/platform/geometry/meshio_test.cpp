@@ -418,12 +418,49 @@ TEST(MeshImport, AnAsciiPlyEntryIsExactlyOneLine) {
   EXPECT_TRUE(importMesh(path, mesh, &error)) << error.c_str();
 }
 
-TEST(MeshImport, APlyFaceOfFewerThanThreeCornersIsAnError) {
+TEST(MeshImport, PlyFacesOfFewerThanThreeCornersAreIgnoredAndPolygonsSplit) {
   const std::string path = tempPath("small_face.ply");
-  writeFile(path, "ply\nformat ascii 1.0\nelement vertex 3\nproperty float x\nproperty float y\nproperty float z\n"
-                  "element face 2\nproperty list uchar int vertex_indices\nend_header\n0 0 0\n1 0 0\n0 1 0\n"
-                  "3 0 1 2\n0\n");
-  expectError(path, "element 'face' entry 1: a face with fewer than 3 corners");
+  writeFile(path, "ply\nformat ascii 1.0\nelement vertex 4\nproperty float x\nproperty float y\nproperty float z\n"
+                  "element face 3\nproperty list uchar int vertex_indices\nend_header\n0 0 0\n1 0 0\n1 1 0\n0 1 0\n"
+                  "4 0 1 2 3\n0\n2 0 1\n");
+  CompactMesh mesh;
+  CString error;
+  ASSERT_TRUE(importMesh(path, mesh, &error)) << error.c_str();
+  EXPECT_EQ(mesh.getNumTriangles(), 2);
+  EXPECT_EQ(mesh.getNumVertices(), 4);
+}
+
+// The first byte of a binary body may be a line feed (the low byte of a coordinate): it is data.
+TEST(MeshImport, ABinaryPlyWhoseDataStartsWithALineFeedReadsItsTriangle) {
+  const std::string path = tempPath("line_feed.ply");
+  for (std::uint32_t low : {0x0Au, 0x0Du, 0x20u}) {
+    SCOPED_TRACE(low);
+    std::string bytes = "ply\nformat binary_little_endian 1.0\nelement vertex 3\nproperty float x\nproperty float y\n"
+                        "property float z\nelement face 1\nproperty list uchar int vertex_indices\nend_header\n";
+    const std::uint32_t x = 0x3F800000u | low;  // just above 1
+    float corners[9] = {0, 0, 0, 1, 0, 0, 0, 1, 0};
+    std::memcpy(&corners[0], &x, 4);
+    bytes.append(reinterpret_cast<const char*>(corners), sizeof corners);
+    bytes += '\3';
+    const std::int32_t indices[3] = {0, 1, 2};
+    bytes.append(reinterpret_cast<const char*>(indices), sizeof indices);
+    writeFile(path, bytes);
+    CompactMesh mesh;
+    CString error;
+    ASSERT_TRUE(importMesh(path, mesh, &error)) << error.c_str();
+    ASSERT_EQ(mesh.getNumTriangles(), 1);
+    ASSERT_EQ(mesh.getNumVertices(), 3);
+    EXPECT_EQ(mesh.getVertices()[mesh.getTriangles()[0]].x, corners[0]);
+    EXPECT_EQ(mesh.getVertices()[mesh.getTriangles()[1]].x, 1.0f);
+    EXPECT_EQ(mesh.getVertices()[mesh.getTriangles()[2]].y, 1.0f);
+  }
+}
+
+TEST(MeshImport, PlyVerticesWithoutThreeCoordinatesAreAnError) {
+  const std::string path = tempPath("no_z.ply");
+  writeFile(path, "ply\nformat ascii 1.0\nelement vertex 3\nproperty float x\nproperty float y\n"
+                  "element face 1\nproperty list uchar int vertex_indices\nend_header\n0 0\n1 0\n0 1\n3 0 1 2\n");
+  expectError(path, "the vertices lack an x, y or z coordinate");
 }
 
 TEST(MeshImport, APlyHeaderLineThatMakesNoSenseNamesTheLine) {
@@ -434,6 +471,10 @@ TEST(MeshImport, APlyHeaderLineThatMakesNoSenseNamesTheLine) {
   expectError(path, "a property before any element");
   writeFile(path, "ply\nformat ascii 1.0\nelement vertex 1\nproperty list float int i\nend_header\n1 0\n");
   expectError(path, "a list needs an integer count type");
+  // The importer ends a line at a NUL: a header must be plain text to read the same to both.
+  writeFile(path, std::string("ply\nformat ascii 1.0\nelement vertex 3\nproperty float x\0y\nend_header\n0\n1\n2\n",
+                              74));
+  expectError(path, "line 4, '(not shown)': a byte that is not plain text");
 }
 
 TEST(MeshImport, A3mfThatIsNotAZipIsAnError) {
