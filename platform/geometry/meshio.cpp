@@ -619,6 +619,8 @@ bool readStrictXml(const std::string& text, std::vector<XmlElement>& elements) {
   const std::size_t n = text.size();
   auto readName = [&](std::string& name) {
     const std::size_t begin = p;
+    // A name starts with a letter, '_' or ':'.
+    if (p >= n || !(std::isalpha(static_cast<unsigned char>(text[p])) || text[p] == '_' || text[p] == ':')) return false;
     while (p < n && isNameChar(text[p])) ++p;
     name.assign(text, begin, p - begin);
     return !name.empty();
