@@ -64,9 +64,10 @@ inline const std::vector<std::string>& hostileNumbers() {
 // Mutation `index` of `original` under `seed`. Kinds, in turn: a truncation, one to four flipped
 // bytes, inserted random bytes, a deleted span, a duplicated span, a decimal number replaced by a
 // hostile one (text) or a 32-bit word set to a hostile count (binary), and `opener` repeated
-// thousands of times at a random place (deep nesting, for formats that nest; for the others a
-// long run of junk).
-inline Mutation mutate(const std::string& original, std::uint64_t seed, int index, const std::string& opener = "[") {
+// 1000 to 1000 + maxRepeat times at a random place (deep nesting, for formats that nest; for the
+// others a long run of junk).
+inline Mutation mutate(const std::string& original, std::uint64_t seed, int index, const std::string& opener = "[",
+                       std::size_t maxRepeat = 20000) {
   Random random((seed + seedOffset()) * 0x100000001B3ull + static_cast<std::uint64_t>(index));
   Mutation m{original, ""};
   std::string& b = m.bytes;
@@ -141,7 +142,7 @@ inline Mutation mutate(const std::string& original, std::uint64_t seed, int inde
     }
     case 6: {
       const std::size_t at = random.below(size + 1);
-      const std::size_t count = 1000 + random.below(20000);
+      const std::size_t count = 1000 + random.below(maxRepeat);
       std::string run;
       run.reserve(count * opener.size());
       for (std::size_t i = 0; i < count; ++i) run += opener;
