@@ -161,7 +161,11 @@ ruLinear::Range3d BoundingBox::getWorldSpace(const SubObject& subObject) const {
   }
   for (unsigned face : selection->faces()) {
     if (face >= numTriangles) continue;
-    for (int k = 0; k < 3; ++k) range.include(v[t[3 * face + k]].asPoint() * m);
+    // A triangle may name a vertex the mesh lacks (a mesh is not checked when it is set): skip it.
+    for (int k = 0; k < 3; ++k) {
+      const std::uint32_t corner = t[3 * static_cast<std::size_t>(face) + k];
+      if (corner < numVertices) range.include(v[corner].asPoint() * m);
+    }
   }
   return range;
 }
