@@ -1,0 +1,278 @@
+// Pixels: what the shaders and the default rendering put in a 256 x 256 frame.
+
+#include "glscene.h"
+
+#include "platform/geometry/construct.h"
+#include "platform/graphics/pass.h"
+#include "platform/graphics/shader.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+using namespace voGR;
+using voGR::test::GLScene;
+using voGR::test::kClear;
+using voGR::test::kSize;
+using ruImage::Byte4;
+using ruLinear::Point;
+using ruLinear::Vector;
+
+namespace {
+
+ru::Reference<ruGeom::CompactMesh> cuboid(const Point& a, const Point& b) {
+  ru::Reference<ruGeom::CompactMesh> mesh(new ruGeom::CompactMesh());
+  ruGeom::constructCuboid(ruLinear::Range3d(a, b), *mesh);
+  return mesh;
+}
+
+Byte4 byte4(const ruUtil::Color& c) {
+  auto b = [](float v) { return static_cast<std::uint8_t>(std::lround(std::clamp(v, 0.0f, 1.0f) * 255.0f)); };
+  return Byte4(b(c.r), b(c.g), b(c.b), b(c.a));
+}
+
+// The pixel a world point falls in (bottom-up rows, as read back).
+const Byte4& at(const ruImage::TypedImage<Byte4>& image, const ruGeom::Camera& camera, const Point& p) {
+  ruLinear::Point2 v;
+  EXPECT_TRUE(camera.project(p, v));
+  return image.pixel(static_cast<int>(v.x), static_cast<int>(v.y));
+}
+
+// Length of the run of pixels of `color` through (x, y) along a row or a column.
+int run(const ruImage::TypedImage<Byte4>& image, int x, int y, bool alongRow, const Byte4& color) {
+  int count = 0;
+  for (int i = 0; i < (alongRow ? image.xSize() : image.ySize()); ++i) {
+    count += voGR::test::near(alongRow ? image.pixel(i, y) : image.pixel(x, i), color, 8) ? 1 : 0;
+  }
+  return count;
+}
+
+}  // namespace
+
+TEST(PixelsGLTest, ALambertCuboidIsLitByTheLambertFormulaWhereItProjectsAndClearElsewhere) {
+  GLScene scene;
+  const Point eye(1.5, -2.0, 5.0);
+  const ruGeom::Camera camera = GLScene::camera(eye, Point(0, 0, 0));
+  scene.setCamera(camera);
+  ru::Reference<LambertShader> shader(new LambertShader());
+  shader->color = ruUtil::Color(0.67f, 0.5f, 0.3f, 1.0f);
+  int source = 0;
+  {
+    Draw draw(*scene.context, &source, false);
+    draw.setShader(shader);
+    draw.setMesh(cuboid(Point(-1, -1, -1), Point(1, 1, 1)));
+    draw.emit();
+  }
+  const auto image = scene.frame("lambert_cuboid");
+  // The centre pixel sees the top face (normal +z); the headlight shines along the view.
+  const Vector toViewer = (eye - Point(0, 0, 0)).normalized();
+  const double diffuse = 0.25 + 0.75 * std::abs(ruLinear::dot(Vector(0, 0, 1), toViewer));
+  const Byte4 expected = byte4(ruUtil::Color(float(0.67 * diffuse), float(0.5 * diffuse), float(0.3 * diffuse), 1.0f));
+  const Byte4 centre = image.pixel(kSize / 2, kSize / 2);
+  EXPECT_TRUE(voGR::test::near(centre, expected, 3)) << int(centre.r) << "," << int(centre.g) << "," << int(centre.b)
+                                                     << " expected " << int(expected.r) << "," << int(expected.g) << ","
+                                                     << int(expected.b);
+  // Clear colour away from the cuboid.
+  EXPECT_EQ(image.pixel(2, 2), kClear);
+  EXPECT_EQ(image.pixel(kSize - 3, kSize - 3), kClear);
+  // Every pixel is either the clear colour or a lit face (no pixel brighter than full diffuse).
+  int lit = 0;
+  for (int y = 0; y < kSize; ++y) {
+    for (int x = 0; x < kSize; ++x) {
+      const Byte4& p = image.pixel(x, y);
+      if (p == kClear) continue;
+      ++lit;
+      EXPECT_LE(p.r, 171 + 1);
+    }
+  }
+  EXPECT_GT(lit, 2000);
+}
+
+TEST(PixelsGLTest, TheNearerOfTwoOverlappingItemsWins) {
+  GLScene scene;
+  int source = 0;
+  {
+    Draw draw(*scene.context, &source, false);
+    draw.setColor(0.0f, 1.0f, 0.0f, 1.0f);
+    draw.setMesh(cuboid(Point(-0.5, -0.5, 0.5), Point(0.5, 0.5, 1.0)));  // near, emitted first
+    draw.emit();
+    draw.setColor(1.0f, 0.0f, 0.0f, 1.0f);
+    draw.setMesh(cuboid(Point(-1, -1, -1), Point(1, 1, 0)));  // far, larger
+    draw.emit();
+  }
+  const auto image = scene.frame("nearer_wins");
+  EXPECT_EQ(image.pixel(128, 128), Byte4(0, 255, 0, 255));
+  const ruGeom::Camera camera = GLScene::camera(Point(0, 0, 5), Point(0, 0, 0), Vector(0, 1, 0));
+  EXPECT_EQ(at(image, camera, Point(0.8, 0.8, 0)), Byte4(255, 0, 0, 255));
+}
+
+class LineWidthGLTest : public ::testing::TestWithParam<int> {};
+
+TEST_P(LineWidthGLTest, LinesHaveTheWidthAsked) {
+  const int width = GetParam();
+  GLScene scene;
+  ru::Reference<SolidColorShader> shader(new SolidColorShader());
+  shader->color = ruUtil::Color(1, 1, 0, 1);
+  shader->lineWidth = float(width);
+  ru::Reference<ruGeom::CompactMesh> lines(new ruGeom::CompactMesh());
+  ruGeom::constructLineSegment(Point(-2, 0.3, 0), Point(2, 0.3, 0), *lines);  // horizontal
+  ruGeom::constructLineSegment(Point(0.7, -2, 0), Point(0.7, 2, 0), *lines);  // vertical
+  int source = 0;
+  {
+    Draw draw(*scene.context, &source, false);
+    draw.setShader(shader);
+    draw.setMesh(lines);
+    draw.emit();
+  }
+  const auto image = scene.frame("line_width_" + std::to_string(width));
+  const Byte4 yellow(255, 255, 0, 255);
+  EXPECT_EQ(run(image, 40, 0, false, yellow), width);   // across the horizontal line
+  EXPECT_EQ(run(image, 0, 40, true, yellow), width);    // across the vertical line
+}
+
+INSTANTIATE_TEST_SUITE_P(Widths, LineWidthGLTest, ::testing::Values(1, 2, 5, 8),
+                         [](const ::testing::TestParamInfo<int>& param) { return "Width" + std::to_string(param.param); });
+
+TEST(PixelsGLTest, AShaderlessTexturedQuadShowsItsImage) {
+  GLScene scene;
+  voRES::Loader loader;
+  ru::Reference<ruImage::TypedImage<Byte4>> image(new ruImage::TypedImage<Byte4>(2, 2));
+  image->pixel(0, 0) = Byte4(255, 0, 0, 255);    // top left
+  image->pixel(1, 0) = Byte4(0, 255, 0, 255);    // top right
+  image->pixel(0, 1) = Byte4(0, 0, 255, 255);    // bottom left
+  image->pixel(1, 1) = Byte4(255, 255, 255, 255);
+  loader.addImage("Test/Quad", image);
+  ru::Reference<ruGeom::CompactMesh> quad(new ruGeom::CompactMesh());
+  ruGeom::constructRectangle(-1, 1, -1, 1, 2, 0.0, *quad, true);
+  int source = 0;
+  {
+    Draw draw(*scene.context, &source, false);
+    draw.setImageKey(loader.createImageKey("Test/Quad", 0));
+    draw.setMesh(quad);
+    draw.emit();
+  }
+  const auto frame = scene.frame("textured_quad");
+  const ruGeom::Camera camera = GLScene::camera(Point(0, 0, 5), Point(0, 0, 0), Vector(0, 1, 0));
+  EXPECT_EQ(at(frame, camera, Point(-0.5, 0.5, 0)), Byte4(255, 0, 0, 255));
+  EXPECT_EQ(at(frame, camera, Point(0.5, 0.5, 0)), Byte4(0, 255, 0, 255));
+  EXPECT_EQ(at(frame, camera, Point(-0.5, -0.5, 0)), Byte4(0, 0, 255, 255));
+  EXPECT_EQ(at(frame, camera, Point(0.5, -0.5, 0)), Byte4(255, 255, 255, 255));
+  EXPECT_EQ(at(frame, camera, Point(1.5, 1.5, 0)), kClear);
+}
+
+TEST(PixelsGLTest, AClippingPlaneRemovesTheHalfBehindItsNormal) {
+  GLScene scene;
+  ru::Reference<LambertShader> shader(new LambertShader());
+  shader->clippingPlanes().add(ruLinear::Plane(Point(0.25, 0, 0), Vector(1, 0, 0)));  // keeps x >= 0.25
+  int source = 0;
+  {
+    Draw draw(*scene.context, &source, false);
+    draw.setShader(shader);
+    draw.setMesh(cuboid(Point(-1, -1, -1), Point(1, 1, 1)));
+    draw.emit();
+  }
+  const auto image = scene.frame("clipping_plane");
+  const ruGeom::Camera camera = GLScene::camera(Point(0, 0, 5), Point(0, 0, 0), Vector(0, 1, 0));
+  EXPECT_NE(at(image, camera, Point(0.6, 0, 1)), kClear);
+  EXPECT_NE(at(image, camera, Point(0.3, 0.5, 1)), kClear);
+  EXPECT_EQ(at(image, camera, Point(0.2, 0, 1)), kClear);
+  EXPECT_EQ(at(image, camera, Point(-0.6, 0, 1)), kClear);
+  // The kept part: the columns from x = 0.25 to the right edge of the face.
+  ruLinear::Point2 left, right;
+  camera.project(Point(0.25, 0, 1), left);
+  camera.project(Point(1, 0, 1), right);
+  const int row = kSize / 2;
+  for (int x = 0; x < kSize; ++x) {
+    const bool kept = x + 0.5 > left.x + 1 && x + 0.5 < right.x - 1;
+    const bool removed = x + 0.5 < left.x - 1;
+    if (kept) {
+      EXPECT_NE(image.pixel(x, row), kClear) << x;
+    }
+    if (removed) {
+      EXPECT_EQ(image.pixel(x, row), kClear) << x;
+    }
+  }
+}
+
+TEST(PixelsGLTest, VertexColorsAndTheThicknessShaderShowPerVertexData) {
+  GLScene scene;
+  auto mesh = cuboid(Point(-1, -1, -1), Point(1, 1, 1));
+  ruGeom::MeshColor* colors = mesh->editColors();
+  for (int i = 0; i < mesh->getNumVertices(); ++i) colors[i] = ruGeom::MeshColor{0, 0, 1, 1};
+  ruGeom::WritableMeshAttributes thickness = mesh->allocAttributes("thickness", 1);
+  for (int i = 0; i < mesh->getNumVertices(); ++i) thickness.editFloat()[i] = 0.5f;
+  ru::Reference<KLTThicknessShader> thick(new KLTThicknessShader());
+  thick->color = ruUtil::Color(0, 1, 0, 1);
+  thick->thinColor = ruUtil::Color(1, 0, 0, 1);
+  thick->minimumThickness = 1.0f;
+  int source = 0;
+  {
+    Draw draw(*scene.context, &source, false);
+    draw.setShader(new VertexColorShader());
+    draw.setMesh(mesh);
+    draw.setTransform(ruLinear::AffineMatrix::translation(Vector(-1.2, 0, 0)));
+    draw.emit();
+    draw.setShader(thick);
+    draw.setTransform(ruLinear::AffineMatrix::translation(Vector(1.2, 0, 0)));
+    draw.emit();
+  }
+  const auto image = scene.frame("vertex_color_thickness");
+  const ruGeom::Camera camera = GLScene::camera(Point(0, 0, 5), Point(0, 0, 0), Vector(0, 1, 0));
+  EXPECT_EQ(at(image, camera, Point(-1.2, 0, 1)), Byte4(0, 0, 255, 255));
+  // Thinner than the minimum: thin colour, lit straight on (diffuse 1).
+  EXPECT_EQ(at(image, camera, Point(1.2, 0, 1)), Byte4(255, 0, 0, 255));
+  thick->minimumThickness = 0.25f;
+  const auto thicker = scene.frame("thickness_above_minimum");
+  EXPECT_EQ(at(thicker, camera, Point(1.2, 0, 1)), Byte4(0, 255, 0, 255));
+}
+
+TEST(PixelsGLTest, TransparentItemsBlendOverTheOpaqueOnes) {
+  GLScene scene;
+  int source = 0;
+  {
+    Draw draw(*scene.context, &source, false);
+    draw.setColor(1.0f, 1.0f, 1.0f, 0.5f);  // near and transparent, emitted first
+    draw.setMesh(cuboid(Point(-0.5, -0.5, 0.5), Point(0.5, 0.5, 1.0)));
+    draw.emit();
+    draw.setColor(0.0f, 0.0f, 1.0f, 1.0f);
+    draw.setMesh(cuboid(Point(-1, -1, -1), Point(1, 1, 0)));
+    draw.emit();
+  }
+  const auto image = scene.frame("transparent_over_opaque");
+  EXPECT_TRUE(voGR::test::near(image.pixel(128, 128), Byte4(128, 128, 255, 255), 2));
+}
+
+TEST(PixelsGLTest, TheRadialGradientRunsFromCentreToCorners) {
+  GLScene scene;
+  RadialGradientColorShader shader;
+  shader.color0 = ruUtil::Color(1, 1, 1, 1);
+  shader.color1 = ruUtil::Color(0.5f, 0.5f, 0.5f, 1);
+  shader.color2 = ruUtil::Color(0, 0, 0, 1);
+  shader.position0 = 0.0f;
+  shader.position1 = 0.5f;
+  shader.position2 = 1.0f;
+  // A pass node of its own, as later effect passes are made.
+  struct Background final : Node {
+    const Shader* shader = nullptr;
+    void onExecute(PassContext& context) override {
+      ruGeom::Camera camera;
+      camera.setViewport(ruGeom::Viewport(0, 0, kSize, kSize));
+      if (context.bindTarget(PassContext::targetOf(*this), &camera)) context.drawFullSurface(*shader, camera);
+    }
+  };
+  GraphEditor editor(scene.system->getGraph());
+  auto* pass = new Background();
+  pass->shader = &shader;
+  editor.addNode(pass);
+  DataNode* last = scene.target->getLastState();
+  auto* after = new RenderTargetNode();
+  editor.addNode(after);
+  last->appendState(after);
+  editor.createEdge(last, pass);
+  editor.createEdge(pass, after, "target");
+  const auto image = scene.frame("radial_gradient");
+  EXPECT_TRUE(voGR::test::near(image.pixel(128, 128), Byte4(255, 255, 255, 255), 3));
+  EXPECT_TRUE(voGR::test::near(image.pixel(0, 0), Byte4(0, 0, 0, 255), 6));
+  // Half way to the corner: the middle colour.
+  EXPECT_TRUE(voGR::test::near(image.pixel(64, 64), Byte4(128, 128, 128, 255), 6));
+}
