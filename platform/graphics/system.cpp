@@ -41,7 +41,7 @@ SharedDisplay& sharedDisplay() {
 EGLDisplay acquireDisplay(ruString::CString& error) {
   SharedDisplay& shared = sharedDisplay();
   std::lock_guard<std::mutex> lock(shared.mutex);
-  if (shared.users > 0) {
+  if (shared.display != EGL_NO_DISPLAY) {
     ++shared.users;
     return shared.display;
   }
@@ -70,14 +70,12 @@ EGLDisplay acquireDisplay(ruString::CString& error) {
   return display;
 }
 
+// The display stays initialised once made: terminating it unloads the driver (and its LLVM),
+// which leaks what those libraries allocated when loaded, at every cycle. Mesa frees it at exit.
 void releaseDisplay() {
   SharedDisplay& shared = sharedDisplay();
   std::lock_guard<std::mutex> lock(shared.mutex);
-  if (shared.users > 0 && --shared.users == 0) {
-    eglTerminate(shared.display);
-    eglReleaseThread();
-    shared.display = EGL_NO_DISPLAY;
-  }
+  if (shared.users > 0) --shared.users;
 }
 
 bool finite(const ruLinear::AffineMatrix& m) {

@@ -136,11 +136,16 @@ INSTANTIATE_TEST_SUITE_P(Widths, LineWidthGLTest, ::testing::Values(1, 2, 5, 8),
 TEST(PixelsGLTest, AShaderlessTexturedQuadShowsItsImage) {
   GLScene scene;
   voRES::Loader loader;
-  ru::Reference<ruImage::TypedImage<Byte4>> image(new ruImage::TypedImage<Byte4>(2, 2));
-  image->pixel(0, 0) = Byte4(255, 0, 0, 255);    // top left
-  image->pixel(1, 0) = Byte4(0, 255, 0, 255);    // top right
-  image->pixel(0, 1) = Byte4(0, 0, 255, 255);    // bottom left
-  image->pixel(1, 1) = Byte4(255, 255, 255, 255);
+  // Quadrants of 8 x 8 texels: red top left, green top right, blue bottom left, white bottom right
+  // (row 0 of an image is its top row).
+  ru::Reference<ruImage::TypedImage<Byte4>> image(new ruImage::TypedImage<Byte4>(16, 16));
+  for (int y = 0; y < 16; ++y) {
+    for (int x = 0; x < 16; ++x) {
+      const bool right = x >= 8, bottom = y >= 8;
+      image->pixel(x, y) = !bottom ? (right ? Byte4(0, 255, 0, 255) : Byte4(255, 0, 0, 255))
+                                   : (right ? Byte4(255, 255, 255, 255) : Byte4(0, 0, 255, 255));
+    }
+  }
   loader.addImage("Test/Quad", image);
   ru::Reference<ruGeom::CompactMesh> quad(new ruGeom::CompactMesh());
   ruGeom::constructRectangle(-1, 1, -1, 1, 2, 0.0, *quad, true);
@@ -175,16 +180,19 @@ TEST(PixelsGLTest, AClippingPlaneRemovesTheHalfBehindItsNormal) {
   const ruGeom::Camera camera = GLScene::camera(Point(0, 0, 5), Point(0, 0, 0), Vector(0, 1, 0));
   EXPECT_NE(at(image, camera, Point(0.6, 0, 1)), kClear);
   EXPECT_NE(at(image, camera, Point(0.3, 0.5, 1)), kClear);
-  EXPECT_EQ(at(image, camera, Point(0.2, 0, 1)), kClear);
+  // Through the cut one sees the inside of the kept half down to its bottom face.
+  EXPECT_EQ(at(image, camera, Point(0.1, 0, -1)), kClear);
   EXPECT_EQ(at(image, camera, Point(-0.6, 0, 1)), kClear);
-  // The kept part: the columns from x = 0.25 to the right edge of the face.
-  ruLinear::Point2 left, right;
+  // The kept part: the columns from x = 0.25 on the top face to its right edge; the removed part
+  // left of x = 0.25 on the bottom face.
+  ruLinear::Point2 left, right, cut;
   camera.project(Point(0.25, 0, 1), left);
   camera.project(Point(1, 0, 1), right);
+  camera.project(Point(0.25, 0, -1), cut);
   const int row = kSize / 2;
   for (int x = 0; x < kSize; ++x) {
     const bool kept = x + 0.5 > left.x + 1 && x + 0.5 < right.x - 1;
-    const bool removed = x + 0.5 < left.x - 1;
+    const bool removed = x + 0.5 < cut.x - 1;
     if (kept) {
       EXPECT_NE(image.pixel(x, row), kClear) << x;
     }
@@ -231,15 +239,18 @@ TEST(PixelsGLTest, TransparentItemsBlendOverTheOpaqueOnes) {
   int source = 0;
   {
     Draw draw(*scene.context, &source, false);
-    draw.setColor(1.0f, 1.0f, 1.0f, 0.5f);  // near and transparent, emitted first
-    draw.setMesh(cuboid(Point(-0.5, -0.5, 0.5), Point(0.5, 0.5, 1.0)));
+    ru::Reference<ruGeom::CompactMesh> pane(new ruGeom::CompactMesh());
+    ruGeom::constructRectangle(-0.5, 0.5, -0.5, 0.5, 2, 1.0, *pane, true);
+    draw.setColor(1.0f, 1.0f, 1.0f, 0.5f);  // a near, transparent pane, emitted first
+    draw.setMesh(pane);
     draw.emit();
     draw.setColor(0.0f, 0.0f, 1.0f, 1.0f);
     draw.setMesh(cuboid(Point(-1, -1, -1), Point(1, 1, 0)));
     draw.emit();
   }
   const auto image = scene.frame("transparent_over_opaque");
-  EXPECT_TRUE(voGR::test::near(image.pixel(128, 128), Byte4(128, 128, 255, 255), 2));
+  const Byte4 p = image.pixel(128, 128);
+  EXPECT_TRUE(voGR::test::near(p, Byte4(128, 128, 255, 255), 2)) << int(p.r) << "," << int(p.g) << "," << int(p.b) << "," << int(p.a);
 }
 
 TEST(PixelsGLTest, TheRadialGradientRunsFromCentreToCorners) {
