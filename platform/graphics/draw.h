@@ -266,13 +266,12 @@ public:
   // key: the host's window), wrapped for a surface.
   ru::Reference<DataNodeStateInfo> createRenderTarget(const ruString::CString& name, const ruRen::FBOKey& key);
 
-  // The image loader used for image keys given by name; null until the host sets one.
-  void setLoader(voRES::Loader* loader) noexcept;
-  voRES::Loader* getLoader() const noexcept;
-
   const DrawStatistics& getStatistics() const noexcept;
   // Makes the system's context current on this thread (an adopted one is assumed current).
   bool makeCurrent();
+  // Puts the item's mesh buffers on the GPU now (a draw would upload them anyway), so a host
+  // can load ahead of the first frame. False, with a message, when the item would draw nothing.
+  bool upload(const DrawItem& item);
 
   struct Impl;
   Impl& impl() const noexcept { return *impl_; }

@@ -340,6 +340,96 @@ bool ensureFramebuffer(ruRen::FBOResource& fbo) {
   return true;
 }
 
+// The triangles of a mesh that only has strips, as a list, cached by the strip buffer.
+GpuBuffer* stripTriangles(DrawSystem::Impl& impl, const ruGeom::CompactMesh& mesh, std::uint64_t vertexId,
+                          const ruGeom::detail::BufferStorageBase* vertexStorage) {
+  const std::uint64_t id = mesh.getStripBufferId();
+  auto found = impl.buffers.find(id);
+  if (found != impl.buffers.end()) return &found->second;
+  std::vector<std::uint32_t> list;
+  const std::uint32_t* indices = mesh.getStripIndices();
+  std::size_t start = 0;
+  for (int s = 0; s < mesh.getNumStrips(); ++s) {
+    const std::uint32_t length = mesh.getStripLength(s);
+    for (std::uint32_t k = 0; k + 2 < length; ++k) {
+      std::uint32_t a = indices[start + k], b = indices[start + k + 1];
+      if (k % 2) std::swap(a, b);
+      list.insert(list.end(), {a, b, indices[start + k + 2]});
+    }
+    start += length;
+  }
+  return impl.buffer(id, GL_ELEMENT_ARRAY_BUFFER, list.data(), list.size() * 4, vertexId, vertexStorage, true, list.size());
+}
+
+struct ItemBuffers {
+  GpuBuffer *indices = nullptr, *positions = nullptr, *normals = nullptr, *uvs = nullptr, *colors = nullptr,
+            *extra = nullptr;
+  GLenum mode = GL_TRIANGLES;
+};
+
+// The GPU buffers of an item, uploaded when missing. False, with a message, for an item that
+// must draw nothing: no mesh, an empty one, no primitives of its kind, indices out of range.
+bool itemBuffers(DrawSystem::Impl& impl, const DrawItem& item, const Shader* shader, ItemBuffers& b) {
+  const char* function = "voGR::RenderNode::drawItem";
+  auto* geometry = dynamic_cast<MeshGeometry*>(item.getGeometry());
+  if (!geometry) return false;
+  const ruGeom::CompactMesh* mesh = geometry->getMesh().get();
+  const int numVertices = mesh ? mesh->getNumVertices() : 0;
+  if (numVertices == 0) {
+    report(function, "item \"%s\" has an empty mesh; nothing drawn", item.getDebugString().c_str());
+    return false;
+  }
+  // The index list: triangles (from the strips when the mesh only has those) or lines.
+  const std::uint64_t vertexId = mesh->getVertexBufferId();
+  const auto* vertexStorage = mesh->vertexBuffer().storage();
+  if (geometry->isTriangles()) {
+    if (mesh->hasTriangles()) {
+      b.indices = impl.buffer(mesh->getTriangleBufferId(), GL_ELEMENT_ARRAY_BUFFER, mesh->getTriangles(),
+                              std::size_t(mesh->getNumTriangles()) * 3 * 4, 0, mesh->triangleBuffer().storage(), true,
+                              std::size_t(mesh->getNumTriangles()) * 3);
+    } else if (mesh->hasStrips()) {
+      b.indices = stripTriangles(impl, *mesh, vertexId, vertexStorage);
+    }
+  } else if (mesh->hasLines()) {
+    b.mode = GL_LINES;
+    b.indices = impl.buffer(mesh->getLineBufferId(), GL_ELEMENT_ARRAY_BUFFER, mesh->getLines(),
+                            std::size_t(mesh->getNumLines()) * 2 * 4, vertexId, vertexStorage, true,
+                            std::size_t(mesh->getNumLines()) * 2);
+  }
+  if (!b.indices || b.indices->count == 0) {
+    report(function, "item \"%s\" has no primitives of its kind; nothing drawn", item.getDebugString().c_str());
+    return false;
+  }
+  if (b.indices->maxIndex >= static_cast<std::uint32_t>(numVertices)) {
+    report(function, "item \"%s\" has vertex indices out of range; nothing drawn", item.getDebugString().c_str());
+    return false;
+  }
+  b.positions = impl.buffer(vertexId, GL_ARRAY_BUFFER, mesh->getVertices(), std::size_t(numVertices) * 12, 0,
+                            vertexStorage, false, 0);
+  if (mesh->hasNormals() && b.mode == GL_TRIANGLES) {
+    b.normals = impl.buffer(mesh->getNormalBufferId(), GL_ARRAY_BUFFER, mesh->getNormals(), std::size_t(numVertices) * 12,
+                            vertexId, vertexStorage, false, 0);
+  }
+  if (mesh->hasTextureCoordinates()) {
+    b.uvs = impl.buffer(mesh->getTextureCoordinateBufferId(), GL_ARRAY_BUFFER, mesh->getTextureCoordinates(),
+                        std::size_t(numVertices) * 8, vertexId, vertexStorage, false, 0);
+  }
+  if (mesh->hasColors()) {
+    b.colors = impl.buffer(mesh->getColorBufferId(), GL_ARRAY_BUFFER, mesh->getColors(), std::size_t(numVertices) * 16,
+                           vertexId, vertexStorage, false, 0);
+  }
+  if (const char* name = shader ? shader->getExtraAttribute() : nullptr) {
+    for (int i = 0; i < mesh->getNumAttributes(); ++i) {
+      const ruGeom::MeshAttributeEntry& entry = mesh->getAttributeEntry(i);
+      if (entry.name == name && entry.width == 1 && entry.values.size() >= std::size_t(numVertices)) {
+        b.extra = impl.buffer(entry.values.id(), GL_ARRAY_BUFFER, entry.values.data(), std::size_t(numVertices) * 4, 0,
+                              entry.values.storage(), false, 0);
+      }
+    }
+  }
+  return b.positions != nullptr;
+}
+
 class DeviceContextImpl final : public ruRen::DeviceContext {
 public:
   explicit DeviceContextImpl(DrawSystem::Impl& system) : system_(system) {}
@@ -602,49 +692,17 @@ private:
 
   void drawItem(DrawItem& item) {
     const char* function = "voGR::RenderNode::drawItem";
-    auto* geometry = dynamic_cast<MeshGeometry*>(item.getGeometry());
-    if (!geometry) return;
-    const ruGeom::CompactMesh* mesh = geometry->getMesh().get();
-    const int numVertices = mesh ? mesh->getNumVertices() : 0;
-    if (numVertices == 0) {
-      report(function, "item \"%s\" has an empty mesh; nothing drawn", item.getDebugString().c_str());
-      return;
-    }
+    const ItemPassOptions& options = frame_.options;
+    const Shader* shader = options.overrideShader ? options.overrideShader : item.getShader().get();
+    ItemBuffers b;
+    if (!itemBuffers(impl_, item, shader, b)) return;
     const ruLinear::AffineMatrix model = item.getLocalToWorld();
     if (!finite(model)) {
       report(function, "item \"%s\" has a transform that is not finite; nothing drawn", item.getDebugString().c_str());
       return;
     }
-    // The index list: triangles (from the strips when the mesh only has those) or lines.
-    const std::uint64_t vertexId = mesh->getVertexBufferId();
-    const auto* vertexStorage = mesh->vertexBuffer().storage();
-    GpuBuffer* indices = nullptr;
-    GLenum mode = GL_TRIANGLES;
-    if (geometry->isTriangles()) {
-      if (mesh->hasTriangles()) {
-        indices = impl_.buffer(mesh->getTriangleBufferId(), GL_ELEMENT_ARRAY_BUFFER, mesh->getTriangles(),
-                               std::size_t(mesh->getNumTriangles()) * 3 * 4, 0, mesh->triangleBuffer().storage(), true,
-                               std::size_t(mesh->getNumTriangles()) * 3);
-      } else if (mesh->hasStrips()) {
-        indices = stripTriangles(*mesh, vertexId, vertexStorage);
-      }
-    } else if (mesh->hasLines()) {
-      mode = GL_LINES;
-      indices = impl_.buffer(mesh->getLineBufferId(), GL_ELEMENT_ARRAY_BUFFER, mesh->getLines(),
-                             std::size_t(mesh->getNumLines()) * 2 * 4, vertexId, vertexStorage, true,
-                             std::size_t(mesh->getNumLines()) * 2);
-    }
-    if (!indices || indices->count == 0) {
-      report(function, "item \"%s\" has no primitives of its kind; nothing drawn", item.getDebugString().c_str());
-      return;
-    }
-    if (indices->maxIndex >= static_cast<std::uint32_t>(numVertices)) {
-      report(function, "item \"%s\" has vertex indices out of range; nothing drawn", item.getDebugString().c_str());
-      return;
-    }
-
-    const ItemPassOptions& options = frame_.options;
-    const Shader* shader = options.overrideShader ? options.overrideShader : item.getShader().get();
+    GpuBuffer* indices = b.indices;
+    const GLenum mode = b.mode;
     Program* program = impl_.program(shader ? shader->getFragmentSource() : kDefaultFragment, mode == GL_LINES);
     if (!program) return;
     glUseProgram(program->name);
@@ -666,32 +724,7 @@ private:
     } else {
       shader->bind(uniforms);
     }
-
-    GpuBuffer* positions = impl_.buffer(vertexId, GL_ARRAY_BUFFER, mesh->getVertices(), std::size_t(numVertices) * 12, 0,
-                                        vertexStorage, false, 0);
-    GpuBuffer* normals = mesh->hasNormals() && mode == GL_TRIANGLES
-                             ? impl_.buffer(mesh->getNormalBufferId(), GL_ARRAY_BUFFER, mesh->getNormals(),
-                                            std::size_t(numVertices) * 12, vertexId, vertexStorage, false, 0)
-                             : nullptr;
-    GpuBuffer* uvs = mesh->hasTextureCoordinates()
-                         ? impl_.buffer(mesh->getTextureCoordinateBufferId(), GL_ARRAY_BUFFER, mesh->getTextureCoordinates(),
-                                        std::size_t(numVertices) * 8, vertexId, vertexStorage, false, 0)
-                         : nullptr;
-    GpuBuffer* colors = mesh->hasColors()
-                            ? impl_.buffer(mesh->getColorBufferId(), GL_ARRAY_BUFFER, mesh->getColors(),
-                                           std::size_t(numVertices) * 16, vertexId, vertexStorage, false, 0)
-                            : nullptr;
-    GpuBuffer* extra = nullptr;
-    if (const char* name = shader ? shader->getExtraAttribute() : nullptr) {
-      for (int i = 0; i < mesh->getNumAttributes(); ++i) {
-        const ruGeom::MeshAttributeEntry& entry = mesh->getAttributeEntry(i);
-        if (entry.name == name && entry.width == 1 && entry.values.size() >= std::size_t(numVertices)) {
-          extra = impl_.buffer(entry.values.id(), GL_ARRAY_BUFFER, entry.values.data(), std::size_t(numVertices) * 4, 0,
-                               entry.values.storage(), false, 0);
-        }
-      }
-    }
-    if (!positions) return;
+    GpuBuffer *positions = b.positions, *normals = b.normals, *uvs = b.uvs, *colors = b.colors, *extra = b.extra;
     const float zero[4] = {0, 0, 0, 0}, white[4] = {1, 1, 1, 1}, unmeasured[4] = {-1, 0, 0, 0};
     attribute(0, positions, 3, zero);
     attribute(1, normals, 3, zero);
@@ -735,28 +768,6 @@ private:
     glBindBuffer(GL_ELEMENT_ARRAY_BUFFER, indices->name);
     glDrawElements(mode, indices->count, GL_UNSIGNED_INT, nullptr);
     ++impl_.statistics.itemsDrawn;
-  }
-
-  // The triangles of a mesh that only has strips, as a list, cached by the strip buffer.
-  GpuBuffer* stripTriangles(const ruGeom::CompactMesh& mesh, std::uint64_t vertexId,
-                            const ruGeom::detail::BufferStorageBase* vertexStorage) {
-    const std::uint64_t id = mesh.getStripBufferId();
-    auto found = impl_.buffers.find(id);
-    if (found != impl_.buffers.end()) return &found->second;
-    std::vector<std::uint32_t> list;
-    const std::uint32_t* indices = mesh.getStripIndices();
-    std::size_t start = 0;
-    for (int s = 0; s < mesh.getNumStrips(); ++s) {
-      const std::uint32_t length = mesh.getStripLength(s);
-      for (std::uint32_t k = 0; k + 2 < length; ++k) {
-        std::uint32_t a = indices[start + k], b = indices[start + k + 1];
-        if (k % 2) std::swap(a, b);
-        list.insert(list.end(), {a, b, indices[start + k + 2]});
-      }
-      start += length;
-    }
-    return impl_.buffer(id, GL_ELEMENT_ARRAY_BUFFER, list.data(), list.size() * 4, vertexId, vertexStorage, true,
-                        list.size());
   }
 
   DrawSystem& system_;
@@ -1165,9 +1176,14 @@ ru::Reference<DataNodeStateInfo> DrawSystem::createRenderTarget(const ruString::
   return ru::Reference<DataNodeStateInfo>(new DataNodeStateInfo(node));
 }
 
-void DrawSystem::setLoader(voRES::Loader* loader) noexcept { impl_->loader = loader; }
-voRES::Loader* DrawSystem::getLoader() const noexcept { return impl_->loader; }
 const DrawStatistics& DrawSystem::getStatistics() const noexcept { return impl_->statistics; }
 bool DrawSystem::makeCurrent() { return impl_->makeCurrent(); }
+
+bool DrawSystem::upload(const DrawItem& item) {
+  if (!impl_->makeCurrent()) return false;
+  impl_->processReleases();
+  ItemBuffers buffers;
+  return itemBuffers(*impl_, item, item.getShader().get(), buffers);
+}
 
 }  // namespace voGR

@@ -81,7 +81,6 @@ struct DrawSystem::Impl {
   int nextId = 0;
   std::vector<int> freeIds;
   std::unordered_map<const void*, DrawData*> drawData;
-  voRES::Loader* loader = nullptr;
   DrawStatistics statistics;
   std::vector<Node*> trace;
   std::unique_ptr<ruRen::DeviceContext> device;

@@ -218,3 +218,23 @@ TEST(BufferGLTest, AMeshBufferThatDiesFreesItsGpuBufferAtTheNextFrame) {
   ASSERT_TRUE(scene.system->draw(scene.target));
   EXPECT_EQ(scene.system->getStatistics().buffersFreed, scene.system->getStatistics().bufferUploads);
 }
+
+TEST(BufferGLTest, UploadPutsAnItemsBuffersOnTheGpuBeforeTheFirstFrame) {
+  GLScene scene;
+  int source = 0;
+  ru::Reference<DrawItem> item;
+  {
+    Draw draw(*scene.context, &source, false);
+    draw.setMesh(cuboid(Point(-1, -1, -1), Point(1, 1, 1)));
+    item = draw.emit();
+  }
+  EXPECT_TRUE(scene.system->upload(*item));
+  const std::int64_t uploads = scene.system->getStatistics().bufferUploads;
+  EXPECT_GE(uploads, 2);
+  EXPECT_TRUE(scene.system->upload(*item));
+  scene.frame("uploaded_before_frame");
+  EXPECT_EQ(scene.system->getStatistics().bufferUploads, uploads);
+  // An item that would draw nothing.
+  Draw draw(*scene.context, &source, false);
+  EXPECT_FALSE(scene.system->upload(*draw.emit()));
+}
