@@ -17,6 +17,7 @@
 //   uniform vec4 uItemColor; uniform vec3 uLightDirection (unit, toward the light: the viewer);
 //   uniform vec4 uViewport (x, y, width, height in pixels);
 //   vec3 surfaceNormal()  (the normal facing the viewer; flat when the mesh has no normals);
+//   vec3 flatNormal()     (the triangle's own normal, from the world position's derivatives);
 //   float lambert()       (0.25 + 0.75 * |n . l|: the headlight's diffuse factor).
 namespace voGR {
 

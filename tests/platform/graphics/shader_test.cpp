@@ -287,3 +287,57 @@ TEST(PixelsGLTest, TheRadialGradientRunsFromCentreToCorners) {
   // Half way to the corner: the middle colour.
   EXPECT_TRUE(voGR::test::near(image.pixel(64, 64), Byte4(128, 128, 128, 255), 6));
 }
+
+TEST(PixelsGLTest, PolygonOffsetKeepsLinesOnTheirTrianglesVisibleAndRejectedItemsStayOut) {
+  GLScene scene;
+  // Triangles in the scene's pass, pushed back by polygon offset; lines in a second pass.
+  scene.render->getRasterizerState().enablePolygonOffset(1.0f, 1.0f);
+  scene.render->setRejectItemFunc([](DrawItem& item) { return !item.isTriangles() || item.getLabel() == 7; });
+  GraphEditor editor(scene.system->getGraph());
+  DataNode* last = scene.target->getLastState();
+  auto* after = new RenderTargetNode();
+  editor.addNode(after);
+  last->appendState(after);
+  auto* lines = new RenderNode();
+  lines->setName("RenderLines");
+  lines->setRejectItemFunc([](DrawItem& item) { return item.isTriangles(); });
+  editor.addNode(lines);
+  editor.createEdge(scene.cameraNode, lines, "camera");
+  editor.createEdge(last, lines);
+  editor.createEdge(scene.worldNode, lines, "world");
+  editor.createEdge(lines, after, "target");
+  const ruGeom::Camera camera = GLScene::camera(Point(0, -4, 2.5), Point(0, 0, 0));
+  scene.setCamera(camera);
+
+  ru::Reference<ruGeom::CompactMesh> plane(new ruGeom::CompactMesh());
+  ruGeom::constructRectangle(-2, 2, -2, 2, 2, 0.0, *plane, true);
+  ru::Reference<ruGeom::CompactMesh> segment(new ruGeom::CompactMesh());
+  ruGeom::constructLineSegment(Point(-1.5, -1, 0), Point(1.5, 1, 0), *segment);
+  ru::Reference<SolidColorShader> yellow(new SolidColorShader());
+  yellow->color = ruUtil::Color(1, 1, 0, 1);
+  yellow->lineWidth = 3.0f;
+  int source = 0;
+  {
+    Draw draw(*scene.context, &source, false);
+    draw.setColor(1.0f, 0.0f, 0.0f, 1.0f);
+    draw.setMesh(plane);
+    draw.emit();
+    draw.setShader(yellow);
+    draw.setMesh(segment);
+    draw.emit();
+    draw.setShader(nullptr);
+    draw.setLabel(7);  // rejected by the triangle pass
+    draw.setColor(0.0f, 0.0f, 1.0f, 1.0f);
+    draw.setMesh(cuboid(Point(-0.2, -0.2, 0), Point(0.2, 0.2, 1)));
+    draw.emit();
+  }
+  const auto image = scene.frame("polygon_offset");
+  // Every sample along the segment (short of its ends, which the quad stops at) is the line's.
+  for (int i = 1; i < 20; ++i) {
+    const double t = i / 20.0;
+    const Point p(-1.5 + 3 * t, -1 + 2 * t, 0);
+    EXPECT_EQ(at(image, camera, p), Byte4(255, 255, 0, 255)) << t;
+  }
+  EXPECT_EQ(voGR::test::countPixels(image, Byte4(0, 0, 255, 255), 0), 0);
+  EXPECT_EQ(at(image, camera, Point(1.5, -1.5, 0)), Byte4(255, 0, 0, 255));
+}
