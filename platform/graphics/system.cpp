@@ -126,18 +126,29 @@ uniform mat3 uNormalMatrix;
 uniform mat4 uViewProjection;
 uniform vec4 uClipPlanes[8];
 uniform int uNumClipPlanes;
-out VertexData { vec3 worldPos; vec3 normal; vec2 uv; vec4 color; float extra; float linePos; } vout;
+#ifdef LINES
+// The geometry stage reads these and writes the v names the fragment stage reads.
+#define vWorldPos lWorldPos
+#define vNormal lNormal
+#define vUV lUV
+#define vColor lColor
+#define vExtra lExtra
+#endif
+out vec3 vWorldPos;
+out vec3 vNormal;
+out vec2 vUV;
+out vec4 vColor;
+out float vExtra;
 #ifdef CLIPPING
 out float gl_ClipDistance[8];
 #endif
 void main() {
   vec4 world = uModel * vec4(aPosition, 1.0);
-  vout.worldPos = world.xyz;
-  vout.normal = uNormalMatrix * aNormal;
-  vout.uv = aUV;
-  vout.color = aColor;
-  vout.extra = aExtra;
-  vout.linePos = 0.0;
+  vWorldPos = world.xyz;
+  vNormal = uNormalMatrix * aNormal;
+  vUV = aUV;
+  vColor = aColor;
+  vExtra = aExtra;
 #ifdef CLIPPING
   for (int i = 0; i < 8; ++i) gl_ClipDistance[i] = i < uNumClipPlanes ? dot(uClipPlanes[i], vec4(world.xyz, 1.0)) : 1.0;
 #endif
@@ -149,8 +160,17 @@ void main() {
 const char* const kLineGeometrySource = R"(
 layout(lines) in;
 layout(triangle_strip, max_vertices = 4) out;
-in VertexData { vec3 worldPos; vec3 normal; vec2 uv; vec4 color; float extra; float linePos; } gin[];
-out VertexData { vec3 worldPos; vec3 normal; vec2 uv; vec4 color; float extra; float linePos; } gout;
+in vec3 lWorldPos[];
+in vec3 lNormal[];
+in vec2 lUV[];
+in vec4 lColor[];
+in float lExtra[];
+out vec3 vWorldPos;
+out vec3 vNormal;
+out vec2 vUV;
+out vec4 vColor;
+out float vExtra;
+out float vLinePos;
 #ifdef CLIPPING
 out float gl_ClipDistance[8];
 #endif
@@ -159,14 +179,14 @@ uniform float uLineWidth;
 uniform vec4 uClipPlanes[8];
 uniform int uNumClipPlanes;
 void corner(int i, vec4 position, float along) {
-  gout.worldPos = gin[i].worldPos;
-  gout.normal = gin[i].normal;
-  gout.uv = gin[i].uv;
-  gout.color = gin[i].color;
-  gout.extra = gin[i].extra;
-  gout.linePos = along;
+  vWorldPos = lWorldPos[i];
+  vNormal = lNormal[i];
+  vUV = lUV[i];
+  vColor = lColor[i];
+  vExtra = lExtra[i];
+  vLinePos = along;
 #ifdef CLIPPING
-  for (int k = 0; k < 8; ++k) gl_ClipDistance[k] = k < uNumClipPlanes ? dot(uClipPlanes[k], vec4(gin[i].worldPos, 1.0)) : 1.0;
+  for (int k = 0; k < 8; ++k) gl_ClipDistance[k] = k < uNumClipPlanes ? dot(uClipPlanes[k], vec4(lWorldPos[i], 1.0)) : 1.0;
 #endif
   gl_Position = position;
   EmitVertex();
@@ -194,20 +214,29 @@ void main() {
 )";
 
 const char* const kFragmentPrelude = R"(
-in VertexData { vec3 worldPos; vec3 normal; vec2 uv; vec4 color; float extra; float linePos; } fin;
+in vec3 vWorldPos;
+in vec3 vNormal;
+in vec2 vUV;
+in vec4 vColor;
+in float vExtra;
+#ifdef LINES
+in float vLinePos;
+#else
+const float vLinePos = 0.0;
+#endif
 uniform vec4 uItemColor;
 uniform vec3 uLightDirection;
 uniform vec4 uViewport;
 out vec4 fragColor;
 vec3 flatNormal() {
-  vec3 n = cross(dFdx(fin.worldPos), dFdy(fin.worldPos));
+  vec3 n = cross(dFdx(vWorldPos), dFdy(vWorldPos));
   float l = length(n);
   return l > 0.0 ? n / l : uLightDirection;
 }
 vec3 surfaceNormal() {
 #ifdef HAS_NORMALS
-  float l = length(fin.normal);
-  vec3 n = l > 0.0 ? fin.normal / l : uLightDirection;
+  float l = length(vNormal);
+  vec3 n = l > 0.0 ? vNormal / l : uLightDirection;
 #else
   vec3 n = flatNormal();
 #endif
@@ -223,7 +252,7 @@ uniform bool uHasTexture;
 uniform sampler2D uTexture;
 vec4 shade() {
   vec4 c = uItemColor;
-  if (uHasTexture) c *= texture(uTexture, fin.uv);
+  if (uHasTexture) c *= texture(uTexture, vUV);
   return c;
 }
 )";
@@ -812,6 +841,7 @@ Program* DrawSystem::Impl::program(const char* fragmentSource, int variant) {
   const std::string key = std::to_string(variant & 7) + fragmentSource;
   // Each variant compiles only what it uses: llvmpipe pays for every clip distance and varying.
   std::string defines = "#version 330 core\n";
+  if (variant & VariantLines) defines += "#define LINES 1\n";
   if (variant & VariantClipping) defines += "#define CLIPPING 1\n";
   if (variant & VariantNormals) defines += "#define HAS_NORMALS 1\n";
   auto found = programs.find(key);
