@@ -272,6 +272,9 @@ public:
   // Puts the item's mesh buffers on the GPU now (a draw would upload them anyway), so a host
   // can load ahead of the first frame. False, with a message, when the item would draw nothing.
   bool upload(const DrawItem& item);
+  // Frees the GPU buffers whose mesh buffers died (draw and upload do it first anyway), for a
+  // host that wants the memory back between frames.
+  void releaseUnusedBuffers();
 
   struct Impl;
   Impl& impl() const noexcept { return *impl_; }

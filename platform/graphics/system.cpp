@@ -257,6 +257,15 @@ vec4 shade() {
 }
 )";
 
+// The largest of `count` indices. Cloned for AVX2, since the baseline x86-64 instruction set has
+// no unsigned 32-bit maximum to vectorise with.
+__attribute__((target_clones("avx2", "default"))) std::uint32_t largestIndex(const std::uint32_t* values,
+                                                                           std::size_t count) {
+  std::uint32_t largest = 0;
+  for (std::size_t i = 0; i < count; ++i) largest = values[i] > largest ? values[i] : largest;
+  return largest;
+}
+
 GLuint compile(GLenum stage, const char* const* sources, int count, ruString::CString& error) {
   GLuint shader = glCreateShader(stage);
   glShaderSource(shader, count, sources, nullptr);
@@ -905,12 +914,32 @@ GpuBuffer* DrawSystem::Impl::buffer(std::uint64_t id, GLenum target, const void*
   GpuBuffer& entry = buffers[id];
   glGenBuffers(1, &entry.name);
   glBindBuffer(target, entry.name);
-  glBufferData(target, static_cast<GLsizeiptr>(bytes), data, GL_STATIC_DRAW);
   entry.bytes = bytes;
   if (indices) {
+    // Indices are checked against the vertex count at every draw, so the upload also finds the
+    // largest: copied chunk by chunk into the mapped buffer and scanned while the chunk is in
+    // cache, which costs about what the copy alone does.
     entry.count = static_cast<GLsizei>(count);
     const auto* values = static_cast<const std::uint32_t*>(data);
-    entry.maxIndex = count ? *std::max_element(values, values + count) : 0;
+    std::uint32_t largest = 0;
+    glBufferData(target, static_cast<GLsizeiptr>(bytes), nullptr, GL_STATIC_DRAW);
+    auto* mapped = static_cast<std::uint32_t*>(
+        glMapBufferRange(target, 0, static_cast<GLsizeiptr>(bytes), GL_MAP_WRITE_BIT | GL_MAP_INVALIDATE_BUFFER_BIT));
+    constexpr std::size_t chunk = 4096;
+    for (std::size_t start = 0; start < count; start += chunk) {
+      const std::size_t n = std::min(chunk, count - start);
+      const std::uint32_t* in = values + start;
+      largest = std::max(largest, largestIndex(in, n));
+      if (mapped) std::memcpy(mapped + start, in, n * sizeof(std::uint32_t));
+    }
+    if (mapped) {
+      glUnmapBuffer(target);
+    } else {
+      glBufferData(target, static_cast<GLsizeiptr>(bytes), data, GL_STATIC_DRAW);
+    }
+    entry.maxIndex = largest;
+  } else {
+    glBufferData(target, static_cast<GLsizeiptr>(bytes), data, GL_STATIC_DRAW);
   }
   // Hear of the buffer's end: its own storage when it could be marked, else through the
   // mesh's vertex storage that it is freed with.
@@ -1227,6 +1256,10 @@ ru::Reference<DataNodeStateInfo> DrawSystem::createRenderTarget(const ruString::
 
 const DrawStatistics& DrawSystem::getStatistics() const noexcept { return impl_->statistics; }
 bool DrawSystem::makeCurrent() { return impl_->makeCurrent(); }
+
+void DrawSystem::releaseUnusedBuffers() {
+  if (impl_->makeCurrent()) impl_->processReleases();
+}
 
 bool DrawSystem::upload(const DrawItem& item) {
   if (!impl_->makeCurrent()) return false;
