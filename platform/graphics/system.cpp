@@ -924,7 +924,7 @@ GpuBuffer* DrawSystem::Impl::buffer(std::uint64_t id, GLenum target, const void*
     std::uint32_t largest = 0;
     glBufferData(target, static_cast<GLsizeiptr>(bytes), nullptr, GL_STATIC_DRAW);
     auto* mapped = static_cast<std::uint32_t*>(
-        glMapBufferRange(target, 0, static_cast<GLsizeiptr>(bytes), GL_MAP_WRITE_BIT | GL_MAP_INVALIDATE_BUFFER_BIT));
+        glMapBufferRange(target, 0, static_cast<GLsizeiptr>(bytes), GL_MAP_WRITE_BIT | GL_MAP_UNSYNCHRONIZED_BIT));
     constexpr std::size_t chunk = 4096;
     for (std::size_t start = 0; start < count; start += chunk) {
       const std::size_t n = std::min(chunk, count - start);
