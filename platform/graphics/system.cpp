@@ -917,26 +917,11 @@ GpuBuffer* DrawSystem::Impl::buffer(std::uint64_t id, GLenum target, const void*
   entry.bytes = bytes;
   if (indices) {
     // Indices are checked against the vertex count at every draw, so the upload also finds the
-    // largest: copied chunk by chunk into the mapped buffer and scanned while the chunk is in
-    // cache, which costs about what the copy alone does.
+    // largest, scanning before the copy so that the copy reads from cache. (Mapping a buffer
+    // made without data would cost a clear of it first.)
     entry.count = static_cast<GLsizei>(count);
-    const auto* values = static_cast<const std::uint32_t*>(data);
-    std::uint32_t largest = 0;
-    glBufferData(target, static_cast<GLsizeiptr>(bytes), nullptr, GL_STATIC_DRAW);
-    auto* mapped = static_cast<std::uint32_t*>(
-        glMapBufferRange(target, 0, static_cast<GLsizeiptr>(bytes), GL_MAP_WRITE_BIT | GL_MAP_UNSYNCHRONIZED_BIT));
-    constexpr std::size_t chunk = 4096;
-    for (std::size_t start = 0; start < count; start += chunk) {
-      const std::size_t n = std::min(chunk, count - start);
-      const std::uint32_t* in = values + start;
-      largest = std::max(largest, largestIndex(in, n));
-      if (mapped) std::memcpy(mapped + start, in, n * sizeof(std::uint32_t));
-    }
-    if (mapped) {
-      glUnmapBuffer(target);
-    } else {
-      glBufferData(target, static_cast<GLsizeiptr>(bytes), data, GL_STATIC_DRAW);
-    }
+    const std::uint32_t largest = largestIndex(static_cast<const std::uint32_t*>(data), count);
+    glBufferData(target, static_cast<GLsizeiptr>(bytes), data, GL_STATIC_DRAW);
     entry.maxIndex = largest;
   } else {
     glBufferData(target, static_cast<GLsizeiptr>(bytes), data, GL_STATIC_DRAW);
