@@ -222,10 +222,9 @@ struct DrawStatistics {
 // the thread that created it.
 // GPU buffers are cached by mesh buffer identity: re-emitting an unchanged mesh, or a copy of it,
 // uploads nothing. When a mesh buffer dies or is written, libGeometry's release notification
-// queues its identity and the GPU buffer is freed at the next draw. Normals, texture
-// coordinates, colours and lines go with their mesh's vertex buffer (libGeometry lets only the
-// vertex, triangle and attribute buffers be marked), so rewriting only those keeps the old copy
-// on the GPU until the vertices change or die.
+// queues its identity and the GPU buffer is freed at the next draw. Each mesh buffer (vertices,
+// normals, texture coordinates, colours, triangles, lines, attributes) is heard of on its own;
+// triangles made from strips go with the vertex buffer.
 class VO_GR_API DrawSystem {
 public:
   // A draw system with its own off-screen OpenGL 3.3 core context (EGL, surfaceless platform).

@@ -443,7 +443,7 @@ bool itemBuffers(DrawSystem::Impl& impl, const DrawItem& item, const Shader* sha
   } else if (mesh->hasLines()) {
     b.mode = GL_LINES;
     b.indices = impl.buffer(mesh->getLineBufferId(), GL_ELEMENT_ARRAY_BUFFER, mesh->getLines(),
-                            std::size_t(mesh->getNumLines()) * 2 * 4, vertexId, vertexStorage, true,
+                            std::size_t(mesh->getNumLines()) * 2 * 4, 0, mesh->lineBuffer().storage(), true,
                             std::size_t(mesh->getNumLines()) * 2);
   }
   if (!b.indices || b.indices->count == 0) {
@@ -458,15 +458,15 @@ bool itemBuffers(DrawSystem::Impl& impl, const DrawItem& item, const Shader* sha
                             vertexStorage, false, 0);
   if (mesh->hasNormals() && b.mode == GL_TRIANGLES) {
     b.normals = impl.buffer(mesh->getNormalBufferId(), GL_ARRAY_BUFFER, mesh->getNormals(), std::size_t(numVertices) * 12,
-                            vertexId, vertexStorage, false, 0);
+                            0, mesh->normalBuffer().storage(), false, 0);
   }
   if (mesh->hasTextureCoordinates()) {
     b.uvs = impl.buffer(mesh->getTextureCoordinateBufferId(), GL_ARRAY_BUFFER, mesh->getTextureCoordinates(),
-                        std::size_t(numVertices) * 8, vertexId, vertexStorage, false, 0);
+                        std::size_t(numVertices) * 8, 0, mesh->textureCoordinateBuffer().storage(), false, 0);
   }
   if (mesh->hasColors()) {
     b.colors = impl.buffer(mesh->getColorBufferId(), GL_ARRAY_BUFFER, mesh->getColors(), std::size_t(numVertices) * 16,
-                           vertexId, vertexStorage, false, 0);
+                           0, mesh->colorBuffer().storage(), false, 0);
   }
   if (const char* name = shader ? shader->getExtraAttribute() : nullptr) {
     for (int i = 0; i < mesh->getNumAttributes(); ++i) {

@@ -2,6 +2,7 @@
 
 #include "glscene.h"
 
+#include "platform/geometry/algorithms.h"
 #include "platform/geometry/construct.h"
 #include "platform/graphics/shader.h"
 
@@ -237,4 +238,31 @@ TEST(BufferGLTest, UploadPutsAnItemsBuffersOnTheGpuBeforeTheFirstFrame) {
   // An item that would draw nothing.
   Draw draw(*scene.context, &source, false);
   EXPECT_FALSE(scene.system->upload(*draw.emit()));
+}
+
+TEST(BufferGLTest, RewritingOnlyTheNormalsFreesTheirOldGpuBufferAndKeepsTheOthers) {
+  GLScene scene;
+  auto mesh = cuboid(Point(-1, -1, -1), Point(1, 1, 1));
+  if (!mesh->hasNormals()) {
+    ASSERT_TRUE(ruGeom::meshComputeNormals(*mesh));
+  }
+  ru::Reference<LambertShader> shader(new LambertShader());
+  int source = 0;
+  auto emit = [&] {
+    Draw draw(*scene.context, &source, false);
+    draw.setShader(shader);
+    draw.setMesh(mesh);
+    draw.emit();
+  };
+  emit();
+  scene.frame("buffers_normals_first");
+  const DrawStatistics before = scene.system->getStatistics();
+  EXPECT_EQ(before.buffersFreed, 0);
+
+  mesh->editNormals()[0] = ruGeom::MeshNormal{0, 0, 1};
+  emit();
+  scene.frame("buffers_normals_rewritten");
+  const DrawStatistics after = scene.system->getStatistics();
+  EXPECT_EQ(after.bufferUploads, before.bufferUploads + 1);  // the normals alone
+  EXPECT_EQ(after.buffersFreed, 1);                           // their old copy
 }
