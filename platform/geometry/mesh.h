@@ -170,7 +170,11 @@ public:
   // The box of all vertices; invalid when there are none.
   BoundingBox getBoundingBox() const noexcept;
 
+  // The buffers themselves, for caches that mark them (see BufferId).
   const MeshBuffer<MeshVertex>& vertexBuffer() const noexcept { return vertices_; }
+  const MeshBuffer<MeshNormal>& normalBuffer() const noexcept { return normals_; }
+  const MeshBuffer<MeshTexCoord>& textureCoordinateBuffer() const noexcept { return texCoords_; }
+  const MeshBuffer<MeshColor>& colorBuffer() const noexcept { return colors_; }
 
 private:
   void resizePerVertex(std::size_t count);
@@ -240,6 +244,7 @@ public:
   BufferId getStripBufferId() const noexcept { return stripIndices_.id(); }
 
   const MeshBuffer<std::uint32_t>& triangleBuffer() const noexcept { return triangles_; }
+  const MeshBuffer<std::uint32_t>& lineBuffer() const noexcept { return lines_; }
 
 private:
   MeshBuffer<std::uint32_t> triangles_;
