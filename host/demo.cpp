@@ -11,7 +11,6 @@
 
 #include <CLI/CLI.hpp>
 
-#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <filesystem>
