@@ -191,6 +191,24 @@ struct Found {
   HitRecord record;
 };
 
+struct DiscPixel {
+  double x, y;  // centre, viewport pixels
+  Vector direction;
+};
+
+struct Scratch {
+  std::vector<DiscPixel> disc;
+  std::vector<Candidate> candidates;
+  std::vector<float> hitT, occluded;
+  std::vector<int> hitTriangle, slot;
+  std::vector<Found> found;
+  void clear() {
+    disc.clear();
+    candidates.clear();
+    found.clear();
+  }
+};
+
 // The world ray through the centre of a viewport pixel: from the eye, unit direction.
 Vector pixelDirection(const ruGeom::Camera& camera, double x, double y) {
   return camera.getWorldSpaceRay(ruLinear::Point2(x, y)).getDirection();
@@ -217,12 +235,23 @@ float visibilityTest(const DrawSystem& system, const ruGeom::Camera& camera, con
 
   // The pick disc, clipped to the viewport, centre first.
   const int cx = static_cast<int>(std::floor(point.x)), cy = static_cast<int>(std::floor(point.y));
-  struct DiscPixel {
-    double x, y;  // centre, viewport pixels
-    Vector direction;
-  };
-  thread_local std::vector<DiscPixel> disc;
-  disc.clear();
+  // Working storage kept per thread between calls; a test started from inside a filter gets
+  // its own.
+  thread_local Scratch shared;
+  thread_local int nesting = 0;
+  std::unique_ptr<Scratch> own;
+  Scratch& scratch = nesting == 0 ? shared : *(own = std::make_unique<Scratch>());
+  // Nothing outlives the call: the candidates hold meshes and acceleration structures.
+  struct Nesting {
+    int& depth;
+    Scratch& scratch;
+    Nesting(int& d, Scratch& s) : depth(d), scratch(s) { ++depth; }
+    ~Nesting() {
+      scratch.clear();
+      --depth;
+    }
+  } nested(nesting, scratch);
+  std::vector<DiscPixel>& disc = scratch.disc;
   // A large disc is cut to the viewport before it is made.
   thread_local std::vector<std::pair<int, int>> large;
   const std::vector<std::pair<int, int>>* offsets = &large;
@@ -246,7 +275,7 @@ float visibilityTest(const DrawSystem& system, const ruGeom::Camera& camera, con
   // The items taking part.
   const HitFilter* first = config.firstFilter.get();
   const HitFilter* second = config.secondFilter.get();
-  std::vector<Candidate> candidates;
+  std::vector<Candidate>& candidates = scratch.candidates;
   int order = 0;
   database->getAllItems().forEach([&](DrawItem& item) {
     const int index = order++;
@@ -287,10 +316,12 @@ float visibilityTest(const DrawSystem& system, const ruGeom::Camera& camera, con
   }
 
   // World triangle hits of every item at every disc pixel, and the nearest occluder per pixel.
-  std::vector<float> hitT;
-  std::vector<int> hitTriangle;
-  std::vector<float> occluded(numPixels, kNoHit);
-  std::vector<int> slot(candidates.size(), -1);
+  std::vector<float>& hitT = scratch.hitT;
+  std::vector<int>& hitTriangle = scratch.hitTriangle;
+  std::vector<float>& occluded = scratch.occluded;
+  std::vector<int>& slot = scratch.slot;
+  occluded.assign(numPixels, kNoHit);
+  slot.assign(candidates.size(), -1);
   int numSlots = 0;
   for (std::size_t i = 0; i < candidates.size(); ++i) {
     if (!candidates[i].screen && candidates[i].kind == Kind::Triangles) slot[i] = numSlots++;
@@ -325,7 +356,7 @@ float visibilityTest(const DrawSystem& system, const ruGeom::Camera& camera, con
   const double lineReach = config.radius + 0.5;
   const double nearDistance = camera.getFrustum().getNear();
   const Vector view = camera.getViewVector();
-  std::vector<Found> found;
+  std::vector<Found>& found = scratch.found;
   for (std::size_t i = 0; i < candidates.size(); ++i) {
     const Candidate& c = candidates[i];
     if (!c.reported) continue;
