@@ -7,6 +7,7 @@
 #include <cmath>
 #include <cstdarg>
 #include <iterator>
+#include <limits>
 
 namespace voEV {
 
@@ -614,6 +615,8 @@ ru::Reference<Event> asEvent(ru::Reference<const voPLST::Item> item) {
         !readDouble(*dictionary, "pressure", pressure) || !readBool(*dictionary, "erase", erase)) {
       return nullptr;
     }
+    // The pressure is kept as a float: a value a float cannot hold is refused, as for the ints.
+    if (std::fabs(pressure) > static_cast<double>(std::numeric_limits<float>::max())) return nullptr;
     return ru::Reference<Event>(
         new PenEvent(static_cast<EventType>(type), where, timestamp, static_cast<float>(pressure), erase));
   }

@@ -22,7 +22,11 @@ Gesture::Gesture(InteractionType interaction, double recognitionInterval) noexce
 Gesture::~Gesture() = default;
 
 Gesture::State Gesture::getState(const EventList& events, double elapsed) {
-  if (state_ != Possible) return state_;
+  if (state_ != Possible || events.empty()) return state_;
+  // The overrides read events.front() and each entry without checking.
+  for (const auto& event : events) {
+    if (!event) return state_;
+  }
   state_ = onGetState(events, elapsed);
   return state_;
 }

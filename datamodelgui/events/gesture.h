@@ -28,9 +28,10 @@ public:
   Gesture& operator=(const Gesture& other) = default;
   ~Gesture() override;
 
-  // The verdict on `events` (the parser's queue, oldest first, at least one event) `elapsed`
-  // seconds after the first of them. Once not possible, the stored verdict is returned without
-  // asking again.
+  // The verdict on `events` (the parser's queue, oldest first) `elapsed` seconds after the first
+  // of them. Once not possible, the stored verdict is returned without asking again. An empty
+  // queue, or one holding a null reference, is nothing to judge: the stored verdict is returned
+  // and the gesture is not asked.
   State getState(const EventList& events, double elapsed);
   // Back to possible; startIndex() is left as it is.
   void resetState() noexcept { state_ = Possible; }
@@ -48,8 +49,8 @@ protected:
   void setStartIndex(int index) const noexcept { startIndex_ = index; }
 
 private:
-  // The verdict from the queue, the elapsed seconds and the interval alone. An override tests
-  // element 0 first and fails at once on input of another kind.
+  // The verdict from the queue (never empty, no null entries), the elapsed seconds and the
+  // interval alone. An override tests element 0 first and fails at once on input of another kind.
   virtual State onGetState(const EventList& events, double elapsed) const = 0;
 
   InteractionType interaction_;

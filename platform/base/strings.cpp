@@ -73,7 +73,8 @@ std::u32string IString::toCodePoints() const {
   while (i < n) {
     const unsigned char lead = byte(i);
     const int extra = lead < 0x80 ? 0 : (lead >> 5) == 0x6 ? 1 : (lead >> 4) == 0xE ? 2 : (lead >> 3) == 0x1E ? 3 : -1;
-    char32_t c = extra == 0 ? lead : static_cast<char32_t>(lead & (0x3F >> extra));
+    // A lead byte that starts nothing (extra < 0) is bad and must not reach the shift.
+    char32_t c = extra <= 0 ? lead : static_cast<char32_t>(lead & (0x3F >> extra));
     bool bad = extra < 0;
     for (int k = 1; !bad && k <= extra; ++k) {
       const std::size_t at = i + static_cast<std::size_t>(k);

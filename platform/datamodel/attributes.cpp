@@ -2,6 +2,7 @@
 
 #include "platform/datamodel/editscope.h"
 #include "platform/datamodel/print.h"
+#include "platform/geometry/algorithms.h"
 
 #include <cmath>
 
@@ -40,7 +41,7 @@ void Transform::onTransact(voTXN::Serializer& serializer) {
 // --- Mesh ------------------------------------------------------------------------------------
 
 Mesh::Mesh(voDMD::Object* owner, ru::Reference<ruGeom::CompactMesh> mesh) : Attribute(owner) {
-  if (mesh) subMeshes_.push_back(std::move(mesh));
+  if (mesh) subMeshes_.push_back(detail::ownMesh(mesh.get()));
   imageKeys_.resize(subMeshes_.size());
 }
 
@@ -62,7 +63,7 @@ void Mesh::setSubMeshes(const ru::vector<ru::Reference<ruGeom::CompactMesh>>& me
   txnWillWrite();
   subMeshes_.clear();
   for (const auto& mesh : meshes) {
-    if (mesh) subMeshes_.push_back(mesh);
+    if (mesh) subMeshes_.push_back(detail::ownMesh(mesh.get()));
   }
   imageKeys_.assign(subMeshes_.size(), voRES::ImageKey());
   modified();
@@ -116,19 +117,31 @@ ruLinear::Range3d BoundingBox::localRange() const {
 }
 
 ruLinear::Range3d BoundingBox::getWorldSpace() const {
-  if (!valid_) {
-    // The box of the transformed vertices, tighter than the transformed local box under rotation.
-    ru::vector<const ruGeom::CompactMesh*> meshes;
-    collectMeshes(meshes);
-    const ruLinear::AffineMatrix m = objToWorld();
-    ruLinear::Range3d range;
+  if (valid_) return world_;
+  // The box of the transformed vertices, tighter than the transformed local box under rotation.
+  // It is taken over the hull candidates of each mesh (cached with the vertex buffer), and a move
+  // that keeps the linear part only shifts the last one: a drag costs the same whatever the mesh.
+  ru::vector<const ruGeom::CompactMesh*> meshes;
+  collectMeshes(meshes);
+  const ruLinear::AffineMatrix m = objToWorld();
+  const ruLinear::AffineMatrix linear = m.linearPart();
+  bool same = linear == linearPart_ && linearBuffers_.size() == meshes.size();
+  for (std::size_t i = 0; same && i < meshes.size(); ++i) same = linearBuffers_[i] == meshes[i]->getVertexBufferId();
+  if (!same) {
+    linearBuffers_.clear();
+    linearRange_ = ruLinear::Range3d();
     for (const ruGeom::CompactMesh* mesh : meshes) {
-      const ruGeom::MeshVertex* v = mesh->getVertices();
-      for (int i = 0, n = mesh->getNumVertices(); i < n; ++i) range.include(v[i].asPoint() * m);
+      linearBuffers_.push_back(mesh->getVertexBufferId());
+      linearRange_.include(ruGeom::meshTransformedRange(*mesh, linear));
     }
-    world_ = range;
-    valid_ = true;
+    linearPart_ = linear;
   }
+  world_ = linearRange_;
+  if (world_.isValid()) {
+    const ruLinear::Vector t = m.getTranslation();
+    world_ = ruLinear::Range3d(linearRange_.getMin() + t, linearRange_.getMax() + t);
+  }
+  valid_ = true;
   return world_;
 }
 
@@ -148,7 +161,11 @@ ruLinear::Range3d BoundingBox::getWorldSpace(const SubObject& subObject) const {
   }
   for (unsigned face : selection->faces()) {
     if (face >= numTriangles) continue;
-    for (int k = 0; k < 3; ++k) range.include(v[t[3 * face + k]].asPoint() * m);
+    // A triangle may name a vertex the mesh lacks (a mesh is not checked when it is set): skip it.
+    for (int k = 0; k < 3; ++k) {
+      const std::uint32_t corner = t[3 * static_cast<std::size_t>(face) + k];
+      if (corner < numVertices) range.include(v[corner].asPoint() * m);
+    }
   }
   return range;
 }

@@ -7,6 +7,8 @@
 #include "platform/geometry/mesh.h"
 #include "platform/resources/resources.h"
 
+#include <vector>
+
 namespace voDMD {
 
 // Where an object sits: its object-to-world matrix (row vectors, p * M). Transacted.
@@ -32,9 +34,12 @@ public:
   void setVisible(bool visible);
 
   int numSubMeshes() const noexcept { return static_cast<int>(subMeshes_.size()); }
-  // The sub-mesh at `index`; an empty mesh for an index out of range.
+  // The sub-mesh at `index`, for reading only (the attribute never changes it in place); an empty
+  // mesh for an index out of range.
   const ruGeom::CompactMesh& getSubMesh(int index) const noexcept;
-  // Replaces every sub-mesh (null entries are dropped); the image keys go with the old meshes.
+  // Replaces every sub-mesh (null entries are dropped), undoably; the image keys go with the old
+  // meshes. The attribute keeps its own copies sharing the buffers, so later writes to the
+  // meshes handed in detach them and do not reach the attribute.
   void setSubMeshes(const ru::vector<ru::Reference<ruGeom::CompactMesh>>& meshes);
   // The image that textures the sub-mesh at `index` through its texture coordinates; an invalid key
   // when it has none or the index is out of range.
@@ -83,6 +88,11 @@ private:
   ruLinear::Range3d localRange() const;
   mutable bool valid_ = false;
   mutable ruLinear::Range3d world_;
+  // The box of the vertices under the transform's linear part alone, for the vertex buffers and
+  // linear part it was taken with: a move that only translates shifts it.
+  mutable std::vector<ruGeom::BufferId> linearBuffers_;
+  mutable ruLinear::AffineMatrix linearPart_;
+  mutable ruLinear::Range3d linearRange_;
 };
 
 // The document's camera. It owns the live ruGeom::Camera; views and tools read it and keep a

@@ -6,6 +6,7 @@
 #include "platform/support/callinfo.h"
 
 #include <algorithm>
+#include <vector>
 
 namespace voDMD {
 
@@ -59,10 +60,32 @@ Object::Object(Document& document, Class* objectClass)
 Object::~Object() {
   // Children first (they outlive this object when held elsewhere, and lose their parent), then the
   // attributes, which forget their transaction records as they go.
-  for (const auto& child : children_) {
+  //
+  // Released through a work list rather than child by child down the tree: a child this list
+  // holds last hands its own children to the list before it goes, so it dies childless and the
+  // depth of a tree costs heap, not stack.
+  std::vector<ru::Reference<Object>> pending(children_.begin(), children_.end());
+  children_.clear();
+  for (const auto& child : pending) {
     if (child && child->parent_ == this) child->parent_ = nullptr;
   }
-  children_.clear();
+  std::size_t next = 0;
+  while (next < pending.size()) {
+    ru::Reference<Object> child = std::move(pending[next++]);
+    if (child && child->refCount() == 1) {
+      for (auto& grandchild : child->children_) {
+        if (grandchild && grandchild->parent_ == child.get()) grandchild->parent_ = nullptr;
+        pending.push_back(std::move(grandchild));
+      }
+      child->children_.clear();
+    }
+    child.reset();
+    // Keep the list short on wide trees: drop the released front once it is half the list.
+    if (next > 1024 && next * 2 > pending.size()) {
+      pending.erase(pending.begin(), pending.begin() + static_cast<std::ptrdiff_t>(next));
+      next = 0;
+    }
+  }
   attributes_.clear();
 }
 

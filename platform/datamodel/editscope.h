@@ -2,6 +2,7 @@
 
 // Internal to libDataModel (not installed with the public headers).
 
+#include "platform/geometry/mesh.h"
 #include "platform/transaction/transaction.h"
 
 namespace voDMD::detail {
@@ -22,5 +23,12 @@ private:
   voTXN::Manager& manager_;
   bool opened_;
 };
+
+// The attribute's own mesh object for `mesh`, sharing its buffers (nothing is copied): whoever
+// handed `mesh` in may go on writing it, which detaches their buffers and leaves the attribute's
+// as they were. Null for null.
+inline ru::Reference<ruGeom::CompactMesh> ownMesh(const ruGeom::CompactMesh* mesh) {
+  return mesh ? ru::Reference<ruGeom::CompactMesh>(new ruGeom::CompactMesh(*mesh)) : nullptr;
+}
 
 } // namespace voDMD::detail

@@ -1,10 +1,13 @@
 #include "platform/datamodel/meshhealth.h"
 
 #include <algorithm>
+#include <array>
+#include <cmath>
 #include <cstdint>
 #include <numeric>
 #include <tuple>
 #include <unordered_map>
+#include <unordered_set>
 #include <utility>
 
 namespace voDMA {
@@ -166,6 +169,10 @@ std::vector<std::uint32_t> weldOpenEdges(const float* positions, std::size_t num
   std::vector<std::uint32_t> welded(triangles, triangles + 3 * numTriangles);
   std::vector<char> valid(numTriangles, 1);
   for (std::size_t t = 0; t < numTriangles; ++t) valid[t] = !indexDegenerate(triangles + 3 * t, numVertices);
+  // A copy of a triangle does not close its edges: they are open if the triangle's are.
+  const std::vector<char> duplicate =
+      findDuplicates(numVertices, triangles, numTriangles, [&](std::size_t t) { return valid[t] != 0; });
+  for (std::size_t t = 0; t < numTriangles; ++t) valid[t] = valid[t] && !duplicate[t];
   EdgeTable edges;
   edges.build(numVertices, triangles, numTriangles, [&](std::size_t t) { return valid[t] != 0; });
   std::vector<std::uint32_t> rim;
@@ -197,6 +204,74 @@ std::vector<std::uint32_t> weldOpenEdges(const float* positions, std::size_t num
     if (v < numVertices) v = canonical[v];
   }
   return welded;
+}
+
+using TriangleKey = std::array<std::uint32_t, 3>;
+struct TriangleKeyHash {
+  std::size_t operator()(const TriangleKey& k) const noexcept {
+    return std::hash<std::uint64_t>()((std::uint64_t(k[0]) * 0x9E3779B97F4A7C15ull) ^ (std::uint64_t(k[1]) << 21) ^ k[2]);
+  }
+};
+
+// A triangle's corners in ascending order, whatever its winding.
+TriangleKey triangleKey(const std::uint32_t* c) {
+  TriangleKey key{c[0], c[1], c[2]};
+  std::sort(key.begin(), key.end());
+  return key;
+}
+
+// Triangulates a hole's rim (vertices in rim order) by cutting ears, each time the ear whose
+// smallest angle is largest, so that a rim with straight runs (a flat side) gets no triangle
+// without area. The triangles run against the rim, as its neighbours do across it. Refuses
+// (false, `fill` empty) when the rim leaves nothing but flat or repeated ears.
+bool fillHole(const float* positions, std::vector<std::uint32_t> rim,
+              const std::unordered_set<TriangleKey, TriangleKeyHash>& existing, std::vector<std::uint32_t>& fill) {
+  fill.clear();
+  auto quality = [&](std::uint32_t a, std::uint32_t b, std::uint32_t c) {
+    const std::uint32_t corners[3] = {a, b, c};
+    if (a == b || b == c || a == c || areaDegenerate(positions, corners)) return -1.0;
+    if (existing.count(triangleKey(corners))) return -1.0;
+    double smallest = 2.0;
+    for (int k = 0; k < 3; ++k) {
+      const float* p = positions + 3 * std::size_t(corners[k]);
+      const float* q = positions + 3 * std::size_t(corners[(k + 1) % 3]);
+      const float* r = positions + 3 * std::size_t(corners[(k + 2) % 3]);
+      double u[3], v[3], uu = 0, vv = 0, uv = 0;
+      for (int i = 0; i < 3; ++i) {
+        u[i] = double(q[i]) - p[i];
+        v[i] = double(r[i]) - p[i];
+        uu += u[i] * u[i];
+        vv += v[i] * v[i];
+        uv += u[i] * v[i];
+      }
+      smallest = std::min(smallest, 1.0 - uv / std::sqrt(uu * vv));  // 0 (no angle) to 2 (flat)
+    }
+    return smallest;
+  };
+  while (rim.size() > 3) {
+    std::size_t best = rim.size();
+    double bestQuality = 0.0;
+    for (std::size_t i = 0; i < rim.size(); ++i) {
+      const double q = quality(rim[(i + rim.size() - 1) % rim.size()], rim[i], rim[(i + 1) % rim.size()]);
+      if (q > bestQuality) {
+        bestQuality = q;
+        best = i;
+      }
+    }
+    if (best == rim.size()) {
+      fill.clear();
+      return false;
+    }
+    const std::uint32_t previous = rim[(best + rim.size() - 1) % rim.size()], next = rim[(best + 1) % rim.size()];
+    fill.insert(fill.end(), {previous, next, rim[best]});
+    rim.erase(rim.begin() + static_cast<std::ptrdiff_t>(best));
+  }
+  if (quality(rim[0], rim[1], rim[2]) <= 0.0) {
+    fill.clear();
+    return false;
+  }
+  fill.insert(fill.end(), {rim[0], rim[2], rim[1]});
+  return true;
 }
 
 } // namespace
@@ -235,13 +310,23 @@ MeshHealth analyseMeshHealth(const float* positions, std::size_t numVertices, co
 }
 
 MeshRepairReport repairMesh(std::vector<float>& positions, std::vector<std::uint32_t>& triangles,
-                            std::size_t maxHoleEdges) {
+                            std::size_t maxHoleEdges, std::vector<std::uint32_t>* sources) {
   MeshRepairReport report;
   std::size_t numVertices = positions.size() / 3;
   std::size_t numTriangles = triangles.size() / 3;
+  const std::size_t inputVertices = numVertices;
+  const std::size_t inputTriangles = numTriangles;
   // Open edges whose corners meet other open edges' corners are stitched first; the copies stay in
-  // the array, unused.
+  // the array, unused until the end gives each corner back the vertex it had.
+  const std::vector<std::uint32_t> input = triangles;
   triangles = weldOpenEdges(positions.data(), numVertices, triangles.data(), numTriangles);
+  const std::vector<std::uint32_t> stitched = triangles;
+  // The input triangle each triangle comes from; none for those the repair adds.
+  constexpr std::uint32_t kAdded = 0xFFFFFFFFu;
+  std::vector<std::uint32_t> origin(numTriangles);
+  std::iota(origin.begin(), origin.end(), 0u);
+  // The vertex each appended copy copies.
+  std::vector<std::uint32_t> copied;
 
   // 0. Slivers whose corner lies on their opposite side (a T-junction): the neighbour across that
   // side is split at the corner, so that removing the sliver below leaves no gap.
@@ -300,6 +385,7 @@ MeshRepairReport repairMesh(std::vector<float>& positions, std::vector<std::uint
           c[1] = sliver.middle;
           c[2] = r;
           triangles.insert(triangles.end(), {sliver.middle, y, r});
+          origin.push_back(origin[n]);
           split[n] = 1;
           ++report.addedTriangles;
           break;
@@ -325,9 +411,11 @@ MeshRepairReport repairMesh(std::vector<float>& positions, std::vector<std::uint
       if (duplicate[t]) ++report.removedDuplicate;
       if (!keep[t] || duplicate[t]) continue;
       for (int k = 0; k < 3; ++k) triangles[3 * out + k] = triangles[3 * t + k];
+      origin[out] = origin[t];
       ++out;
     }
     triangles.resize(3 * out);
+    origin.resize(out);
     numTriangles = out;
   }
   auto all = [](std::size_t) { return true; };
@@ -365,6 +453,7 @@ MeshRepairReport repairMesh(std::vector<float>& positions, std::vector<std::uint
             positions.push_back(positions[3 * v]);
             positions.push_back(positions[3 * v + 1]);
             positions.push_back(positions[3 * v + 2]);
+            copied.push_back(static_cast<std::uint32_t>(v));
             ++report.splitVertices;
           }
           partCopy.emplace_back(part, index);
@@ -447,6 +536,11 @@ MeshRepairReport repairMesh(std::vector<float>& positions, std::vector<std::uint
     for (std::size_t k = order.size(); k-- > 0;) firstOut[rim[order[k]].first] = order[k];
     std::vector<char> used(rim.size(), 0);
     std::vector<std::uint32_t> loop;
+    // The triangles there are, so that no fill repeats one.
+    std::unordered_set<TriangleKey, TriangleKeyHash> existing;
+    if (!rim.empty()) {
+      for (std::size_t t = 0; t < numTriangles; ++t) existing.insert(triangleKey(&triangles[3 * t]));
+    }
     for (std::size_t start = 0; start < rim.size(); ++start) {
       if (used[start] || outCount[rim[start].first] != 1) continue;
       loop.clear();
@@ -466,10 +560,12 @@ MeshRepairReport repairMesh(std::vector<float>& positions, std::vector<std::uint
       }
       if (!closed || loop.size() < 3 || loop.size() > maxHoleEdges) continue;
       const std::uint32_t part = partOf[rimTriangle[start]];
-      for (std::size_t i = 1; i + 1 < loop.size(); ++i) {
-        triangles.push_back(loop[0]);
-        triangles.push_back(loop[i + 1]);
-        triangles.push_back(loop[i]);
+      std::vector<std::uint32_t> fill;
+      if (!fillHole(positions.data(), loop, existing, fill)) continue;  // left open, and reported
+      for (std::size_t i = 0; i < fill.size(); i += 3) {
+        triangles.insert(triangles.end(), {fill[i], fill[i + 1], fill[i + 2]});
+        existing.insert(triangleKey(&fill[i]));
+        origin.push_back(kAdded);
         partOf.push_back(part);
         ++report.addedTriangles;
       }
@@ -507,6 +603,34 @@ MeshRepairReport repairMesh(std::vector<float>& positions, std::vector<std::uint
       }
     }
   }
+
+  // 7. Corners give back the vertices the stitching replaced (same place, their own attributes),
+  // and copies carry the attributes of the vertex they copy.
+  std::vector<std::uint32_t> source(numVertices);
+  std::iota(source.begin(), source.begin() + static_cast<std::ptrdiff_t>(inputVertices), 0u);
+  for (std::size_t i = 0; i < copied.size(); ++i) source[inputVertices + i] = copied[i];
+  std::vector<char> sourceSet(numVertices, 0);
+  for (std::size_t t = 0; t < numTriangles; ++t) {
+    if (origin[t] == kAdded || origin[t] >= inputTriangles) continue;
+    const std::size_t from = 3 * static_cast<std::size_t>(origin[t]);
+    for (int k = 0; k < 3; ++k) {
+      std::uint32_t& corner = triangles[3 * t + static_cast<std::size_t>(k)];
+      const std::uint32_t stitchedVertex = corner < inputVertices ? corner : source[corner];
+      for (int j = 0; j < 3; ++j) {
+        if (stitched[from + static_cast<std::size_t>(j)] != stitchedVertex) continue;
+        const std::uint32_t own = input[from + static_cast<std::size_t>(j)];
+        if (corner < inputVertices) {
+          corner = own;
+        } else if (!sourceSet[corner]) {
+          source[corner] = own;
+          sourceSet[corner] = 1;
+        }
+        break;
+      }
+    }
+  }
+  report.remaining = analyseMeshHealth(positions.data(), numVertices, triangles.data(), numTriangles);
+  if (sources) *sources = std::move(source);
   return report;
 }
 

@@ -44,14 +44,24 @@ struct VO_DMD_API MeshRepairReport {
   std::size_t flippedTriangles = 0;
   std::size_t closedHoles = 0;
   std::size_t addedTriangles = 0;
+  // What is still wrong afterwards (holes with more edges than allowed, say); healthy() when the
+  // repair fixed everything.
+  MeshHealth remaining;
 };
 
 // Repairs a mesh in place: removes degenerate and duplicate triangles, separates surfaces that
 // share an edge or a vertex without being joined (so every edge has at most two triangles), makes
 // the orientation consistent (outward for closed parts), and closes holes whose rim has at most
 // `maxHoleEdges` edges. Open edges are stitched first as the analysis does (the copies stay in the
-// array, unused). Vertices may be appended; none are removed or moved. Returns what it did.
+// array, unused). Vertices may be appended; none are removed or moved. Every triangle that is
+// not removed as degenerate or duplicate is kept (turned, or cut in two along a sliver's corner,
+// perhaps), and its corners keep the vertices they had wherever the stitching allows, so the
+// attributes of those vertices stay with them. Returns what it did and what is left to fix.
+//
+// `sources`, when given, receives for every vertex of the result the vertex of the input whose
+// attributes it should carry: itself for the input's vertices, the vertex it copies for those
+// appended.
 VO_DMD_API MeshRepairReport repairMesh(std::vector<float>& positions, std::vector<std::uint32_t>& triangles,
-                                       std::size_t maxHoleEdges = 64);
+                                       std::size_t maxHoleEdges = 64, std::vector<std::uint32_t>* sources = nullptr);
 
 } // namespace voDMA

@@ -10,12 +10,13 @@ using detail::EditScope;
 
 // --- KLTMesh ---------------------------------------------------------------------------------
 
-KLTMesh::KLTMesh(voDMD::Object* owner, ru::Reference<ruGeom::CompactMesh> mesh) : Attribute(owner), mesh_(std::move(mesh)) {}
+KLTMesh::KLTMesh(voDMD::Object* owner, ru::Reference<ruGeom::CompactMesh> mesh)
+    : Attribute(owner), mesh_(detail::ownMesh(mesh.get())) {}
 
 void KLTMesh::setMesh(const ru::Reference<ruGeom::CompactMesh>& mesh) {
   EditScope scope(*txnManager(), "Replace mesh");
   txnWillWrite();
-  mesh_ = mesh;
+  mesh_ = detail::ownMesh(mesh.get());
   thickness.clear();
   thicknessValid_ = false;
   repaired_ = false;
@@ -58,7 +59,54 @@ bool KLTMesh::needsRepair() const {
   return health_ == 1;
 }
 
-bool KLTMesh::repair() {
+namespace {
+
+// Gives each vertex from `first` on (those the repair appended) the values of its source.
+template <class T>
+void copyAppended(const T* from, T* to, const std::vector<std::uint32_t>& sources, std::size_t first) {
+  for (std::size_t v = first; v < sources.size(); ++v) to[v] = from[sources[v]];
+}
+
+// The repaired mesh: positions and triangles from the repair; texture coordinates, colours, lines
+// and named attributes of the source kept (the vertices the repair appended copy them from their
+// sources); normals computed again, since triangles may have turned; strips dropped, since the
+// triangles they stand for changed.
+ru::Reference<ruGeom::CompactMesh> rebuild(const ruGeom::CompactMesh& source, const std::vector<float>& positions,
+                                           const std::vector<std::uint32_t>& triangles,
+                                           const std::vector<std::uint32_t>& sources) {
+  ru::Reference<ruGeom::CompactMesh> repaired(new ruGeom::CompactMesh(source));
+  const std::size_t before = static_cast<std::size_t>(source.getNumVertices());
+  const std::size_t count = positions.size() / 3;
+  repaired->clearStrips();
+  repaired->clearNormals();
+  if (count != before) {
+    repaired->setNumVertices(static_cast<int>(count));
+    ruGeom::MeshVertex* v = repaired->editVertices();
+    for (std::size_t i = before; i < count; ++i) v[i] = ruGeom::MeshVertex(positions[3 * i], positions[3 * i + 1], positions[3 * i + 2]);
+    if (source.hasTextureCoordinates()) {
+      copyAppended(source.getTextureCoordinates(), repaired->editTextureCoordinates(), sources, before);
+    }
+    if (source.hasColors()) copyAppended(source.getColors(), repaired->editColors(), sources, before);
+    for (int a = 0; a < source.getNumAttributes(); ++a) {
+      const ruGeom::MeshAttributeEntry& entry = source.getAttributeEntry(a);
+      const ruGeom::MeshAttributes from = source.getAttributes(entry.name);
+      const ruGeom::WritableMeshAttributes to = repaired->editAttributes(entry.name);
+      if (!from.valid() || !to.valid()) continue;
+      const auto width = static_cast<std::size_t>(from.getWidth());
+      for (std::size_t i = before; i < count; ++i) {
+        std::copy_n(from.asFloat() + width * sources[i], width, to.editFloat() + width * i);
+      }
+    }
+  }
+  repaired->setNumTriangles(static_cast<int>(triangles.size() / 3));
+  std::copy(triangles.begin(), triangles.end(), repaired->editTriangles());
+  ruGeom::meshComputeNormals(*repaired);
+  return repaired;
+}
+
+} // namespace
+
+bool KLTMesh::repair(voDMA::MeshRepairReport* report) {
   if (!mesh_ || repaired_ || !needsRepair()) return false;
   const ruGeom::CompactMesh& source = *mesh_;
   // Vertices are three packed floats, the layout the repair works on.
@@ -66,17 +114,11 @@ bool KLTMesh::repair() {
   std::vector<float> positions(first, first + 3 * static_cast<std::size_t>(source.getNumVertices()));
   std::vector<std::uint32_t> triangles(source.getTriangles(), source.getTriangles() + 3 * source.getNumTriangles());
   const Tolerances& tolerances = owner()->document()->getToleranceTable();
-  voDMA::repairMesh(positions, triangles, static_cast<std::size_t>(std::max(0, tolerances.maxHoleEdges)));
-
-  ru::Reference<ruGeom::CompactMesh> repaired(new ruGeom::CompactMesh());
-  repaired->setNumVertices(static_cast<int>(positions.size() / 3));
-  ruGeom::MeshVertex* v = repaired->editVertices();
-  for (std::size_t i = 0; i < positions.size() / 3; ++i) {
-    v[i] = ruGeom::MeshVertex(positions[3 * i], positions[3 * i + 1], positions[3 * i + 2]);
-  }
-  repaired->setNumTriangles(static_cast<int>(triangles.size() / 3));
-  std::copy(triangles.begin(), triangles.end(), repaired->editTriangles());
-  ruGeom::meshComputeNormals(*repaired);
+  std::vector<std::uint32_t> sources;
+  const voDMA::MeshRepairReport done =
+      voDMA::repairMesh(positions, triangles, static_cast<std::size_t>(std::max(0, tolerances.maxHoleEdges)), &sources);
+  if (report) *report = done;
+  ru::Reference<ruGeom::CompactMesh> repaired = rebuild(source, positions, triangles, sources);
 
   EditScope scope(*txnManager(), "Repair");
   txnWillWrite();
@@ -200,6 +242,7 @@ KLTDecoration* KLTDecoration::get() {
 KLTPrinter* KLTDecoration::getPrinter() const {
   if (printerValid_) return printer_;
   printer_ = nullptr;
+  ++printerSearches_;
   for (ObjectIterator it(document_.root()); (it.next(), it.valid());) {
     if (KLTPrinter* printer = it.getObject()->findAttribute<KLTPrinter>()) {
       printer_ = printer;
@@ -252,8 +295,10 @@ void KLTDecoration::updateMesh(KLTMesh* mesh, bool notify) {
 void KLTDecoration::objectChanged(Object* object) {
   if (updating_) return;
   updating_ = true;
-  if (object->findAttribute<KLTPrinter>() || !object->isInDocument()) printerValid_ = false;
+  // Which printer is the document's changes only when a subtree holding one comes or goes (found
+  // below); other objects, in the tree or not (the camera's holder), leave the cached one.
   if (object->findAttribute<KLTPrinter>()) {
+    printerValid_ = false;
     updating_ = false;
     recomputeAll();
     return;

@@ -3,6 +3,7 @@
 #include "platform/base/linear.h"
 #include "platform/datamodel/attributes.h"
 #include "platform/datamodel/document.h"
+#include "platform/datamodel/meshhealth.h"
 #include "platform/geometry/mesh.h"
 
 #include <array>
@@ -34,9 +35,13 @@ private:
 // Transacted: replacing the mesh, showing and hiding, analyses and repairs can all be undone.
 class VO_DMD_API KLTMesh : public Attribute {
 public:
-  // The mesh (shared, never copied). Null only for an attribute made without one.
-  const ru::Reference<ruGeom::CompactMesh>& getMesh() const noexcept { return mesh_; }
-  // Replaces the mesh; the thickness analysis and the repair state start over.
+  // The mesh, for reading only: the attribute never changes it in place, so a reader may keep it.
+  // Null only for an attribute made without one. To change the mesh, edit a copy (copies share
+  // the buffers until written) and hand it to setMesh.
+  ru::Reference<const ruGeom::CompactMesh> getMesh() const noexcept { return mesh_; }
+  // Replaces the mesh (undoably); the thickness analysis and the repair state start over. The
+  // attribute keeps its own copy of `mesh` sharing its buffers, so later writes to `mesh` by the
+  // caller detach them and do not reach the attribute.
   void setMesh(const ru::Reference<ruGeom::CompactMesh>& mesh);
 
   bool visible() const noexcept { return visible_; }
@@ -59,8 +64,11 @@ public:
   bool needsRepair() const;
   bool isRepaired() const noexcept { return repaired_; }
   // Repairs the mesh (see voDMA::repairMesh) when it needs it, replacing it with the repaired one and
-  // setting isRepaired(). Transacted. False when there was nothing to repair.
-  bool repair();
+  // setting isRepaired(). Transacted. The repaired mesh keeps the texture coordinates, colours,
+  // lines and named attributes of the vertices it keeps; normals are computed again. `report`,
+  // when given, receives what the repair did and what it could not fix. False when there was
+  // nothing to repair (the report is then left alone).
+  bool repair(voDMA::MeshRepairReport* report = nullptr);
 
   // True when the mesh's world box passes the printer's useable volume on some side.
   bool isOutOfBounds() const noexcept { return outOfBoundsFaces_ != 0; }
@@ -154,6 +162,9 @@ public:
   // The sides of the useable volume passed by some visible printable mesh (bits as in
   // KLTMesh::outOfBoundsFaces()).
   unsigned outOfBoundsFaces() const noexcept { return faces_; }
+  // How many times getPrinter() has walked the document to find the printer (it keeps the answer
+  // until a subtree holding a printer comes or goes); for diagnostics and tests.
+  std::uint64_t printerSearches() const noexcept { return printerSearches_; }
 
 private:
   friend class Document;
@@ -175,6 +186,7 @@ private:
   bool updating_ = false;
   mutable KLTPrinter* printer_ = nullptr;
   mutable bool printerValid_ = false;
+  mutable std::uint64_t printerSearches_ = 0;
 };
 
 // Building objects. Each makes an object of the right class with its attributes, ready to insert.

@@ -1,7 +1,10 @@
 #include "platform/geometry/algorithms.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
+#include <mutex>
+#include <unordered_map>
 
 namespace ruGeom {
 
@@ -343,6 +346,393 @@ bool meshSplit(const CompactMesh& mesh, int maxVertices, ru::vector<CompactMesh*
     out.push_back(result);
   }
   return true;
+}
+
+// --- Hull candidates ---------------------------------------------------------------------------
+
+namespace {
+
+using ruLinear::Point;
+
+// Directions whose extreme vertices span the inner polytope: the 26 of the cube's faces, edges and
+// corners, and 64 spread evenly over the sphere (a Fibonacci lattice), so that a rounded part
+// keeps only a thin shell of its vertices.
+const std::vector<std::array<double, 3>>& filterDirections() {
+  static const std::vector<std::array<double, 3>> directions = [] {
+    std::vector<std::array<double, 3>> d;
+    for (int x = -1; x <= 1; ++x) {
+      for (int y = -1; y <= 1; ++y) {
+        for (int z = -1; z <= 1; ++z) {
+          if (x != 0 || y != 0 || z != 0) d.push_back({double(x), double(y), double(z)});
+        }
+      }
+    }
+    const int n = 64;
+    const double golden = 3.0 - std::sqrt(5.0);
+    const double pi = 3.14159265358979323846;
+    for (int i = 0; i < n; ++i) {
+      const double z = 1.0 - (2.0 * i + 1.0) / n;
+      const double r = std::sqrt(1.0 - z * z);
+      const double a = pi * golden * i;
+      d.push_back({r * std::cos(a), r * std::sin(a), z});
+    }
+    return d;
+  }();
+  return directions;
+}
+
+struct HullPlane {
+  double n[3];  // outward, unit length
+  double offset;
+};
+
+double dot(const double* n, const Point& p) noexcept { return n[0] * p.x + n[1] * p.y + n[2] * p.z; }
+
+// The facets of the hull of a few points, by trying every triple: a triple is a facet's plane when
+// no point lies beyond it by more than `tolerance`. The tolerance is generous so that rounding
+// never drops a real facet (which would let the planes enclose more than the hull). Answers false
+// when the points are flat (some plane has every point on it), where planes cannot enclose them.
+bool smallHull(const std::vector<Point>& points, double tolerance, std::vector<HullPlane>& planes) {
+  const std::size_t k = points.size();
+  if (k < 4) return false;
+  for (std::size_t a = 0; a < k; ++a) {
+    for (std::size_t b = a + 1; b < k; ++b) {
+      for (std::size_t c = b + 1; c < k; ++c) {
+        const ruLinear::Vector u = points[b] - points[a], v = points[c] - points[a];
+        double n[3] = {u.getY() * v.getZ() - u.getZ() * v.getY(), u.getZ() * v.getX() - u.getX() * v.getZ(),
+                       u.getX() * v.getY() - u.getY() * v.getX()};
+        const double length = std::sqrt(n[0] * n[0] + n[1] * n[1] + n[2] * n[2]);
+        if (!(length > 0.0)) continue;
+        for (double& x : n) x /= length;
+        const double offset = dot(n, points[a]);
+        bool anyAbove = false, anyBelow = false;
+        for (const Point& p : points) {
+          const double s = dot(n, p) - offset;
+          if (s > tolerance) anyAbove = true;
+          if (s < -tolerance) anyBelow = true;
+          if (anyAbove && anyBelow) break;
+        }
+        if (!anyAbove && !anyBelow) return false;
+        if (anyAbove && anyBelow) continue;
+        const double sign = anyAbove ? -1.0 : 1.0;
+        planes.push_back(HullPlane{{sign * n[0], sign * n[1], sign * n[2]}, sign * offset});
+      }
+    }
+  }
+  return !planes.empty();
+}
+
+// The candidates; the first `numSeeds` of them are the vertices extreme along the fixed
+// directions.
+std::vector<Point> computeHullCandidates(const MeshVertex* vertices, std::size_t count, std::size_t& numSeeds) {
+  std::vector<Point> all;
+  numSeeds = 0;
+  if (count == 0) return all;
+  // The vertices extreme along each direction (the first of equals).
+  const auto& directions = filterDirections();
+  std::vector<double> best(directions.size(), -HUGE_VAL);
+  std::vector<std::size_t> extreme(directions.size(), 0);
+  ruLinear::Range3d range;
+  for (std::size_t i = 0; i < count; ++i) {
+    const Point p = vertices[i].asPoint();
+    range.include(p);
+    for (std::size_t d = 0; d < directions.size(); ++d) {
+      const double s = directions[d][0] * p.x + directions[d][1] * p.y + directions[d][2] * p.z;
+      if (s > best[d]) {
+        best[d] = s;
+        extreme[d] = i;
+      }
+    }
+  }
+  std::sort(extreme.begin(), extreme.end());
+  extreme.erase(std::unique(extreme.begin(), extreme.end()), extreme.end());
+  std::vector<Point> inner;
+  for (std::size_t i : extreme) inner.push_back(vertices[i].asPoint());
+  const ruLinear::Vector diagonal = range.getDiagonal();
+  const double size = std::max({std::fabs(diagonal.getX()), std::fabs(diagonal.getY()), std::fabs(diagonal.getZ())});
+  const double tolerance = 1e-10 * std::max(size, std::max({std::fabs(range.getMin(0)), std::fabs(range.getMin(1)),
+                                                           std::fabs(range.getMin(2)), std::fabs(range.getMax(0)),
+                                                           std::fabs(range.getMax(1)), std::fabs(range.getMax(2))}));
+  std::vector<HullPlane> planes;
+  std::vector<Point> kept;
+  if (!smallHull(inner, tolerance, planes)) {
+    // Flat or nearly a point: no polytope to filter with.
+    kept.reserve(count);
+    for (std::size_t i = 0; i < count; ++i) kept.push_back(vertices[i].asPoint());
+    return kept;
+  }
+  // The polytope's own corners are kept (they are the extremes), then every vertex outside it. A
+  // vertex inside or on it can never pass the extremes in any direction.
+  kept = inner;
+  numSeeds = inner.size();
+  for (std::size_t i = 0, e = 0; i < count; ++i) {
+    if (e < extreme.size() && extreme[e] == i) {
+      ++e;
+      continue;
+    }
+    const Point p = vertices[i].asPoint();
+    for (const HullPlane& plane : planes) {
+      if (dot(plane.n, p) > plane.offset + tolerance) {
+        kept.push_back(p);
+        break;
+      }
+    }
+  }
+  return kept;
+}
+
+// The candidates in a tree of boxes, so that the extreme along a direction is found by visiting
+// only the boxes that could hold a better one: a round part, all of whose vertices are on the
+// hull, is then searched in about the same time as a small one.
+struct HullIndex {
+  // A box around a node's points, turned to fit them (the principal axes of their spread): the
+  // points of a patch of surface fill a flat box, so a direction close to the patch's normal
+  // reaches little beyond the patch, and the search skips the patches near the extreme that
+  // cannot beat it.
+  struct Node {
+    double centre[3];
+    double axes[3][3];  // unit, orthogonal
+    double half[3];     // half extents along the axes
+    std::uint32_t first = 0, count = 0;  // the points of a leaf
+    std::int32_t left = -1, right = -1;  // children; -1 for a leaf
+  };
+  std::vector<Point> points;  // ordered so that each leaf's points are contiguous
+  std::vector<Node> nodes;    // nodes[0] is the root
+  std::vector<Point> seeds;   // the points extreme along the fixed directions (some of `points`)
+
+  static constexpr std::uint32_t kLeafSize = 8;
+  static constexpr std::uint32_t kFittedNodeSize = 4096;
+
+  HullIndex(std::vector<Point> candidates, std::size_t numSeeds) : points(std::move(candidates)) {
+    if (points.empty()) return;
+    seeds.assign(points.begin(), points.begin() + static_cast<std::ptrdiff_t>(std::min(numSeeds, points.size())));
+    nodes.reserve(2 * (points.size() / kLeafSize + 1));
+    build(0, static_cast<std::uint32_t>(points.size()));
+  }
+
+  // The eigenvectors of a symmetric 3 x 3 matrix (Jacobi rotations), as rows of `vectors`.
+  static void eigenvectors(double a[3][3], double vectors[3][3]) {
+    double v[3][3] = {{1, 0, 0}, {0, 1, 0}, {0, 0, 1}};
+    for (int sweep = 0; sweep < 32; ++sweep) {
+      const double off = a[0][1] * a[0][1] + a[0][2] * a[0][2] + a[1][2] * a[1][2];
+      if (!(off > 1e-30 * (a[0][0] * a[0][0] + a[1][1] * a[1][1] + a[2][2] * a[2][2]))) break;
+      for (int p = 0; p < 2; ++p) {
+        for (int q = p + 1; q < 3; ++q) {
+          if (a[p][q] == 0.0) continue;
+          const double theta = (a[q][q] - a[p][p]) / (2.0 * a[p][q]);
+          const double t = (theta >= 0 ? 1.0 : -1.0) / (std::fabs(theta) + std::sqrt(theta * theta + 1.0));
+          const double c = 1.0 / std::sqrt(t * t + 1.0), s = t * c;
+          for (int k = 0; k < 3; ++k) {
+            const double akp = a[k][p], akq = a[k][q];
+            a[k][p] = c * akp - s * akq;
+            a[k][q] = s * akp + c * akq;
+          }
+          for (int k = 0; k < 3; ++k) {
+            const double apk = a[p][k], aqk = a[q][k];
+            a[p][k] = c * apk - s * aqk;
+            a[q][k] = s * apk + c * aqk;
+          }
+          for (int k = 0; k < 3; ++k) {
+            const double vkp = v[k][p], vkq = v[k][q];
+            v[k][p] = c * vkp - s * vkq;
+            v[k][q] = s * vkp + c * vkq;
+          }
+        }
+      }
+    }
+    for (int i = 0; i < 3; ++i) {
+      for (int k = 0; k < 3; ++k) vectors[i][k] = v[k][i];
+    }
+  }
+
+  std::int32_t build(std::uint32_t first, std::uint32_t last) {
+    const double n = double(last - first);
+    double mean[3] = {0, 0, 0};
+    if (last - first <= kFittedNodeSize) {
+      for (std::uint32_t i = first; i < last; ++i) {
+        for (int a = 0; a < 3; ++a) mean[a] += points[i][a];
+      }
+      for (double& m : mean) m /= n;
+    }
+    double covariance[3][3] = {};
+    for (std::uint32_t i = first; i < (last - first <= kFittedNodeSize ? last : first); ++i) {
+      const double d[3] = {points[i].x - mean[0], points[i].y - mean[1], points[i].z - mean[2]};
+      for (int a = 0; a < 3; ++a) {
+        for (int b = 0; b < 3; ++b) covariance[a][b] += d[a] * d[b];
+      }
+    }
+    Node node;
+    // Large nodes are always opened near an extreme: world axes serve them as well and cost less.
+    if (last - first <= kFittedNodeSize) {
+      eigenvectors(covariance, node.axes);
+    } else {
+      for (int a = 0; a < 3; ++a) {
+        for (int k = 0; k < 3; ++k) node.axes[a][k] = a == k ? 1.0 : 0.0;
+      }
+    }
+    double low[3] = {HUGE_VAL, HUGE_VAL, HUGE_VAL}, high[3] = {-HUGE_VAL, -HUGE_VAL, -HUGE_VAL};
+    for (std::uint32_t i = first; i < last; ++i) {
+      for (int a = 0; a < 3; ++a) {
+        const double t = node.axes[a][0] * points[i].x + node.axes[a][1] * points[i].y + node.axes[a][2] * points[i].z;
+        low[a] = std::min(low[a], t);
+        high[a] = std::max(high[a], t);
+      }
+    }
+    for (int k = 0; k < 3; ++k) node.centre[k] = 0.0;
+    for (int a = 0; a < 3; ++a) {
+      const double middle = 0.5 * (low[a] + high[a]);
+      node.half[a] = 0.5 * (high[a] - low[a]);
+      for (int k = 0; k < 3; ++k) node.centre[k] += middle * node.axes[a][k];
+    }
+    node.first = first;
+    node.count = last - first;
+    const auto index = static_cast<std::int32_t>(nodes.size());
+    nodes.push_back(node);
+    if (last - first <= kLeafSize) return index;
+    // Split across the widest axis of the box, at the median.
+    int axis = 0;
+    for (int a = 1; a < 3; ++a) {
+      if (node.half[a] > node.half[axis]) axis = a;
+    }
+    const double direction[3] = {node.axes[axis][0], node.axes[axis][1], node.axes[axis][2]};
+    const std::uint32_t middle = first + (last - first) / 2;
+    std::nth_element(points.begin() + first, points.begin() + middle, points.begin() + last,
+                     [&direction](const Point& a, const Point& b) {
+                       return direction[0] * a.x + direction[1] * a.y + direction[2] * a.z <
+                              direction[0] * b.x + direction[1] * b.y + direction[2] * b.z;
+                     });
+    const std::int32_t left = build(first, middle);
+    const std::int32_t right = build(middle, last);
+    nodes[static_cast<std::size_t>(index)].left = left;
+    nodes[static_cast<std::size_t>(index)].right = right;
+    return index;
+  }
+
+  // Coordinate `axis` of p * m, computed exactly as operator* does, so that the extreme found is
+  // the one a walk over every point finds.
+  static double coordinate(const Point& p, const ruLinear::AffineMatrix& m, int axis) noexcept {
+    return p.x * m(0, axis) + p.y * m(1, axis) + p.z * m(2, axis) + m(3, axis);
+  }
+
+  // The largest (sign +1) or smallest (sign -1) coordinate `axis` of the points under `m`.
+  double extreme(const ruLinear::AffineMatrix& m, int axis, double sign, double start,
+                 std::vector<std::pair<std::int32_t, double>>& stack) const {
+    const double column[3] = {m(0, axis), m(1, axis), m(2, axis)};
+    // How far a node's points can reach along the direction, a little more for rounding.
+    auto reach = [&](const Node& node) {
+      const double middle = node.centre[0] * column[0] + node.centre[1] * column[1] + node.centre[2] * column[2] + m(3, axis);
+      double spread = 0.0;
+      for (int a = 0; a < 3; ++a) {
+        spread += node.half[a] * std::fabs(node.axes[a][0] * column[0] + node.axes[a][1] * column[1] + node.axes[a][2] * column[2]);
+      }
+      const double slack = 1e-12 * (std::fabs(middle) + spread) + 1e-300;
+      return sign * middle + spread + slack;
+    };
+    double best = sign * start;  // in signed terms
+    stack.clear();
+    stack.emplace_back(0, reach(nodes[0]));
+    while (!stack.empty()) {
+      const auto [index, bound] = stack.back();
+      stack.pop_back();
+      if (bound < best) continue;
+      const Node& node = nodes[static_cast<std::size_t>(index)];
+      if (node.left < 0) {
+        for (std::uint32_t i = node.first; i < node.first + node.count; ++i) {
+          best = std::max(best, sign * coordinate(points[i], m, axis));
+        }
+        continue;
+      }
+      const double leftBound = reach(nodes[static_cast<std::size_t>(node.left)]);
+      const double rightBound = reach(nodes[static_cast<std::size_t>(node.right)]);
+      // The more promising child is searched first, so that the other is often skipped.
+      if (leftBound > rightBound) {
+        if (rightBound >= best) stack.emplace_back(node.right, rightBound);
+        if (leftBound >= best) stack.emplace_back(node.left, leftBound);
+      } else {
+        if (leftBound >= best) stack.emplace_back(node.left, leftBound);
+        if (rightBound >= best) stack.emplace_back(node.right, rightBound);
+      }
+    }
+    return sign * best;
+  }
+};
+
+struct HullCache {
+  std::mutex mutex;
+  std::unordered_map<BufferId, std::shared_ptr<const HullIndex>> candidates;
+};
+
+HullCache& hullCache() {
+  // Never destroyed: buffers may be released during static destruction.
+  static HullCache* instance = [] {
+    auto* cache = new HullCache();
+    subscribeBufferRelease([cache](BufferId id) {
+      std::shared_ptr<const HullIndex> released;  // freed outside the lock
+      std::lock_guard<std::mutex> lock(cache->mutex);
+      auto found = cache->candidates.find(id);
+      if (found == cache->candidates.end()) return;
+      released = std::move(found->second);
+      cache->candidates.erase(found);
+    });
+    return cache;
+  }();
+  return *instance;
+}
+
+std::shared_ptr<const HullIndex> hullIndex(const PointMesh& mesh) {
+  const MeshBuffer<MeshVertex>& buffer = mesh.vertexBuffer();
+  if (buffer.empty()) {
+    static const auto empty = std::make_shared<const HullIndex>(std::vector<Point>(), 0);
+    return empty;
+  }
+  HullCache& cache = hullCache();
+  {
+    std::lock_guard<std::mutex> lock(cache.mutex);
+    auto found = cache.candidates.find(buffer.id());
+    if (found != cache.candidates.end()) return found->second;
+  }
+  // Computed outside the lock; two threads computing the same buffer agree.
+  std::size_t numSeeds = 0;
+  auto index = std::make_shared<const HullIndex>(computeHullCandidates(buffer.data(), buffer.size(), numSeeds), numSeeds);
+  std::lock_guard<std::mutex> lock(cache.mutex);
+  auto inserted = cache.candidates.emplace(buffer.id(), std::move(index));
+  buffer.storage()->markCached();
+  return inserted.first->second;
+}
+
+}  // namespace
+
+std::shared_ptr<const std::vector<ruLinear::Point>> meshHullCandidates(const PointMesh& mesh) {
+  std::shared_ptr<const HullIndex> index = hullIndex(mesh);
+  return std::shared_ptr<const std::vector<ruLinear::Point>>(index, &index->points);
+}
+
+ruLinear::Range3d meshTransformedRange(const PointMesh& mesh, const ruLinear::AffineMatrix& matrix) {
+  const std::shared_ptr<const HullIndex> index = hullIndex(mesh);
+  ruLinear::Range3d range;
+  if (index->points.size() <= 4 * HullIndex::kLeafSize) {
+    for (const ruLinear::Point& p : index->points) range.include(p * matrix);
+    return range;
+  }
+  // The points extreme along the fixed directions give a box close to the answer, which lets
+  // the searches skip most of the tree from the start.
+  ruLinear::Range3d seed;
+  for (const ruLinear::Point& p : index->seeds) seed.include(p * matrix);
+  std::vector<std::pair<std::int32_t, double>> stack;
+  stack.reserve(64);
+  double low[3], high[3];
+  for (int axis = 0; axis < 3; ++axis) {
+    low[axis] = index->extreme(matrix, axis, -1.0, seed.getMin(axis), stack);
+    high[axis] = index->extreme(matrix, axis, 1.0, seed.getMax(axis), stack);
+  }
+  range.set(Point(low[0], low[1], low[2]), Point(high[0], high[1], high[2]));
+  return range;
+}
+
+std::size_t hullCandidateCacheSize() noexcept {
+  HullCache& cache = hullCache();
+  std::lock_guard<std::mutex> lock(cache.mutex);
+  return cache.candidates.size();
 }
 
 }  // namespace ruGeom

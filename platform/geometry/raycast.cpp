@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cstdlib>
+#include <string>
 #include <cmath>
 #include <limits>
 #include <mutex>
@@ -17,10 +19,38 @@ namespace {
 using ruLinear::Point;
 using ruLinear::Vector;
 
-// One Embree device for the process. Created on first use and kept to the end (Embree's own
-// threads live with it).
-RTCDevice device() {
-  static RTCDevice instance = rtcNewDevice("threads=0");
+const char* embreeErrorName(RTCError code) noexcept {
+  switch (code) {
+    case RTC_ERROR_NONE: return "no error";
+    case RTC_ERROR_INVALID_ARGUMENT: return "invalid argument";
+    case RTC_ERROR_INVALID_OPERATION: return "invalid operation";
+    case RTC_ERROR_OUT_OF_MEMORY: return "out of memory";
+    case RTC_ERROR_UNSUPPORTED_CPU: return "unsupported CPU";
+    case RTC_ERROR_CANCELLED: return "cancelled";
+    default: return "unknown error";
+  }
+}
+
+// One Embree device for the process, or null when Embree cannot make one (an unsupported CPU,
+// no memory, bad options): every query then misses and rayQueryError() says why. Created on
+// first use and kept to the end (Embree's own threads live with it).
+struct Device {
+  RTCDevice handle = nullptr;
+  ruString::CString error;
+};
+
+const Device& device() {
+  static const Device instance = [] {
+    Device d;
+    std::string config = "threads=0";
+    if (const char* extra = std::getenv("RUGEOM_EMBREE_CONFIG"); extra && *extra) config += std::string(",") + extra;
+    d.handle = rtcNewDevice(config.c_str());
+    if (!d.handle) {
+      d.error = ruString::CString::format("the Embree device could not be created with options '%s' (%s)",
+                                          config.c_str(), embreeErrorName(rtcGetDeviceError(nullptr)));
+    }
+    return d;
+  }();
   return instance;
 }
 
@@ -66,22 +96,40 @@ RTCScene buildScene(const CompactMesh& mesh) {
   for (std::size_t i = 0; i < static_cast<std::size_t>(numTriangles) * 3; ++i) {
     if (tri[i] >= static_cast<std::uint32_t>(numVertices)) return nullptr;
   }
-  RTCScene scene = rtcNewScene(device());
+  // Embree's calls crash on a null handle, so each handle is checked before it is used.
+  RTCDevice handle = device().handle;
+  if (!handle) return nullptr;
+  RTCScene scene = rtcNewScene(handle);
+  if (!scene) return nullptr;
   // The context filter lets a query skip one triangle (the one a ray starts from).
   rtcSetSceneFlags(scene, RTC_SCENE_FLAG_CONTEXT_FILTER_FUNCTION);
   rtcSetSceneBuildQuality(scene, RTC_BUILD_QUALITY_MEDIUM);
-  RTCGeometry geometry = rtcNewGeometry(device(), RTC_GEOMETRY_TYPE_TRIANGLE);
+  RTCGeometry geometry = rtcNewGeometry(handle, RTC_GEOMETRY_TYPE_TRIANGLE);
+  if (!geometry) {
+    rtcReleaseScene(scene);
+    return nullptr;
+  }
   // Embree reads vertices as 16-byte loads: its own buffers carry the padding ours lack.
   auto* vertices = static_cast<float*>(
       rtcSetNewGeometryBuffer(geometry, RTC_BUFFER_TYPE_VERTEX, 0, RTC_FORMAT_FLOAT3, sizeof(MeshVertex), numVertices));
-  std::copy_n(reinterpret_cast<const float*>(mesh.getVertices()), static_cast<std::size_t>(numVertices) * 3, vertices);
   auto* indices = static_cast<std::uint32_t*>(rtcSetNewGeometryBuffer(
       geometry, RTC_BUFFER_TYPE_INDEX, 0, RTC_FORMAT_UINT3, 3 * sizeof(std::uint32_t), numTriangles));
+  if (!vertices || !indices) {
+    rtcReleaseGeometry(geometry);
+    rtcReleaseScene(scene);
+    return nullptr;
+  }
+  std::copy_n(reinterpret_cast<const float*>(mesh.getVertices()), static_cast<std::size_t>(numVertices) * 3, vertices);
   std::copy_n(tri, static_cast<std::size_t>(numTriangles) * 3, indices);
   rtcCommitGeometry(geometry);
   rtcAttachGeometry(scene, geometry);
   rtcReleaseGeometry(geometry);
   rtcCommitScene(scene);
+  // A build that ran out of memory leaves an unusable scene.
+  if (rtcGetDeviceError(handle) != RTC_ERROR_NONE) {
+    rtcReleaseScene(scene);
+    return nullptr;
+  }
   return scene;
 }
 
@@ -212,6 +260,8 @@ void releaseScenesOf(BufferId id) noexcept {
 }
 
 }  // namespace
+
+ruString::CString rayQueryError() { return device().error; }
 
 Point MeshCoord::evaluate() const noexcept {
   if (!valid()) return Point();

@@ -2,6 +2,7 @@
 
 #include "platform/base/linear.h"
 #include "platform/base/reference.h"
+#include "platform/base/strings.h"
 #include "platform/geometry/export.h"
 #include "platform/geometry/mesh.h"
 
@@ -119,6 +120,12 @@ private:
 // ray wins, the coordinate naming that point. Invalid when there is no such triangle.
 RU_GEOM_API MeshCoord meshRayIntersectScreen(const CompactMesh& mesh, const ruLinear::ProjMatrixFlt& worldToViewport,
                                              int x, int y, int tolerance, const ruLinear::Line& ray);
+
+// Why ray queries cannot run, empty when they can. Embree may fail to make its device (an
+// unsupported CPU, no memory, or bad options in the environment variable RUGEOM_EMBREE_CONFIG,
+// whose Embree options, such as "verbose=1", are added to ours); every query then misses and
+// MeshRayQuery::valid() is false, so a host should check this once and tell its user.
+RU_GEOM_API ruString::CString rayQueryError();
 
 // Diagnostics of the acceleration cache: structures built since the start, and alive now.
 RU_GEOM_API std::uint64_t accelerationBuildCount() noexcept;

@@ -41,11 +41,16 @@ void setError(ruString::CString* error, const ruString::CString& path, const cha
 // claim any size up to 2^31 - 1 each way, and a corrupt or hostile one must not make us try.
 constexpr std::uint64_t maxImageBytes = std::uint64_t(1) << 31;
 
-enum class HeaderResult { Ok, Error, Unsupported, TooLarge };
+// Deflate turns one input byte into at most 1032 output bytes (a 258-byte match in two bits, and
+// the zlib stream around it), so a file of N bytes holds at most about 1032 * N bytes of rows.
+constexpr std::uint64_t maxInflateRatio = 1032;
+
+enum class HeaderResult { Ok, Error, Unsupported, TooLarge, TooLargeForFile };
 
 // The libpng calls run in these helpers, which hold no C++ objects across setjmp: libpng leaves
 // through longjmp on an error, and only plain locals survive that safely.
-HeaderResult readHeader(png_structp png, png_infop info, std::FILE* file, png_uint_32* width, png_uint_32* height) {
+HeaderResult readHeader(png_structp png, png_infop info, std::FILE* file, std::uint64_t fileBytes, png_uint_32* width,
+                        png_uint_32* height) {
   if (setjmp(png_jmpbuf(png))) return HeaderResult::Error;
   png_init_io(png, file);
   png_set_sig_bytes(png, 8);
@@ -58,6 +63,11 @@ HeaderResult readHeader(png_structp png, png_infop info, std::FILE* file, png_ui
   // Before png_read_update_info, which allocates a row.
   const std::uint64_t rowBytes = static_cast<std::uint64_t>(*width) * 4 + sizeof(png_bytep);
   if (*height > maxImageBytes / rowBytes) return HeaderResult::TooLarge;
+  // The rows as the file stores them (a filter byte each; interlacing only adds to this) must fit
+  // in what the file's bytes can inflate to, or the body is bound to fail: refuse before the
+  // image is allocated and cleared.
+  const std::uint64_t storedBytes = static_cast<std::uint64_t>(*height) * (png_get_rowbytes(png, info) + 1);
+  if (storedBytes / maxInflateRatio > fileBytes) return HeaderResult::TooLargeForFile;
   const int colorType = png_get_color_type(png, info);
   const int bitDepth = png_get_bit_depth(png, info);
   if (bitDepth == 16) png_set_strip_16(png);
@@ -104,6 +114,16 @@ ru::Reference<TypedImage<Byte4>> readPng(const ruString::CString& path, ruString
     setError(error, path, "not a PNG file (bad signature)");
     return nullptr;
   }
+  // The file's size bounds the image it can hold.
+  std::uint64_t fileBytes = 0;
+  if (std::fseek(file.get(), 0, SEEK_END) == 0) {
+    const long end = std::ftell(file.get());
+    fileBytes = end > 0 ? static_cast<std::uint64_t>(end) : 0;
+  }
+  if (std::fseek(file.get(), 8, SEEK_SET) != 0) {
+    setError(error, path, "cannot read (not a regular file)");
+    return nullptr;
+  }
   ErrorState state;
   png_structp png = png_create_read_struct(PNG_LIBPNG_VER_STRING, &state, onPngError, onPngWarning);
   png_infop info = png ? png_create_info_struct(png) : nullptr;
@@ -113,11 +133,17 @@ ru::Reference<TypedImage<Byte4>> readPng(const ruString::CString& path, ruString
     return nullptr;
   }
   png_uint_32 width = 0, height = 0;
-  const HeaderResult header = readHeader(png, info, file.get(), &width, &height);
+  const HeaderResult header = readHeader(png, info, file.get(), fileBytes, &width, &height);
   if (header != HeaderResult::Ok) {
     png_destroy_read_struct(&png, &info, nullptr);
     if (header == HeaderResult::TooLarge) {
       setError(error, path, ruString::CString::format("image too large (%ux%u)", width, height).c_str());
+    } else if (header == HeaderResult::TooLargeForFile) {
+      setError(error, path,
+               ruString::CString::format("image too large (%ux%u) for a file of %llu bytes, which cannot hold "
+                                         "its pixels",
+                                         width, height, static_cast<unsigned long long>(fileBytes))
+                   .c_str());
     } else if (header == HeaderResult::Error) {
       setError(error, path, ruString::CString::format("corrupt or truncated header (%s)", state.message).c_str());
     } else {

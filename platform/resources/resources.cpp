@@ -1,6 +1,8 @@
 #include "platform/resources/resources.h"
 
 #include "platform/base/typename.h"
+#include "platform/resources/builtins.h"
+#include "platform/support/debug.h"
 #include "platform/image/png.h"
 
 #include <cstring>
@@ -80,6 +82,7 @@ struct Loader::Impl {
   // Named entries by (name, state), and generated ones by hash.
   std::map<std::pair<std::string, std::string>, ImageKey> named;
   std::unordered_multimap<std::uint64_t, ImageKey> generated;
+  bool builtins = true;
 };
 
 Loader::Loader() : impl_(new Impl) {}
@@ -102,6 +105,9 @@ void Loader::addImage(const ruString::CString& name, const ruString::CString& st
 
 void Loader::addResourceFolder(const ruString::CString& folder) { impl_->folders.push_back(folder); }
 
+void Loader::setBuiltinImagesEnabled(bool enabled) { impl_->builtins = enabled; }
+bool Loader::builtinImagesEnabled() const noexcept { return impl_->builtins; }
+
 ruString::CString Loader::fileName(const ruString::CString& name, const ruString::CString& state) {
   std::string out;
   for (const char c : std::string(name.c_str())) {
@@ -115,8 +121,13 @@ ruString::CString Loader::fileName(const ruString::CString& name, const ruString
       out += c;
     }
   }
-  if (!state.empty()) out += "@" + std::string(state.c_str());
-  return ruString::CString((out + ".png").c_str());
+  // Appended piece by piece: GCC 12 warns (wrongly, -Wrestrict) on `"@" + std::string` here.
+  if (!state.empty()) {
+    out += '@';
+    out += state.c_str();
+  }
+  out += ".png";
+  return ruString::CString(out.c_str());
 }
 
 ImageKey Loader::createImageKey(const ruString::CString& name, int flags) { return createImageKey(name, "", flags); }
@@ -140,7 +151,17 @@ ImageKey Loader::createImageKey(const ruString::CString& name, const ruString::C
         break;
       }
     }
-    if (data->path_.empty()) return ImageKey();
+    if (data->path_.empty()) {
+      if (!impl_->builtins || !isBuiltinImage(name, state)) return ImageKey();
+      ruString::CString error;
+      ru::Reference<ruImage::TypedImage<ruImage::Byte4>> drawn = drawBuiltinImage(name, state, &error);
+      if (!drawn) {
+        voSupport::Debug::getInstance().print(DebugResources, "voRES::Loader::createImageKey", "%s", error.c_str());
+        return ImageKey();
+      }
+      data->image_ = drawn;
+      data->loaded_ = true;
+    }
   }
   ImageKey result(data);
   impl_->named[key] = result;
@@ -161,6 +182,15 @@ ImageKey Loader::createImageKey(const ru::Reference<ImageGenerator>& generator, 
   ImageKey result(data);
   impl_->generated.emplace(hash, result);
   return result;
+}
+
+ImageKey Loader::keyForImage(ru::Reference<ruImage::Image> image, const ruString::CString& name) {
+  if (!image) return ImageKey();
+  ru::Reference<ImageKeyData> data(new ImageKeyData());
+  data->name_ = name;
+  data->image_ = std::move(image);
+  data->loaded_ = true;
+  return ImageKey(data);
 }
 
 std::size_t Loader::numCachedKeys() const noexcept { return impl_->named.size() + impl_->generated.size(); }

@@ -16,6 +16,10 @@
 // generated on first use.
 namespace voRES {
 
+// Debug channel of the loader and the built-in images (voSupport::Debug): why an image could not
+// be made.
+enum ResourcesDebugCode : int { DebugResources = 45 };
+
 class ImageKeyData;
 using ImageKey = ruKRCache::Key<ImageKeyData>;
 using ImageKeys = ru::vector<ImageKey>;
@@ -132,7 +136,7 @@ private:
 };
 
 // The resource loader of a host: images registered in memory first, then PNG files under the
-// resource folders. Names are matched exactly as written ("DMG//ModelingPlane" and
+// resource folders, then the built-in images of builtins.h (drawn on first request). Names are matched exactly as written ("DMG//ModelingPlane" and
 // "DMG/ModelingPlane" are different names). In a folder, the image `name` is the file
 // `<name>.png` and its state `state` the file `<name>@<state>.png`, where every '/' of the name is
 // written "%2F", '%' "%25" and '@' "%40", so that every name has a file of its own.
@@ -148,6 +152,10 @@ public:
   void addImage(const ruString::CString& name, const ruString::CString& state, ru::Reference<ruImage::Image> image);
   // Adds a folder to search, after those added before.
   void addResourceFolder(const ruString::CString& folder);
+  // Whether names the loader has nowhere else fall back to the built-in images (true at
+  // construction). Switching affects keys made afterwards.
+  void setBuiltinImagesEnabled(bool enabled);
+  bool builtinImagesEnabled() const noexcept;
 
   // The key of a named image, or of one state of it; an invalid key when there is no such image.
   // Equal names give equal keys while the cache holds the entry. `flags` is reserved (0).
@@ -156,6 +164,10 @@ public:
   // The key of a generated image: equal generators (same class, hash and comparison) with the same
   // inputs share one key. Invalid for a null generator.
   ImageKey createImageKey(const ru::Reference<ImageGenerator>& generator, const ImageKeys& inputs, int flags);
+
+  // A key of an image held in memory, outside the cache: each call gives a new key, which keeps the
+  // image for as long as it lives. `name` is only a label. Invalid for a null image.
+  static ImageKey keyForImage(ru::Reference<ruImage::Image> image, const ruString::CString& name = "");
 
   // The file a name (and state) is looked for under, relative to a resource folder.
   static ruString::CString fileName(const ruString::CString& name, const ruString::CString& state = "");

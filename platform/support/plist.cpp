@@ -160,6 +160,7 @@ Json toJson(const Item& item) {
   return Json();
 }
 
+// Recursive: the caller has bounded the nesting.
 ru::Reference<Item> fromJson(const Json& json, const std::string& path, ruString::CString* error) {
   switch (json.type()) {
     case Json::value_t::boolean: return ru::Reference<Item>(new Boolean(json.get<bool>()));
@@ -195,19 +196,62 @@ ru::Reference<Item> fromJson(const Json& json, const std::string& path, ruString
   }
 }
 
+// The deepest nesting of the text, found without parsing, and the offset where it first passes
+// `limit` (brackets inside strings do not count).
+bool nestingWithin(std::string_view text, int limit, std::size_t& offset) {
+  int depth = 0;
+  bool inString = false;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    const char c = text[i];
+    if (inString) {
+      if (c == '\\') {
+        ++i;  // the escaped character cannot end the string
+      } else if (c == '"') {
+        inString = false;
+      }
+    } else if (c == '"') {
+      inString = true;
+    } else if (c == '[' || c == '{') {
+      if (++depth > limit) {
+        offset = i;
+        return false;
+      }
+    } else if (c == ']' || c == '}') {
+      --depth;
+    }
+  }
+  return true;
+}
+
 }  // namespace
 
-ruString::CString toJSON(const Item& item, bool indent) { return toJson(item).dump(indent ? 2 : -1); }
+ruString::CString toJSON(const Item& item, bool indent) {
+  try {
+    return toJson(item).dump(indent ? 2 : -1, ' ', false, Json::error_handler_t::replace);
+  } catch (...) {
+    // Only an allocation can fail here: invalid UTF-8 is replaced, not reported.
+    return {};
+  }
+}
 
 ru::Reference<Item> fromJSON(std::string_view text, ruString::CString* error) {
-  Json json;
-  try {
-    json = Json::parse(text.begin(), text.end());
-  } catch (const Json::parse_error& failure) {
-    if (error) *error = ruString::CString::format("malformed JSON: %s", failure.what());
+  std::size_t offset = 0;
+  if (!nestingWithin(text, maxJSONDepth, offset)) {
+    if (error) {
+      *error = ruString::CString::format("JSON nested deeper than %d levels (at byte %zu)", maxJSONDepth, offset);
+    }
     return nullptr;
   }
-  return fromJson(json, "", error);
+  try {
+    const Json json = Json::parse(text.begin(), text.end());
+    return fromJson(json, "", error);
+  } catch (const Json::exception& failure) {
+    // Syntax errors, invalid UTF-8 and numbers beyond a double's range all land here.
+    if (error) *error = ruString::CString::format("malformed JSON: %s", failure.what());
+  } catch (const std::exception& failure) {
+    if (error) *error = ruString::CString::format("cannot read JSON: %s", failure.what());
+  }
+  return nullptr;
 }
 
 }  // namespace voPLST

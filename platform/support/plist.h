@@ -161,11 +161,19 @@ private:
   ru::vector<ru::Reference<Item>> items_;
 };
 
-// The JSON text of a property list (compact, or indented by two spaces).
+// The JSON text of a property list (compact, or indented by two spaces). Strings and keys are
+// written as UTF-8: a byte that is not part of valid UTF-8 is written as U+FFFD (the replacement
+// character), so text from anywhere can be written, though such bytes do not read back. Never
+// throws; answers an empty string only when memory runs out.
 VO_SUPPORT_API ruString::CString toJSON(const Item& item, bool indent = false);
 
-// Reads JSON into a property list. On malformed JSON, or JSON that a property list cannot hold
-// (null), answers null and, when `error` is given, says what is wrong and where.
+// The deepest nesting of arrays and objects fromJSON reads. Reading is recursive, and a hostile
+// text of a few hundred kilobytes of brackets must not exhaust the stack.
+constexpr int maxJSONDepth = 512;
+
+// Reads JSON into a property list. On malformed JSON, JSON nested deeper than maxJSONDepth, or
+// JSON that a property list cannot hold (null), answers null and, when `error` is given, says what
+// is wrong and where. Never throws.
 VO_SUPPORT_API ru::Reference<Item> fromJSON(std::string_view text, ruString::CString* error = nullptr);
 
 }  // namespace voPLST

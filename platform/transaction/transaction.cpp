@@ -60,7 +60,17 @@ void RefCountedObject::unref() const {
   if (--count_ == 0) const_cast<RefCountedObject*>(this)->txnDelete();
 }
 
-Transaction::~Transaction() = default;
+Transaction::~Transaction() {
+  // The objects stop pointing here first: the records' states may hold the last references to
+  // objects, which then forget their own records as they die.
+  for (std::size_t i = 0; i < records_.size(); ++i) {
+    if (Object* object = records_[i].object) {
+      auto& where = object->records_;
+      auto found = std::find(where.begin(), where.end(), std::make_pair(this, i));
+      if (found != where.end()) where.erase(found);
+    }
+  }
+}
 
 void Transaction::attach(const void* key, std::shared_ptr<void> data) {
   for (auto& [owner, value] : attachments_) {
@@ -115,8 +125,25 @@ bool Manager::commit() {
   ++stamp_;
   // Objects that died during the transaction left records with no object.
   auto& records = done->records_;
-  records.erase(std::remove_if(records.begin(), records.end(), [](const auto& r) { return !r.object; }),
-                records.end());
+  // Their states are let go only once the live records sit at their new places: releasing them
+  // may end more objects, which forget their records by index.
+  std::vector<Writer::Record> released;
+  for (auto& record : records) {
+    if (!record.object) released.push_back(std::move(record.state));
+  }
+  std::size_t kept = 0;
+  for (std::size_t i = 0; i < records.size(); ++i) {
+    Object* object = records[i].object;
+    if (!object) continue;
+    if (kept != i) {
+      records[kept] = std::move(records[i]);
+      *std::find(object->records_.begin(), object->records_.end(), std::make_pair(done.get(), i)) =
+          std::make_pair(done.get(), kept);
+    }
+    ++kept;
+  }
+  records.erase(records.begin() + static_cast<std::ptrdiff_t>(kept), records.end());
+  released.clear();
   if (done->empty()) {
     sigTransaction.emit(Event::Committed, done.get());
     return true;
@@ -246,22 +273,15 @@ void Manager::onTransact(Object* object) {
   object->onTxnPreSerialized();
   Writer writer;
   object->onTransact(writer);
+  object->records_.emplace_back(open_.get(), open_->records_.size());
   open_->records_.push_back({object, writer.takeRecord()});
 }
 
 void Manager::forget(const Object* object) noexcept {
-  auto scrub = [object](Transaction* transaction) {
-    if (!transaction) return;
-    for (auto& record : transaction->records_) {
-      if (record.object == object) record.object = nullptr;
-    }
-  };
-  scrub(open_.get());
-  scrub(replayed_);
-  for (Transaction* t : inFlight_) scrub(t);
-  for (auto& t : droppedInFlight_) scrub(t.get());
-  for (auto& t : undo_) scrub(t.get());
-  for (auto& t : redo_) scrub(t.get());
+  // The object is dying; its list of records is its own to empty.
+  auto& where = const_cast<Object*>(object)->records_;
+  for (const auto& [transaction, index] : where) transaction->records_[index].object = nullptr;
+  where.clear();
 }
 
 void Manager::drop(std::vector<std::unique_ptr<Transaction>>& stack, std::size_t count) {

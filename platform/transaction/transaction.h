@@ -26,6 +26,7 @@ namespace voTXN {
 
 class Manager;
 class Object;
+class Transaction;
 class Writer;
 class Reader;
 class Clear;
@@ -205,12 +206,18 @@ public:
 
   // To call before writing a field: records the state when this transaction has not yet.
   void txnWillWrite();
+  // How many records of this object the manager keeps (open transaction and both stacks).
+  std::size_t txnNumRecords() const noexcept { return records_.size(); }
 
 private:
   friend class Manager;
+  friend class Transaction;
   Manager* manager_;
   Stamp stamp_ = 0;
   bool destroyed_ = false;
+  // Where this object's records are (transaction, index of the record), so that its death
+  // touches only its own records whatever the length of the history. Not copied.
+  std::vector<std::pair<Transaction*, std::size_t>> records_;
 };
 
 // An object held by ru::Reference through its virtual ref/unref; its last release goes through
@@ -304,7 +311,8 @@ public:
 
   // Saves `object`'s state in the open transaction (when none is open, only stamps the object).
   void onTransact(Object* object);
-  // Drops every record of an object that is going away for good.
+  // Drops every record of an object that is going away for good, in time proportional to the
+  // number of records the object has.
   void forget(const Object* object) noexcept;
 
   // Sum of the sizes the objects of the undo stack report.

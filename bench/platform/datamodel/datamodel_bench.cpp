@@ -1,9 +1,11 @@
 #include "platform/datamodel/actions.h"
 #include "platform/datamodel/meshhealth.h"
 #include "platform/datamodel/print.h"
+#include "platform/geometry/algorithms.h"
 
 #include <benchmark/benchmark.h>
 
+#include <cmath>
 #include <cstdint>
 #include <vector>
 
@@ -84,5 +86,67 @@ void BM_InsertObjectsInOneTransaction(benchmark::State& state) {
   }
 }
 BENCHMARK(BM_InsertObjectsInOneTransaction)->Arg(10000)->Unit(benchmark::kMillisecond);
+
+// A closed UV sphere of 2 * rings * (segments - 1) triangles: every vertex is on its hull, the
+// hardest case for the world box.
+ru::Reference<ruGeom::CompactMesh> sphere(int rings, int segments) {
+  ru::Reference<ruGeom::CompactMesh> mesh(new ruGeom::CompactMesh());
+  const double pi = 3.14159265358979323846;
+  mesh->addVertex(ruLinear::Point(0, 0, 50));
+  for (int r = 1; r < rings; ++r) {
+    const double theta = pi * r / rings;
+    for (int s = 0; s < segments; ++s) {
+      const double phi = 2 * pi * s / segments;
+      mesh->addVertex(ruLinear::Point(50 * std::sin(theta) * std::cos(phi), 50 * std::sin(theta) * std::sin(phi), 50 * std::cos(theta)));
+    }
+  }
+  const auto south = static_cast<std::uint32_t>(mesh->addVertex(ruLinear::Point(0, 0, -50)));
+  auto at = [&](int r, int s) { return static_cast<std::uint32_t>(1 + (r - 1) * segments + (s % segments)); };
+  for (int s = 0; s < segments; ++s) mesh->addTriangle(0, at(1, s), at(1, s + 1));
+  for (int r = 1; r + 1 < rings; ++r) {
+    for (int s = 0; s < segments; ++s) {
+      mesh->addTriangle(at(r, s), at(r + 1, s), at(r + 1, s + 1));
+      mesh->addTriangle(at(r, s), at(r + 1, s + 1), at(r, s + 1));
+    }
+  }
+  for (int s = 0; s < segments; ++s) mesh->addTriangle(south, at(rings - 1, s + 1), at(rings - 1, s));
+  return mesh;
+}
+
+// A print part of about a million triangles on the bed of a printer, moved inside one open
+// transaction as a drag does: each iteration sets a new transform and reads the refreshed world
+// box (the placement against the printer is refreshed with it). Arg 0: the hollow box (flat
+// faces), 1: the sphere (every vertex on the hull). Arg 1: 0 drags (translations), 1 turns.
+void BM_TransformChangeRefreshesTheWorldBox(benchmark::State& state) {
+  voDMA::TxnManager txn;
+  voDMD::Document document(*txn.get());
+  document.insert(voDMD::createPrinterObject(document, ruLinear::Range3d(ruLinear::Point(-500, -500, 0), ruLinear::Point(500, 500, 500)),
+                                             ruLinear::Range3d(ruLinear::Point(-500, -500, 0), ruLinear::Point(500, 500, 500))));
+  const ru::Reference<ruGeom::CompactMesh> mesh = state.range(0) == 0 ? hollowBox(204) : sphere(708, 707);
+  ru::Reference<voDMD::Object> part = voDMD::createKLTMeshObject(document, mesh);
+  document.insert(part);
+  voDMD::Transform* transform = part->findAttribute<voDMD::Transform>();
+  const voDMD::KLTMeshBBox* box = part->findAttribute<voDMD::KLTMeshBBox>();
+  const bool turn = state.range(1) != 0;
+  txn.get()->begin("Drag");
+  long step = 0;
+  for (auto _ : state) {
+    ++step;
+    ruLinear::AffineMatrix m = ruLinear::AffineMatrix::translation(ruLinear::Vector(double(step % 100), double(step % 37), 0));
+    if (turn) m.preMultiply(ruLinear::AffineMatrix::rotation(0.001 * double(step % 1000), ruLinear::Vector(0.2, 0.3, 1)));
+    transform->setObjToWorld(m);
+    benchmark::DoNotOptimize(box->getWorldSpace().getMax(0));
+  }
+  txn.get()->commit();
+  state.counters["triangles"] = mesh->getNumTriangles();
+  state.counters["hullCandidates"] = static_cast<double>(ruGeom::meshHullCandidates(*mesh)->size());
+}
+BENCHMARK(BM_TransformChangeRefreshesTheWorldBox)
+    ->ArgNames({"sphere", "turn"})
+    ->Args({0, 0})
+    ->Args({0, 1})
+    ->Args({1, 0})
+    ->Args({1, 1})
+    ->Unit(benchmark::kMicrosecond);
 
 } // namespace

@@ -358,4 +358,39 @@ void BM_ImportBinaryStlMillionTriangles(benchmark::State& state) {
 }
 BENCHMARK(BM_ImportBinaryStlMillionTriangles)->Unit(benchmark::kMillisecond);
 
+// The hull candidates of a new vertex buffer (the bumpy torus of a million triangles): paid once
+// per buffer, at the first box taken after the mesh changed.
+void BM_HullCandidatesOfANewBuffer(benchmark::State& state) {
+  std::size_t kept = 0;
+  for (auto _ : state) {
+    state.PauseTiming();
+    CompactMesh mesh = millionTriangles();
+    mesh.editVertices();  // a new identity, so nothing is cached for it
+    state.ResumeTiming();
+    kept = meshHullCandidates(mesh)->size();
+  }
+  state.counters["candidates"] = static_cast<double>(kept);
+}
+BENCHMARK(BM_HullCandidatesOfANewBuffer)->Unit(benchmark::kMillisecond);
+
+// The box of the torus's vertices under a new rotation each time: over the cached candidates, and
+// by carrying every vertex (what a move cost before the candidates).
+void BM_TransformedRangeOfAMillionTriangles(benchmark::State& state) {
+  const CompactMesh& mesh = millionTriangles();
+  const bool everyVertex = state.range(0) != 0;
+  meshHullCandidates(mesh);
+  long step = 0;
+  for (auto _ : state) {
+    const ruLinear::AffineMatrix m = ruLinear::AffineMatrix::rotation(0.001 * double(++step % 3000), Vector(0.3, -0.2, 1));
+    if (everyVertex) {
+      ruLinear::Range3d range;
+      for (int i = 0; i < mesh.getNumVertices(); ++i) range.include(mesh.getVertices()[i].asPoint() * m);
+      benchmark::DoNotOptimize(range.getMax(0));
+    } else {
+      benchmark::DoNotOptimize(meshTransformedRange(mesh, m).getMax(0));
+    }
+  }
+}
+BENCHMARK(BM_TransformedRangeOfAMillionTriangles)->ArgName("everyVertex")->Arg(0)->Arg(1)->Unit(benchmark::kMicrosecond);
+
 }  // namespace

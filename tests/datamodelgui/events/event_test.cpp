@@ -586,3 +586,14 @@ TEST(EventPropertyList, UnknownTypeNumbersGiveANullEvent) {
   ASSERT_TRUE(move);
   EXPECT_EQ(move->getType(), MouseMove);
 }
+
+TEST(EventPropertyList, APenPressureAFloatCannotHoldGivesANullEvent) {
+  for (double pressure : {1e300, -1e39}) {
+    auto dictionary = dictionaryOf(PenEvent(PenDown, Point(), 0.0, 0.5f, false));
+    dictionary->setDouble("pressure", pressure);
+    EXPECT_FALSE(asEvent(dictionary)) << pressure;
+  }
+  auto dictionary = dictionaryOf(PenEvent(PenDown, Point(), 0.0, 0.5f, false));
+  dictionary->setDouble("pressure", 3e38);
+  EXPECT_TRUE(asEvent(dictionary));
+}

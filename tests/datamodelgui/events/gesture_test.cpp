@@ -57,6 +57,21 @@ TEST(GestureVerdict, OnceFailedALaterEventThatWouldSatisfyItChangesNothingUntilR
   EXPECT_EQ(click.getState(perfect, 0.1), Gesture::Recognized);
 }
 
+TEST(GestureVerdict, AnEmptyQueueOrANullEntryIsNothingToJudgeAndLeavesTheVerdictPossible) {
+  ClickMouse click;
+  DragMouse drag;
+  PressMouse pressGesture;
+  KeyClick keys(ru::set<KeyCode>{});
+  for (Gesture* gesture : std::initializer_list<Gesture*>{&click, &drag, &pressGesture, &keys}) {
+    EXPECT_EQ(gesture->getState(EventList(), 0.0), Gesture::Possible);
+    EXPECT_EQ(gesture->getState(queue({nullptr}), 0.0), Gesture::Possible);
+    EXPECT_EQ(gesture->getState(queue({press(Point(1, 1), 0), nullptr}), 0.0), Gesture::Possible);
+    EXPECT_EQ(gesture->getCachedState(), Gesture::Possible);
+  }
+  // A real queue is judged afterwards as usual.
+  EXPECT_EQ(click.getState(queue({press(Point(1, 1), 0), release(Point(1, 1), 0.1)}), 0.1), Gesture::Recognized);
+}
+
 TEST(GestureVerdict, ResetStateDoesNotClearStartIndex) {
   FromFirstKey gesture;
   EXPECT_EQ(gesture.startIndex(), 0);

@@ -47,6 +47,11 @@ TEST(IString, MalformedBytesBecomeReplacementCharacters) {
   EXPECT_EQ(points[1], U'\uFFFD');
 }
 
+TEST(IString, StrayBytesBecomeOneReplacementCharacterEach) {
+  const std::u32string points = ruString::IString("a\xFF\x80" "b").toCodePoints();
+  EXPECT_EQ(points, std::u32string(U"a\uFFFD\uFFFDb"));
+}
+
 TEST(IString, ConvertsExplicitlyToAndFromCString) {
   ruString::IString text(ruString::CString("NONE"));
   EXPECT_EQ(text, "NONE");

@@ -593,3 +593,51 @@ TEST(Document, DocumentsSharingAManagerHearOnlyOfTheirOwnTransactions) {
   EXPECT_EQ(firstHeard, 3);
   EXPECT_EQ(secondHeard, 0);
 }
+
+TEST(Document, SelectionBoxSkipsTriangleCornersTheMeshLacks) {
+  Fixture f;
+  ru::Reference<ruGeom::CompactMesh> broken(new ruGeom::CompactMesh);
+  broken->addVertex(ruLinear::Point(0, 0, 0));
+  broken->addVertex(ruLinear::Point(1, 0, 0));
+  broken->addVertex(ruLinear::Point(0, 1, 0));
+  broken->addTriangle(0, 1, 1000000);
+  broken->addTriangle(2, 0xFFFFFFFFu, 2);
+  ru::Reference<Object> o = createKLTMeshObject(f.document, broken);
+  KLTMesh* mesh = o->findAttribute<KLTMesh>();
+  ru::Reference<KLTSelection> selection(new KLTSelection());
+  selection->faces().push_back(0);
+  const SubObject sub = mesh->selectionAsSubObject(selection);
+  BoundingBox* box = o->findAttribute<BoundingBox>();
+  EXPECT_EQ(box->getWorldSpace(sub).getMin(), ruLinear::Point(0, 0, 0));
+  EXPECT_EQ(box->getWorldSpace(sub).getMax(), ruLinear::Point(1, 0, 0));
+  selection->faces().assign({1});
+  EXPECT_EQ(box->getWorldSpace(sub).getMin(), ruLinear::Point(0, 1, 0));
+  EXPECT_EQ(box->getWorldSpace(sub).getMax(), ruLinear::Point(0, 1, 0));
+}
+
+TEST(Document, DestroyingAVeryDeepTreeUsesNoStackPerLevel) {
+  Fixture f;
+  // Far deeper than the stack allows one nested destructor call per level.
+  const int depth = 100000;
+  ru::Reference<Object> top = Object::create(f.document, nullptr);
+  ru::Reference<Object> middle;
+  f.manager().begin("Build");
+  for (int level = 1; level < depth; ++level) {
+    // Built from the bottom up, so that each insertion walks no ancestors.
+    ru::Reference<Object> above = Object::create(f.document, nullptr);
+    ASSERT_TRUE(f.document.insert(top, above.get()));
+    top = above;
+    if (level == depth / 2) middle = top;
+  }
+  f.manager().commit();
+  f.manager().clearHistory();
+  // A subtree held elsewhere survives the release of the rest, without its parent.
+  ASSERT_TRUE(middle);
+  EXPECT_NE(middle->parent(), nullptr);
+  top.reset();
+  EXPECT_EQ(middle->parent(), nullptr);
+  int below = 0;
+  for (const Object* o = middle.get(); o->numChildren() == 1; o = o->getChild(0)) ++below;
+  EXPECT_EQ(below, depth / 2);
+  middle.reset();
+}

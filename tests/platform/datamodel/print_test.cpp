@@ -1,6 +1,7 @@
 #include "platform/datamodel/print.h"
 
 #include "platform/datamodel/actions.h"
+#include "platform/geometry/algorithms.h"
 #include "platform/geometry/construct.h"
 #include "platform/support/callinfo.h"
 
@@ -8,8 +9,11 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cmath>
 #include <string>
+#include <type_traits>
+#include <utility>
 #include <vector>
 
 using namespace voDMD;
@@ -139,7 +143,7 @@ INSTANTIATE_TEST_SUITE_P(
                       FaceCase{"PlusY", Point(0, 95, 10), Normal::y, 100, 1},
                       FaceCase{"BottomFacesUpAtTheBed", Point(0, 0, -5), Normal::z, 0, 2},
                       FaceCase{"TopFacesUpAtTheCeiling", Point(0, 0, 195), Normal::z, 200, 2}),
-    [](const ::testing::TestParamInfo<FaceCase>& info) { return std::string(info.param.name); });
+    [](const ::testing::TestParamInfo<FaceCase>& param) { return std::string(param.param.name); });
 
 TEST(Print, PlanesComeInFaceOrderEachOnce) {
   PrintFixture f;
@@ -339,7 +343,7 @@ TEST_P(PrintHealth, RepairMakesTheMeshHealthyAndSaysItWasRepaired) {
   KLTMesh* mesh = o->findAttribute<KLTMesh>();
   EXPECT_EQ(mesh->needsRepair(), !c.healthy);
   EXPECT_FALSE(mesh->isRepaired());
-  const ru::Reference<ruGeom::CompactMesh> before = mesh->getMesh();
+  const ru::Reference<const ruGeom::CompactMesh> before = mesh->getMesh();
   EXPECT_EQ(mesh->repair(), !c.healthy);
   if (c.healthy) {
     EXPECT_EQ(mesh->getMesh().get(), before.get());
@@ -362,7 +366,7 @@ INSTANTIATE_TEST_SUITE_P(Print, PrintHealth,
                                            HealthCase{"CubeMissingAFace", cubeMissingAFace, false},
                                            HealthCase{"CubesSharingAnEdge", cubesSharingAnEdge, false},
                                            HealthCase{"CubeWithFlippedTriangles", cubeWithFlippedTriangles, false}),
-                         [](const ::testing::TestParamInfo<HealthCase>& info) { return std::string(info.param.name); });
+                         [](const ::testing::TestParamInfo<HealthCase>& param) { return std::string(param.param.name); });
 
 TEST(Print, PendingAnalysesAreRedoneAfterTheMeshChanges) {
   PrintFixture f;
@@ -467,4 +471,297 @@ TEST(Print, ThePrinterCountsAsTouchedByTheTransactionThatMovedAMeshOutOfTheBed) 
   // Moving within the bed leaves the printer alone.
   cube->findAttribute<Transform>()->setObjToWorld(AffineMatrix::translation(Vector(5, 0, 0)));
   EXPECT_EQ(heard, 2);
+}
+
+// --- World boxes -----------------------------------------------------------------------------
+
+namespace {
+
+Range3d transformedVertices(const ruGeom::CompactMesh& mesh, const AffineMatrix& m) {
+  Range3d range;
+  for (int i = 0; i < mesh.getNumVertices(); ++i) range.include(mesh.getVertices()[i].asPoint() * m);
+  return range;
+}
+
+void expectNearRange(const Range3d& expected, const Range3d& actual) {
+  ASSERT_TRUE(actual.isValid());
+  for (int axis = 0; axis < 3; ++axis) {
+    EXPECT_NEAR(expected.getMin(axis), actual.getMin(axis), 1e-9) << "axis " << axis;
+    EXPECT_NEAR(expected.getMax(axis), actual.getMax(axis), 1e-9) << "axis " << axis;
+  }
+}
+
+} // namespace
+
+TEST(PrintWorldBox, IsTheBoxOfTheMovedVerticesAfterRotationsScalesAndDrags) {
+  PrintFixture f;
+  ru::Reference<Object> part = createKLTMeshObject(f.document, testmesh::toMesh(testmesh::hollowBox(10, 1, 4)));
+  f.document.insert(part);
+  const ruGeom::CompactMesh& mesh = *part->findAttribute<KLTMesh>()->getMesh();
+  Transform* transform = part->findAttribute<Transform>();
+  const KLTMeshBBox* box = part->findAttribute<KLTMeshBBox>();
+  AffineMatrix m = AffineMatrix::rotation(0.6, Vector(1, 2, 3));
+  for (int step = 0; step < 20; ++step) {
+    // A drag: translations only, then now and then a turn or a stretch.
+    m.postMultiply(AffineMatrix::translation(Vector(0.5 * step, -0.25, 0.125)));
+    if (step % 5 == 4) m.preMultiply(AffineMatrix::rotation(0.3, Vector(0, 1, 1)));
+    if (step == 12) m.preMultiply(AffineMatrix::scaling(Vector(1, 2, 0.5)));
+    transform->setObjToWorld(m);
+    expectNearRange(transformedVertices(mesh, m), box->getWorldSpace());
+  }
+  // Undo restores the box of the earlier placement.
+  const AffineMatrix last = m;
+  f.manager().undo();
+  const AffineMatrix previous = transform->getObjToWorld();
+  EXPECT_FALSE(previous == last);
+  expectNearRange(transformedVertices(mesh, previous), box->getWorldSpace());
+}
+
+TEST(PrintWorldBox, IsTakenOverTheCachedHullOfTheMeshNotEveryVertex) {
+  PrintFixture f;
+  const std::size_t cachedBefore = ruGeom::hullCandidateCacheSize();
+  ru::Reference<Object> part = createKLTMeshObject(f.document, testmesh::toMesh(testmesh::box({0, 0, 0}, {10, 10, 10}, 12)));
+  f.document.insert(part);
+  // Placing the part measured it once: its hull candidates are cached with its vertex buffer.
+  EXPECT_EQ(ruGeom::hullCandidateCacheSize(), cachedBefore + 1);
+  // The eight corners, and at most one face point for each of the six axis directions.
+  EXPECT_LE(ruGeom::meshHullCandidates(*part->findAttribute<KLTMesh>()->getMesh())->size(), 14u);
+  part->findAttribute<Transform>()->setObjToWorld(AffineMatrix::rotation(0.4, Vector(1, 1, 0)));
+  EXPECT_EQ(ruGeom::hullCandidateCacheSize(), cachedBefore + 1);
+  // A new mesh is measured anew, and the old one's candidates go when nothing holds its buffer.
+  part->findAttribute<KLTMesh>()->setMesh(testmesh::toMesh(testmesh::box({0, 0, 0}, {20, 20, 20}, 3)));
+  f.manager().clearHistory();
+  expectNearRange(transformedVertices(*part->findAttribute<KLTMesh>()->getMesh(), AffineMatrix::rotation(0.4, Vector(1, 1, 0))),
+                  part->findAttribute<KLTMeshBBox>()->getWorldSpace());
+  EXPECT_EQ(ruGeom::hullCandidateCacheSize(), cachedBefore + 1);
+}
+
+TEST(Print, CameraChangesAndMeshEditsKeepThePrinterFoundOnce) {
+  PrintFixture f;
+  ru::Reference<Object> cube = f.addCube(Point(0, 0, 0));
+  KLTDecoration* decoration = KLTDecoration::get();
+  ASSERT_EQ(decoration->getPrinter(), f.printer);
+  const std::uint64_t searches = decoration->printerSearches();
+  for (int i = 0; i < 5; ++i) {
+    ruGeom::Camera camera = f.document.camera()->get();
+    camera.setWorldToEye(Point(0, 0, 0), Point(100.0 + i, 50, 80), Vector(0, 0, 1));
+    f.document.camera()->set(camera);
+    EXPECT_EQ(decoration->getPrinter(), f.printer);
+  }
+  cube->findAttribute<Transform>()->setObjToWorld(AffineMatrix::translation(Vector(300, 0, 0)));
+  EXPECT_TRUE(f.printer->outOfBounds());
+  cube->findAttribute<KLTMesh>()->setVisible(false);
+  f.document.remove(cube.get());
+  EXPECT_EQ(decoration->getPrinter(), f.printer);
+  EXPECT_EQ(decoration->printerSearches(), searches);
+  // The printer going is a reason to look again; undo brings it back.
+  f.document.remove(f.printerObject.get());
+  EXPECT_EQ(decoration->getPrinter(), nullptr);
+  EXPECT_GT(decoration->printerSearches(), searches);
+  f.manager().undo();
+  EXPECT_EQ(decoration->getPrinter(), f.printer);
+}
+
+// --- The mesh is the attribute's own ----------------------------------------------------------
+
+static_assert(std::is_const_v<std::remove_reference_t<decltype(*std::declval<KLTMesh&>().getMesh())>>,
+              "a print mesh is handed out for reading only");
+static_assert(std::is_const_v<std::remove_reference_t<decltype(std::declval<Mesh&>().getSubMesh(0))>>,
+              "a sub-mesh is handed out for reading only");
+
+TEST(PrintMesh, WritingTheMeshHandedInLeavesTheAttributeItsBoxAndItsHealthAlone) {
+  PrintFixture f;
+  ru::Reference<ruGeom::CompactMesh> mine = testmesh::toMesh(testmesh::box({0, 0, 0}, {10, 10, 10}));
+  ru::Reference<Object> part = createKLTMeshObject(f.document, mine);
+  f.document.insert(part);
+  KLTMesh* mesh = part->findAttribute<KLTMesh>();
+  const KLTMeshBBox* box = part->findAttribute<KLTMeshBBox>();
+  ASSERT_TRUE(mesh->analyseThickness());
+  EXPECT_FALSE(mesh->needsRepair());
+  EXPECT_EQ(mesh->getMesh()->getVertexBufferId(), mine->getVertexBufferId());  // shared, not copied
+  const std::size_t undoDepth = f.manager().undoDepth();
+
+  // The caller goes on writing its mesh: far out of the bed, and a triangle torn off.
+  mine->editVertices()[0] = ruGeom::MeshVertex(500, 500, 500);
+  mine->setNumTriangles(mine->getNumTriangles() - 1);
+
+  EXPECT_EQ(mesh->getMesh()->getVertices()[0], ruGeom::MeshVertex(0, 0, 0));
+  EXPECT_EQ(mesh->getMesh()->getNumTriangles(), 12);
+  EXPECT_EQ(box->getWorldSpace(), Range3d(Point(0, 0, 0), Point(10, 10, 10)));
+  EXPECT_FALSE(mesh->needsRepair());
+  EXPECT_FALSE(mesh->needsAnalyseThickness());
+  EXPECT_FALSE(mesh->isOutOfBounds());
+  EXPECT_EQ(f.manager().undoDepth(), undoDepth);
+
+  // Handing the edited mesh to the setter is the change: placed, judged, undoable.
+  mesh->setMesh(mine);
+  EXPECT_TRUE(mesh->isOutOfBounds());
+  EXPECT_TRUE(mesh->needsRepair());
+  EXPECT_TRUE(mesh->needsAnalyseThickness());
+  EXPECT_EQ(box->getWorldSpace().getMax(), Point(500, 500, 500));
+  f.manager().undo();
+  EXPECT_EQ(mesh->getMesh()->getVertices()[0], ruGeom::MeshVertex(0, 0, 0));
+  EXPECT_FALSE(mesh->isOutOfBounds());
+  EXPECT_FALSE(mesh->needsRepair());
+  EXPECT_EQ(box->getWorldSpace(), Range3d(Point(0, 0, 0), Point(10, 10, 10)));
+}
+
+TEST(PrintMesh, AReaderKeepsTheMeshItReadAcrossAReplacement) {
+  PrintFixture f;
+  ru::Reference<Object> part = f.addCube(Point(0, 0, 0));
+  KLTMesh* mesh = part->findAttribute<KLTMesh>();
+  const ru::Reference<const ruGeom::CompactMesh> read = mesh->getMesh();
+  mesh->setMesh(testmesh::toMesh(testmesh::box({0, 0, 0}, {2, 2, 2})));
+  f.manager().clearHistory();
+  EXPECT_EQ(read->getNumTriangles(), 12);
+  EXPECT_EQ(read->getBoundingBox().asRange3d().getMax(), Point(10, 10, 10));
+}
+
+TEST(PlainMesh, WritingTheMeshesHandedInLeavesTheAttributeAndItsBoxAlone) {
+  PrintFixture f;
+  ru::Reference<ruGeom::CompactMesh> mine = testmesh::toMesh(testmesh::box({0, 0, 0}, {1, 1, 1}));
+  ru::Reference<Object> object = createMeshObject(f.document, mine);
+  f.document.insert(object);
+  Mesh* attribute = object->findAttribute<Mesh>();
+  const BoundingBox* box = object->findAttribute<BoundingBox>();
+  mine->editVertices()[0] = ruGeom::MeshVertex(-7, 0, 0);
+  EXPECT_EQ(attribute->getSubMesh(0).getVertices()[0], ruGeom::MeshVertex(0, 0, 0));
+  EXPECT_EQ(box->getWorldSpace().getMin(), Point(0, 0, 0));
+  ru::Reference<ruGeom::CompactMesh> second = testmesh::toMesh(testmesh::box({0, 0, 0}, {3, 3, 3}));
+  attribute->setSubMeshes({mine, second});
+  second->editVertices()[0] = ruGeom::MeshVertex(0, 0, 99);
+  EXPECT_EQ(attribute->getSubMesh(1).getBoundingBox().asRange3d().getMax(), Point(3, 3, 3));
+  EXPECT_EQ(box->getWorldSpace(), Range3d(Point(-7, 0, 0), Point(3, 3, 3)));
+}
+
+// --- Repair keeps what survives it ------------------------------------------------------------
+
+namespace {
+
+// A 10 mm cube whose faces carry their own corners (texture seams along every edge) with texture
+// coordinates, a colour and a two-float attribute per vertex, all distinct, and two lines.
+ru::Reference<ruGeom::CompactMesh> decoratedCube() {
+  ru::Reference<ruGeom::CompactMesh> mesh(new ruGeom::CompactMesh());
+  ruGeom::constructCuboid(Range3d(Point(0, 0, 0), Point(10, 10, 10)), *mesh);
+  const int n = mesh->getNumVertices();
+  ruGeom::MeshTexCoord* uv = mesh->editTextureCoordinates();
+  ruGeom::MeshColor* colour = mesh->editColors();
+  float* weight = mesh->allocAttributes("weight", 2).editFloat();
+  for (int i = 0; i < n; ++i) {
+    uv[i] = ruGeom::MeshTexCoord{0.01f * i, 1.0f - 0.01f * i};
+    colour[i] = ruGeom::MeshColor{0.02f * i, 0.5f, 1.0f - 0.02f * i, 1.0f};
+    weight[2 * i] = float(i);
+    weight[2 * i + 1] = float(100 + i);
+  }
+  mesh->addLine(0, 5);
+  mesh->addLine(7, 12);
+  return mesh;
+}
+
+// The corner vertex indices of a triangle, starting at its smallest, winding kept.
+std::array<std::uint32_t, 3> rotated(const std::uint32_t* c) {
+  int k = 0;
+  if (c[1] < c[k]) k = 1;
+  if (c[2] < c[k]) k = 2;
+  return {c[k], c[(k + 1) % 3], c[(k + 2) % 3]};
+}
+
+bool hasTriangle(const ruGeom::CompactMesh& mesh, const std::uint32_t* c) {
+  const auto want = rotated(c);
+  const std::uint32_t flippedCorners[3] = {c[0], c[2], c[1]};
+  const auto wantFlipped = rotated(flippedCorners);
+  for (int t = 0; t < mesh.getNumTriangles(); ++t) {
+    const auto have = rotated(mesh.getTriangles() + 3 * t);
+    if (have == want || have == wantFlipped) return true;
+  }
+  return false;
+}
+
+} // namespace
+
+TEST(PrintRepair, KeepsTextureCoordinatesColoursLinesAndNamedAttributesOfTheVerticesItKeeps) {
+  PrintFixture f;
+  ru::Reference<ruGeom::CompactMesh> damaged = decoratedCube();
+  const ru::Reference<const ruGeom::CompactMesh> original = decoratedCube();
+  // A hole (one triangle gone), a flipped triangle, a duplicate.
+  std::uint32_t* t = damaged->editTriangles();
+  std::swap(t[3 * 4 + 1], t[3 * 4 + 2]);
+  const std::uint32_t removed[3] = {t[0], t[1], t[2]};
+  std::copy(t + 3, t + 3 * damaged->getNumTriangles(), t);
+  damaged->setNumTriangles(damaged->getNumTriangles() - 1);
+  damaged->addTriangle(damaged->getTriangles()[6], damaged->getTriangles()[7], damaged->getTriangles()[8]);
+  ru::Reference<Object> part = createKLTMeshObject(f.document, damaged);
+  f.document.insert(part);
+  KLTMesh* mesh = part->findAttribute<KLTMesh>();
+  ASSERT_TRUE(mesh->needsRepair());
+  voDMA::MeshRepairReport report;
+  ASSERT_TRUE(mesh->repair(&report));
+  EXPECT_TRUE(report.remaining.healthy());
+  const ru::Reference<const ruGeom::CompactMesh> repaired = mesh->getMesh();
+  EXPECT_TRUE(voDMA::analyseMeshHealth(*repaired).healthy());
+  EXPECT_EQ(report.removedDuplicate, 1u);
+  EXPECT_EQ(report.closedHoles, 1u);
+
+  // Every vertex of the input is still there with all it carried.
+  ASSERT_GE(repaired->getNumVertices(), original->getNumVertices());
+  ASSERT_TRUE(repaired->hasTextureCoordinates());
+  ASSERT_TRUE(repaired->hasColors());
+  const ruGeom::MeshAttributes weight = repaired->getAttributes("weight");
+  ASSERT_TRUE(weight.valid());
+  ASSERT_EQ(weight.getWidth(), 2);
+  for (int i = 0; i < original->getNumVertices(); ++i) {
+    EXPECT_EQ(repaired->getVertices()[i], original->getVertices()[i]);
+    EXPECT_EQ(repaired->getTextureCoordinates()[i].u, original->getTextureCoordinates()[i].u);
+    EXPECT_EQ(repaired->getTextureCoordinates()[i].v, original->getTextureCoordinates()[i].v);
+    EXPECT_EQ(repaired->getColors()[i].r, original->getColors()[i].r);
+    EXPECT_EQ(repaired->getColors()[i].b, original->getColors()[i].b);
+    EXPECT_EQ(weight.asFloat()[2 * i], float(i));
+    EXPECT_EQ(weight.asFloat()[2 * i + 1], float(100 + i));
+  }
+  ASSERT_EQ(repaired->getNumLines(), 2);
+  EXPECT_EQ(repaired->getLines()[0], 0u);
+  EXPECT_EQ(repaired->getLines()[3], 12u);
+  // Every triangle kept has the corners it had (so each corner keeps its texture coordinates),
+  // turned perhaps; the only triangles added close the hole where the removed one was.
+  for (int i = 0; i < original->getNumTriangles(); ++i) {
+    const std::uint32_t* c = original->getTriangles() + 3 * i;
+    if (rotated(c) == rotated(removed)) continue;
+    EXPECT_TRUE(hasTriangle(*repaired, c)) << "triangle " << i;
+  }
+  EXPECT_EQ(repaired->getNumTriangles(), original->getNumTriangles());
+}
+
+TEST(PrintRepair, VerticesCopiedToPullPartsApartCarryTheAttributesOfTheirSource) {
+  PrintFixture f;
+  // Two cubes sharing an edge: the shared vertices are copied for one of them.
+  testmesh::Soup soup;
+  testmesh::addBox(soup, {0, 0, 0}, {1, 1, 1});
+  testmesh::addBox(soup, {1, 1, 0}, {2, 2, 1});
+  ru::Reference<ruGeom::CompactMesh> twoCubes = testmesh::toMesh(soup);
+  const int n = twoCubes->getNumVertices();
+  ruGeom::MeshTexCoord* uv = twoCubes->editTextureCoordinates();
+  float* id = twoCubes->allocAttributes("id", 1).editFloat();
+  for (int i = 0; i < n; ++i) {
+    uv[i] = ruGeom::MeshTexCoord{float(i), float(-i)};
+    id[i] = float(i);
+  }
+  ru::Reference<Object> part = createKLTMeshObject(f.document, twoCubes);
+  f.document.insert(part);
+  KLTMesh* mesh = part->findAttribute<KLTMesh>();
+  voDMA::MeshRepairReport report;
+  ASSERT_TRUE(mesh->repair(&report));
+  EXPECT_EQ(report.splitVertices, 2u);
+  EXPECT_TRUE(report.remaining.healthy());
+  const ru::Reference<const ruGeom::CompactMesh> repaired = mesh->getMesh();
+  ASSERT_EQ(repaired->getNumVertices(), n + 2);
+  const ruGeom::MeshAttributes ids = repaired->getAttributes("id");
+  for (int i = n; i < n + 2; ++i) {
+    // A copy sits where its source is and carries its source's values.
+    const auto source = static_cast<int>(ids.asFloat()[i]);
+    ASSERT_GE(source, 0);
+    ASSERT_LT(source, n);
+    EXPECT_EQ(repaired->getVertices()[i], repaired->getVertices()[source]);
+    EXPECT_EQ(repaired->getTextureCoordinates()[i].u, float(source));
+    EXPECT_EQ(repaired->getTextureCoordinates()[i].v, float(-source));
+  }
 }

@@ -454,3 +454,136 @@ TEST(MeshSplit, RejectsLimitsBelowThreeAndIndicesOutOfRange) {
   EXPECT_FALSE(meshSplit(mesh, 100, raw));
   EXPECT_TRUE(raw.empty());
 }
+
+// --- Hull candidates -------------------------------------------------------------------------
+
+namespace {
+
+ruLinear::Range3d bruteForceRange(const CompactMesh& mesh, const ruLinear::AffineMatrix& m) {
+  ruLinear::Range3d range;
+  for (int i = 0; i < mesh.getNumVertices(); ++i) range.include(mesh.getVertices()[i].asPoint() * m);
+  return range;
+}
+
+void expectSameRange(const ruLinear::Range3d& expected, const ruLinear::Range3d& actual, double tolerance) {
+  ASSERT_TRUE(expected.isValid());
+  ASSERT_TRUE(actual.isValid());
+  for (int axis = 0; axis < 3; ++axis) {
+    EXPECT_NEAR(expected.getMin(axis), actual.getMin(axis), tolerance) << "axis " << axis;
+    EXPECT_NEAR(expected.getMax(axis), actual.getMax(axis), tolerance) << "axis " << axis;
+  }
+}
+
+// Rotations about skewed axes, non-uniform scales, shears and translations.
+std::vector<ruLinear::AffineMatrix> someTransforms() {
+  std::vector<ruLinear::AffineMatrix> transforms;
+  transforms.push_back(ruLinear::AffineMatrix::Identity);
+  for (int i = 0; i < 24; ++i) {
+    ruLinear::AffineMatrix m = ruLinear::AffineMatrix::rotation(0.37 * i + 0.1, Vector(std::sin(i), std::cos(1.7 * i), 0.3 + i % 3));
+    if (i % 3 == 1) m.postMultiply(ruLinear::AffineMatrix::scaling(Vector(1.0 + 0.1 * i, 0.5, 2.0)));
+    if (i % 4 == 2) m.postMultiply(ruLinear::AffineMatrix(Vector(1, 0.4, 0), Vector(0, 1, 0.2), Vector(0.3, 0, 1), Vector(0, 0, 0)));
+    m.postMultiply(ruLinear::AffineMatrix::translation(Vector(10.0 * i, -3.0 * i, 0.5 * i)));
+    transforms.push_back(m);
+  }
+  return transforms;
+}
+
+// A grid-tessellated box: every face carries (n + 1)^2 vertices, only the eight corners matter.
+CompactMesh makeTessellatedBox(int n) {
+  CompactMesh mesh;
+  for (int axis = 0; axis < 3; ++axis) {
+    for (int side = 0; side < 2; ++side) {
+      for (int i = 0; i <= n; ++i) {
+        for (int j = 0; j <= n; ++j) {
+          double p[3];
+          p[axis] = side ? 4.0 : -1.0;
+          p[(axis + 1) % 3] = -1.0 + 5.0 * i / n;
+          p[(axis + 2) % 3] = -1.0 + 5.0 * j / n;
+          mesh.addVertex(Point(p[0], p[1], p[2]));
+        }
+      }
+    }
+  }
+  return mesh;
+}
+
+}  // namespace
+
+TEST(MeshHullCandidates, TransformedRangeMatchesEveryVertexOverTheCorpus) {
+  std::vector<ruGeomTest::NamedMesh> meshes = ruGeomTest::corpus();
+  meshes.push_back({"tessellated box", makeTessellatedBox(9), true});
+  for (const auto& named : meshes) {
+    SCOPED_TRACE(named.name);
+    for (const ruLinear::AffineMatrix& m : someTransforms()) {
+      expectSameRange(bruteForceRange(named.mesh, m), meshTransformedRange(named.mesh, m), 1e-9 * 100);
+    }
+  }
+}
+
+TEST(MeshHullCandidates, KeepOnlyTheCornersOfAFlatFacedPart) {
+  const CompactMesh box = makeTessellatedBox(20);
+  ASSERT_EQ(box.getNumVertices(), 6 * 21 * 21);
+  // The eight corners, and at most one face point for each of the six axis directions.
+  EXPECT_GE(meshHullCandidates(box)->size(), 8u);
+  EXPECT_LE(meshHullCandidates(box)->size(), 14u);
+}
+
+TEST(MeshHullCandidates, DropTheInsideOfARoundPart) {
+  // Vertices strictly inside the sphere can never be extreme; the surface keeps what it must.
+  CompactMesh mesh = ruGeomTest::makeSphere(24, 32, 2.0);
+  const int surface = mesh.getNumVertices();
+  for (int i = 0; i < 500; ++i) mesh.addVertex(Point(std::sin(i) * 1.2, std::cos(3.0 * i) * 1.2, std::sin(7.0 * i) * 0.5));
+  const std::size_t kept = meshHullCandidates(mesh)->size();
+  EXPECT_LE(kept, static_cast<std::size_t>(surface));
+  for (const auto& m : someTransforms()) expectSameRange(bruteForceRange(mesh, m), meshTransformedRange(mesh, m), 1e-9);
+}
+
+TEST(MeshHullCandidates, AFlatMeshKeepsEveryVertexAndStaysExact) {
+  const CompactMesh grid = ruGeomTest::makeGrid(6, 4);
+  CompactMesh flat = grid;
+  MeshVertex* v = flat.editVertices();
+  for (int i = 0; i < flat.getNumVertices(); ++i) v[i].z = 0.0f;
+  for (const auto& m : someTransforms()) expectSameRange(bruteForceRange(flat, m), meshTransformedRange(flat, m), 1e-9);
+}
+
+TEST(MeshHullCandidates, AMeshWithoutVerticesHasNoRange) {
+  const CompactMesh empty;
+  EXPECT_TRUE(meshHullCandidates(empty)->empty());
+  EXPECT_FALSE(meshTransformedRange(empty, ruLinear::AffineMatrix::Identity).isValid());
+}
+
+TEST(MeshHullCandidates, AreComputedOncePerBufferAndReleasedWithIt) {
+  const std::size_t before = hullCandidateCacheSize();
+  {
+    ru::Reference<CompactMesh> mesh(new CompactMesh(ruGeomTest::makeSphere(8, 8)));
+    const auto first = meshHullCandidates(*mesh);
+    EXPECT_EQ(hullCandidateCacheSize(), before + 1);
+    // A copy shares the buffer and its candidates.
+    CompactMesh copy = *mesh;
+    EXPECT_EQ(meshHullCandidates(copy).get(), first.get());
+    EXPECT_EQ(hullCandidateCacheSize(), before + 1);
+    // Writing the copy's vertices gives it its own identity and candidates that follow the edit.
+    copy.editVertices()[0] = MeshVertex(0, 0, 50);
+    EXPECT_NE(meshHullCandidates(copy).get(), first.get());
+    EXPECT_EQ(meshTransformedRange(copy, ruLinear::AffineMatrix::Identity).getMax(2), 50.0);
+    EXPECT_EQ(hullCandidateCacheSize(), before + 2);
+  }
+  // Both buffers died: both entries went with them.
+  EXPECT_EQ(hullCandidateCacheSize(), before);
+}
+
+TEST(MeshHullCandidates, ARoundPartWithEveryVertexOnItsHullIsSearchedExactly) {
+  // Every vertex is a candidate, so the box comes from the search through the tree of boxes.
+  const CompactMesh sphere = ruGeomTest::makeSphere(100, 200, 30.0, Point(5, -7, 11));
+  ASSERT_GT(meshHullCandidates(sphere)->size(), 15000u);
+  for (int i = 0; i < 60; ++i) {
+    ruLinear::AffineMatrix m = ruLinear::AffineMatrix::rotation(0.05 * i, Vector(std::cos(i), std::sin(2.0 * i), 1.0));
+    if (i % 5 == 0) m.postMultiply(ruLinear::AffineMatrix::scaling(Vector(1.0, 0.25, 3.0)));
+    m.postMultiply(ruLinear::AffineMatrix::translation(Vector(i, -i, 2.0 * i)));
+    const ruLinear::Range3d expected = bruteForceRange(sphere, m), actual = meshTransformedRange(sphere, m);
+    for (int axis = 0; axis < 3; ++axis) {
+      EXPECT_EQ(expected.getMin(axis), actual.getMin(axis)) << "turn " << i << " axis " << axis;
+      EXPECT_EQ(expected.getMax(axis), actual.getMax(axis)) << "turn " << i << " axis " << axis;
+    }
+  }
+}

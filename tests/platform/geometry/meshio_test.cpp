@@ -1,6 +1,7 @@
 #include "platform/geometry/meshio.h"
 
 #include "platform/geometry/construct.h"
+#include "meshfiles.h"
 #include "testmeshes.h"
 
 #include <gtest/gtest.h>
@@ -18,6 +19,7 @@
 using namespace ruGeom;
 using ruLinear::Point;
 using ruString::CString;
+using namespace meshfiles;
 
 namespace {
 
@@ -41,161 +43,6 @@ std::string tempPath(const std::string& name) {
 void writeFile(const std::string& path, const std::string& bytes) {
   std::ofstream out(path, std::ios::binary);
   out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-}
-
-// The unit cube as a triangle soup: every triangle with its own three corners.
-struct Soup {
-  std::vector<Point> corners;  // three a triangle, counter-clockwise from outside
-};
-
-Soup cubeSoup() {
-  CompactMesh cube;
-  constructCuboid(ruLinear::Range3d(Point(0, 0, 0), Point(1, 2, 3)), cube);
-  Soup soup;
-  for (int i = 0; i < cube.getNumTriangles() * 3; ++i) soup.corners.push_back(cube.getVertices()[cube.getTriangles()[i]].asPoint());
-  return soup;
-}
-
-std::string asciiStl(const Soup& soup) {
-  std::ostringstream text;
-  text << "solid cube\n";
-  for (std::size_t i = 0; i < soup.corners.size(); i += 3) {
-    text << "  facet normal 0 0 0\n    outer loop\n";
-    for (int c = 0; c < 3; ++c) {
-      const Point& p = soup.corners[i + c];
-      text << "      vertex " << p.x << " " << p.y << " " << p.z << "\n";
-    }
-    text << "    endloop\n  endfacet\n";
-  }
-  text << "endsolid cube\n";
-  return text.str();
-}
-
-std::string binaryStl(const Soup& soup, const char* header = "test") {
-  std::string bytes(80, '\0');
-  std::memcpy(bytes.data(), header, std::strlen(header));
-  const std::uint32_t count = static_cast<std::uint32_t>(soup.corners.size() / 3);
-  bytes.append(reinterpret_cast<const char*>(&count), 4);
-  for (std::size_t i = 0; i < soup.corners.size(); i += 3) {
-    float facet[12] = {0, 0, 0};
-    for (int c = 0; c < 3; ++c) {
-      facet[3 + 3 * c] = static_cast<float>(soup.corners[i + c].x);
-      facet[4 + 3 * c] = static_cast<float>(soup.corners[i + c].y);
-      facet[5 + 3 * c] = static_cast<float>(soup.corners[i + c].z);
-    }
-    bytes.append(reinterpret_cast<const char*>(facet), sizeof facet);
-    bytes.append(2, '\0');
-  }
-  return bytes;
-}
-
-// An indexed cube: 8 corners and 12 triangles, for the indexed formats.
-struct Indexed {
-  std::vector<Point> vertices;
-  std::vector<std::uint32_t> triangles;
-};
-
-Indexed cubeIndexed() {
-  Indexed mesh;
-  for (int i = 0; i < 8; ++i) mesh.vertices.push_back(Point(i & 1, (i >> 1) & 1, (i >> 2) & 1));
-  // Quads counter-clockwise from outside, split in two.
-  const std::uint32_t quads[6][4] = {{0, 2, 3, 1}, {4, 5, 7, 6}, {0, 1, 5, 4}, {2, 6, 7, 3}, {0, 4, 6, 2}, {1, 3, 7, 5}};
-  for (const auto& q : quads) {
-    mesh.triangles.insert(mesh.triangles.end(), {q[0], q[1], q[2], q[0], q[2], q[3]});
-  }
-  return mesh;
-}
-
-std::string obj(const Indexed& mesh) {
-  std::ostringstream text;
-  text << "# cube\no cube\n";
-  for (const Point& p : mesh.vertices) text << "v " << p.x << " " << p.y << " " << p.z << "\n";
-  for (std::size_t i = 0; i < mesh.triangles.size(); i += 3) {
-    text << "f " << mesh.triangles[i] + 1 << " " << mesh.triangles[i + 1] + 1 << " " << mesh.triangles[i + 2] + 1 << "\n";
-  }
-  return text.str();
-}
-
-std::string ply(const Indexed& mesh) {
-  std::ostringstream text;
-  text << "ply\nformat ascii 1.0\nelement vertex " << mesh.vertices.size()
-       << "\nproperty float x\nproperty float y\nproperty float z\nelement face " << mesh.triangles.size() / 3
-       << "\nproperty list uchar int vertex_indices\nend_header\n";
-  for (const Point& p : mesh.vertices) text << p.x << " " << p.y << " " << p.z << "\n";
-  for (std::size_t i = 0; i < mesh.triangles.size(); i += 3) {
-    text << "3 " << mesh.triangles[i] << " " << mesh.triangles[i + 1] << " " << mesh.triangles[i + 2] << "\n";
-  }
-  return text.str();
-}
-
-std::uint32_t crc32(const std::string& data) {
-  std::uint32_t crc = 0xFFFFFFFFu;
-  for (unsigned char byte : data) {
-    crc ^= byte;
-    for (int k = 0; k < 8; ++k) crc = (crc >> 1) ^ (0xEDB88320u & (0u - (crc & 1u)));
-  }
-  return ~crc;
-}
-
-void put16(std::string& out, std::uint16_t v) { out.append(reinterpret_cast<const char*>(&v), 2); }
-void put32(std::string& out, std::uint32_t v) { out.append(reinterpret_cast<const char*>(&v), 4); }
-
-// A zip archive of stored (uncompressed) entries.
-std::string storedZip(const std::vector<std::pair<std::string, std::string>>& entries) {
-  std::string out, central;
-  for (const auto& [name, data] : entries) {
-    const std::uint32_t offset = static_cast<std::uint32_t>(out.size());
-    const std::uint32_t crc = crc32(data);
-    put32(out, 0x04034b50u);
-    put16(out, 20), put16(out, 0), put16(out, 0), put16(out, 0), put16(out, 0x21);
-    put32(out, crc), put32(out, static_cast<std::uint32_t>(data.size())), put32(out, static_cast<std::uint32_t>(data.size()));
-    put16(out, static_cast<std::uint16_t>(name.size())), put16(out, 0);
-    out += name;
-    out += data;
-    put32(central, 0x02014b50u);
-    put16(central, 20), put16(central, 20), put16(central, 0), put16(central, 0), put16(central, 0), put16(central, 0x21);
-    put32(central, crc), put32(central, static_cast<std::uint32_t>(data.size())),
-        put32(central, static_cast<std::uint32_t>(data.size()));
-    put16(central, static_cast<std::uint16_t>(name.size())), put16(central, 0), put16(central, 0);
-    put16(central, 0), put16(central, 0), put32(central, 0), put32(central, offset);
-    central += name;
-  }
-  const std::uint32_t centralOffset = static_cast<std::uint32_t>(out.size());
-  out += central;
-  put32(out, 0x06054b50u);
-  put16(out, 0), put16(out, 0);
-  put16(out, static_cast<std::uint16_t>(entries.size())), put16(out, static_cast<std::uint16_t>(entries.size()));
-  put32(out, static_cast<std::uint32_t>(central.size())), put32(out, centralOffset);
-  put16(out, 0);
-  return out;
-}
-
-std::string threeMf(const Indexed& mesh) {
-  std::ostringstream model;
-  model << "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
-        << "<model unit=\"millimeter\" xml:lang=\"en-US\" "
-           "xmlns=\"http://schemas.microsoft.com/3dmanufacturing/core/2015/02\">\n"
-        << " <resources>\n  <object id=\"1\" type=\"model\">\n   <mesh>\n    <vertices>\n";
-  for (const Point& p : mesh.vertices) model << "     <vertex x=\"" << p.x << "\" y=\"" << p.y << "\" z=\"" << p.z << "\" />\n";
-  model << "    </vertices>\n    <triangles>\n";
-  for (std::size_t i = 0; i < mesh.triangles.size(); i += 3) {
-    model << "     <triangle v1=\"" << mesh.triangles[i] << "\" v2=\"" << mesh.triangles[i + 1] << "\" v3=\""
-          << mesh.triangles[i + 2] << "\" />\n";
-  }
-  model << "    </triangles>\n   </mesh>\n  </object>\n </resources>\n <build>\n  <item objectid=\"1\" />\n </build>\n</model>\n";
-  const std::string types =
-      "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
-      "<Types xmlns=\"http://schemas.openxmlformats.org/package/2006/content-types\">"
-      "<Default Extension=\"rels\" ContentType=\"application/vnd.openxmlformats-package.relationships+xml\" />"
-      "<Default Extension=\"model\" ContentType=\"application/vnd.ms-package.3dmanufacturing-3dmodel+xml\" />"
-      "</Types>\n";
-  const std::string rels =
-      "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
-      "<Relationships xmlns=\"http://schemas.openxmlformats.org/package/2006/relationships\">"
-      "<Relationship Target=\"/3D/3dmodel.model\" Id=\"rel0\" "
-      "Type=\"http://schemas.microsoft.com/3dmanufacturing/2013/01/3dmodel\" />"
-      "</Relationships>\n";
-  return storedZip({{"[Content_Types].xml", types}, {"_rels/.rels", rels}, {"3D/3dmodel.model", model.str()}});
 }
 
 // The set of triangles as sets of corner positions, so that meshes compare whatever the vertex
@@ -502,6 +349,134 @@ TEST(MeshImport, APlyHeaderWithoutItsEndIsAnError) {
   expectError(path, "no end_header");
 }
 
+TEST(MeshImport, APlyElementWithACountButNoPropertiesIsAnError) {
+  const std::string path = tempPath("no_properties.ply");
+  writeFile(path, "ply\nformat ascii 1.0\nelement vertex 3000000000\nelement face 0\nend_header\n\n");
+  expectError(path, "element 'vertex' has 3000000000 entries but no properties");
+}
+
+TEST(MeshImport, APlyElementCountBeyondTheFileSizeIsAnError) {
+  const std::string path = tempPath("huge_count.ply");
+  writeFile(path, "ply\nformat binary_little_endian 1.0\nelement vertex 100000000\nproperty float x\n"
+                  "property float y\nproperty float z\nend_header\n" + std::string(24, '\0'));
+  expectError(path, "claims 100000000 entries, more than the 24 bytes of data can hold");
+  writeFile(path, "ply\nformat ascii 1.0\nelement vertex 99999999999999999999999\nproperty float x\nend_header\n0\n");
+  expectError(path, "the count is not a whole number below 2^32");
+}
+
+// Counts that do not fit an integer must be refused before any conversion (the sanitizer stops
+// the program on an out-of-range conversion).
+TEST(MeshImport, APlyListCountOutOfRangeIsAnError) {
+  const std::string path = tempPath("list_count.ply");
+  const char* header = "ply\nformat ascii 1.0\nelement vertex 3\nproperty float x\nproperty float y\n"
+                       "property float z\nelement face 1\nproperty list uchar int vertex_indices\nend_header\n"
+                       "0 0 0\n1 0 0\n0 1 0\n";
+  for (const char* count : {"1e300", "18446744073709551616", "-1", "3.5", "nan"}) {
+    SCOPED_TRACE(count);
+    writeFile(path, std::string(header) + count + " 0 1 2\n");
+    expectError(path, "a list count out of range");
+  }
+  std::string bytes = "ply\nformat binary_little_endian 1.0\nelement vertex 3\nproperty float x\nproperty float y\n"
+                      "property float z\nelement face 1\nproperty list uint int vertex_indices\nend_header\n";
+  bytes.append(3 * 12, '\0');
+  const std::uint32_t count = 0xFFFFFFFFu;
+  bytes.append(reinterpret_cast<const char*>(&count), 4);
+  bytes.append(12, '\0');
+  writeFile(path, bytes);
+  expectError(path, "a list of 4294967295 items runs past the end of the file");
+}
+
+TEST(MeshImport, APlyFaceNamingAMissingVertexIsAnError) {
+  const std::string path = tempPath("missing_vertex.ply");
+  writeFile(path, "ply\nformat ascii 1.0\nelement vertex 3\nproperty float x\nproperty float y\nproperty float z\n"
+                  "element face 1\nproperty list uchar int vertex_indices\nend_header\n0 0 0\n1 0 0\n0 1 0\n3 0 1 7\n");
+  expectError(path, "a face names a missing vertex");
+  std::string bytes = "ply\nformat binary_big_endian 1.0\nelement vertex 3\nproperty float x\nproperty float y\n"
+                      "property float z\nelement face 1\nproperty list uchar int vertex_indices\nend_header\n";
+  bytes.append(3 * 12, '\0');
+  bytes += '\3';
+  for (std::uint32_t index : {0u, 1u, 0xFFFFFFFEu}) {  // the last is -2 as a signed int
+    for (int shift = 24; shift >= 0; shift -= 8) bytes += static_cast<char>((index >> shift) & 0xFF);
+  }
+  writeFile(path, bytes);
+  expectError(path, "a face names a missing vertex");
+}
+
+// The importer reads an ASCII entry as one line: an entry spread over two lines made it build
+// faces from the wrong numbers and crash.
+TEST(MeshImport, AnAsciiPlyEntryIsExactlyOneLine) {
+  const std::string path = tempPath("entry_lines.ply");
+  const std::string header = "ply\nformat ascii 1.0\nelement vertex 3\nproperty float x\nproperty float y\n"
+                             "property float z\nelement face 1\nproperty list uchar int vertex_indices\nend_header\n";
+  writeFile(path, header + "0 0 0\n1 0\n0\n0 1 0\n3 0 1 2\n");
+  expectError(path, "element 'vertex' entry 1: the data ends early");
+  writeFile(path, header + "0 0 0 1\n1 0 0\n0 1 0\n3 0 1 2\n");
+  expectError(path, "element 'vertex' entry 0: more values on its line than its properties");
+  writeFile(path, header + "0 0 0\r\n1 0 0\r\n0 1 0\r\n3 0 1 2\r\n");
+  CompactMesh mesh;
+  CString error;
+  EXPECT_TRUE(importMesh(path, mesh, &error)) << error.c_str();
+}
+
+TEST(MeshImport, PlyFacesOfFewerThanThreeCornersAreIgnoredAndPolygonsSplit) {
+  const std::string path = tempPath("small_face.ply");
+  writeFile(path, "ply\nformat ascii 1.0\nelement vertex 4\nproperty float x\nproperty float y\nproperty float z\n"
+                  "element face 3\nproperty list uchar int vertex_indices\nend_header\n0 0 0\n1 0 0\n1 1 0\n0 1 0\n"
+                  "4 0 1 2 3\n0\n2 0 1\n");
+  CompactMesh mesh;
+  CString error;
+  ASSERT_TRUE(importMesh(path, mesh, &error)) << error.c_str();
+  EXPECT_EQ(mesh.getNumTriangles(), 2);
+  EXPECT_EQ(mesh.getNumVertices(), 4);
+}
+
+// The first byte of a binary body may be a line feed (the low byte of a coordinate): it is data.
+TEST(MeshImport, ABinaryPlyWhoseDataStartsWithALineFeedReadsItsTriangle) {
+  const std::string path = tempPath("line_feed.ply");
+  for (std::uint32_t low : {0x0Au, 0x0Du, 0x20u}) {
+    SCOPED_TRACE(low);
+    std::string bytes = "ply\nformat binary_little_endian 1.0\nelement vertex 3\nproperty float x\nproperty float y\n"
+                        "property float z\nelement face 1\nproperty list uchar int vertex_indices\nend_header\n";
+    const std::uint32_t x = 0x3F800000u | low;  // just above 1
+    float corners[9] = {0, 0, 0, 1, 0, 0, 0, 1, 0};
+    std::memcpy(&corners[0], &x, 4);
+    bytes.append(reinterpret_cast<const char*>(corners), sizeof corners);
+    bytes += '\3';
+    const std::int32_t indices[3] = {0, 1, 2};
+    bytes.append(reinterpret_cast<const char*>(indices), sizeof indices);
+    writeFile(path, bytes);
+    CompactMesh mesh;
+    CString error;
+    ASSERT_TRUE(importMesh(path, mesh, &error)) << error.c_str();
+    ASSERT_EQ(mesh.getNumTriangles(), 1);
+    ASSERT_EQ(mesh.getNumVertices(), 3);
+    EXPECT_EQ(mesh.getVertices()[mesh.getTriangles()[0]].x, corners[0]);
+    EXPECT_EQ(mesh.getVertices()[mesh.getTriangles()[1]].x, 1.0f);
+    EXPECT_EQ(mesh.getVertices()[mesh.getTriangles()[2]].y, 1.0f);
+  }
+}
+
+TEST(MeshImport, PlyVerticesWithoutThreeCoordinatesAreAnError) {
+  const std::string path = tempPath("no_z.ply");
+  writeFile(path, "ply\nformat ascii 1.0\nelement vertex 3\nproperty float x\nproperty float y\n"
+                  "element face 1\nproperty list uchar int vertex_indices\nend_header\n0 0\n1 0\n0 1\n3 0 1 2\n");
+  expectError(path, "the vertices lack an x, y or z coordinate");
+}
+
+TEST(MeshImport, APlyHeaderLineThatMakesNoSenseNamesTheLine) {
+  const std::string path = tempPath("bad_header.ply");
+  writeFile(path, "ply\nformat ascii 1.0\nelement vertex 3\nproperty floot x\nend_header\n0\n1\n2\n");
+  expectError(path, "line 4, 'property floot x': unknown property type");
+  writeFile(path, "ply\nformat ascii 1.0\nproperty float x\nend_header\n");
+  expectError(path, "a property before any element");
+  writeFile(path, "ply\nformat ascii 1.0\nelement vertex 1\nproperty list float int i\nend_header\n1 0\n");
+  expectError(path, "a list needs an integer count type");
+  // The importer ends a line at a NUL: a header must be plain text to read the same to both.
+  writeFile(path, std::string("ply\nformat ascii 1.0\nelement vertex 3\nproperty float x\0y\nend_header\n0\n1\n2\n",
+                              74));
+  expectError(path, "line 4, '(not shown)': a byte that is not plain text");
+}
+
 TEST(MeshImport, A3mfThatIsNotAZipIsAnError) {
   const std::string path = tempPath("notzip.3mf");
   writeFile(path, "this is not a zip archive at all");
@@ -519,6 +494,73 @@ TEST(MeshImport, ATruncated3mfIsAnError) {
   CString error;
   EXPECT_FALSE(importMesh(path, mesh, &error));
   EXPECT_NE(error.str().find(path), std::string::npos) << error.c_str();
+}
+
+// The importer's zip reader stops the program on a checksum mismatch: the archive is checked first.
+TEST(MeshImport, A3mfWhoseEntryChecksumIsWrongIsAnErrorNotAnAbort) {
+  const std::string path = tempPath("bad_crc.3mf");
+  std::string bytes = threeMf(cubeIndexed());
+  const std::size_t model = bytes.find("<vertex x=");
+  ASSERT_NE(model, std::string::npos);
+  bytes[model + 12] = bytes[model + 12] == '1' ? '0' : '1';  // a coordinate digit: still good XML
+  writeFile(path, bytes);
+  expectError(path, "checksum mismatch");
+}
+
+TEST(MeshImport, ADeflated3mfGivesTheWrittenTriangles) {
+  const std::string path = tempPath("deflated.3mf");
+  const std::string bytes = threeMf(cubeIndexed(), true);
+  ASSERT_LT(bytes.size(), threeMf(cubeIndexed()).size());
+  writeFile(path, bytes);
+  CompactMesh mesh;
+  CString error;
+  ASSERT_TRUE(importMesh(path, mesh, &error)) << error.c_str();
+  EXPECT_EQ(triangleSet(mesh), triangleSet(fromIndexed(cubeIndexed())));
+}
+
+TEST(MeshImport, ADeflated3mfWithCorruptDataIsAnError) {
+  const std::string path = tempPath("deflated_corrupt.3mf");
+  std::string bytes = threeMf(cubeIndexed(), true);
+  // The model is the third entry; its data starts after its local header and name.
+  const std::size_t name = bytes.find("3D/3dmodel.model");
+  ASSERT_NE(name, std::string::npos);
+  const std::size_t data = name + std::strlen("3D/3dmodel.model");
+  for (std::size_t i = data + 4; i < data + 12; ++i) bytes[i] = static_cast<char>(bytes[i] ^ 0x5A);
+  writeFile(path, bytes);
+  CompactMesh mesh;
+  CString error;
+  EXPECT_FALSE(importMesh(path, mesh, &error));
+  EXPECT_NE(error.str().find("malformed 3MF archive (entry 2"), std::string::npos) << error.c_str();
+  // Cut short inside the deflated data, with the directory left in place.
+  bytes = threeMf(cubeIndexed(), true);
+  const std::uint32_t shorter = 10;
+  std::memcpy(&bytes[name - 30 + 18], &shorter, 4);  // the local header's compressed size
+  writeFile(path, bytes);
+  EXPECT_FALSE(importMesh(path, mesh, &error));
+  EXPECT_NE(error.str().find("its local header disagrees with the directory"), std::string::npos) << error.c_str();
+}
+
+// The importer's package reader stops the program when the model part is missing.
+TEST(MeshImport, A3mfWhoseRelationshipsNameAMissingModelPartIsAnError) {
+  const std::string path = tempPath("missing_part.3mf");
+  std::string rels = threeMfRelationships();
+  rels.replace(rels.find("3dmodel.model"), 13, "other.model");
+  writeFile(path, threeMfPackage(threeMfModel(cubeIndexed()), true, rels));
+  expectError(path, "the 3D model part '3D/other.model' is missing");
+  rels = threeMfRelationships();
+  rels.replace(rels.find("Type="), 5, "Kind=");
+  writeFile(path, threeMfPackage(threeMfModel(cubeIndexed()), true, rels));
+  expectError(path, "its relationships name no 3D model part");
+}
+
+TEST(MeshImport, A3mfWhoseDirectoryPointsOutsideTheFileIsAnError) {
+  const std::string path = tempPath("bad_directory.3mf");
+  std::string bytes = threeMf(cubeIndexed());
+  // The end record's directory offset, 16 bytes into the last 22.
+  const std::uint32_t offset = 0x7FFFFFF0u;
+  std::memcpy(&bytes[bytes.size() - 22 + 16], &offset, 4);
+  writeFile(path, bytes);
+  expectError(path, "the central directory lies outside the file");
 }
 
 TEST(MeshImport, AnUnsupportedExtensionIsAnError) {

@@ -497,3 +497,26 @@ TEST(MeshCoord, EvaluateIsTheBarycentricPoint) {
   EXPECT_EQ(coord.evaluate(), Point(1, 2, 0));
   EXPECT_FALSE(MeshCoord().valid());
 }
+
+// Run first, as death tests are: the child process makes its device with bad options, which
+// Embree refuses; every query must then miss, and say why, instead of crashing on a null device.
+TEST(RayQueryDeathTest, AFailedEmbreeDeviceMakesQueriesMissAndSaysWhy) {
+  // Threadsafe: the child runs this test again from the start in a new process, whose device is
+  // not made yet. Nothing before EXPECT_EXIT may make it.
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_EXIT(
+      {
+        ::setenv("RUGEOM_EMBREE_CONFIG", "threads=many", 1);
+        CompactMesh grid = ruGeomTest::makeGrid(4, 4);
+        MeshRayHit hit;
+        const bool any = meshRayIntersect(grid, ruLinear::Line(Point(0.5, 0.5, 1), ruLinear::Vector(0, 0, -1)), hit);
+        MeshRayQuery query(grid);
+        const std::string why = rayQueryError().str();
+        std::fprintf(stderr, "%s\n", why.c_str());
+        // _Exit: the child skips the leak check and static destruction of the parent's test run.
+        std::_Exit(!any && !hit.hit && !query.valid() && !why.empty() ? 0 : 1);
+      },
+      ::testing::ExitedWithCode(0), "Embree device could not be created with options 'threads=0,threads=many'");
+  // This process's device, made without the variable, works.
+  EXPECT_TRUE(rayQueryError().empty()) << rayQueryError().c_str();
+}

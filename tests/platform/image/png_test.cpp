@@ -86,6 +86,37 @@ TEST(Png, AHeaderClaimingRowsWiderThanTheLimitIsRefusedAsTooLarge) {
   expectTooLarge(1, 0x7fffffffu, "tall.png");
 }
 
+TEST(Png, AHeaderClaimingMorePixelsThanTheFileCanHoldIsRefusedBeforeAllocating) {
+  // 20000 x 20000 RGBA is 1.6 GB, within the size limit, but a file of this few bytes cannot
+  // inflate to it: the reader must not allocate and clear the image to find out.
+  const std::string path = tempPath("small_file_huge_image.png");
+  const std::string bytes = pngClaiming(20000, 20000);
+  ASSERT_LT(bytes.size(), 100u);
+  std::ofstream(path, std::ios::binary).write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+  CString error;
+  EXPECT_FALSE(readPng(path, &error));
+  const std::string expected =
+      "image too large (20000x20000) for a file of " + std::to_string(bytes.size()) + " bytes, which cannot hold";
+  EXPECT_NE(error.str().find(expected), std::string::npos) << error.c_str();
+  std::remove(path.c_str());
+}
+
+TEST(Png, AHighlyCompressedImageWithinWhatItsFileCanHoldStillReads) {
+  // A uniform 1000 x 1000 image compresses to a few kilobytes, far below the stored row bytes.
+  const std::string path = tempPath("uniform.png");
+  TypedImage<Byte4> image(1000, 1000);
+  for (int y = 0; y < 1000; ++y) {
+    for (int x = 0; x < 1000; ++x) image.pixel(x, y) = Byte4(10, 20, 30, 255);
+  }
+  ASSERT_TRUE(writePng(image, path));
+  ASSERT_LT(std::filesystem::file_size(path), 1000u * 1000u * 4u / 100u);
+  CString error;
+  ru::Reference<TypedImage<Byte4>> back = readPng(path, &error);
+  ASSERT_TRUE(back) << error.c_str();
+  EXPECT_EQ(back->pixel(999, 999), Byte4(10, 20, 30, 255));
+  std::remove(path.c_str());
+}
+
 TEST(Png, WrittenImageReadsBackPixelForPixel) {
   const std::string path = tempPath("roundtrip.png");
   TypedImage<Byte4> image = pattern();

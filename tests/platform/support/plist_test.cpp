@@ -101,3 +101,59 @@ TEST(PropertyList, CloneIsDeep) {
   EXPECT_TRUE(static_cast<bool>(copy->asDictionary()->find("flag")->value()));
   EXPECT_FALSE(copy->equals(*original));
 }
+
+TEST(PropertyList, DeeplyNestedJSONIsRefusedWithAClearError) {
+  // 50,000 levels: a recursive reader would run out of stack long before the end.
+  const std::string text = std::string(50000, '[') + std::string(50000, ']');
+  ruString::CString error;
+  EXPECT_FALSE(voPLST::fromJSON(text, &error));
+  EXPECT_NE(error.str().find("nested deeper than 512 levels"), std::string::npos) << error.c_str();
+  const std::string objects = [] {
+    std::string t;
+    for (int i = 0; i < 50000; ++i) t += "{\"a\":";
+    t += "1";
+    t += std::string(50000, '}');
+    return t;
+  }();
+  EXPECT_FALSE(voPLST::fromJSON(objects, &error));
+  EXPECT_NE(error.str().find("nested deeper"), std::string::npos) << error.c_str();
+}
+
+TEST(PropertyList, NestingUpToTheLimitReadsAndBracketsInStringsDoNotCount) {
+  const int depth = voPLST::maxJSONDepth;
+  const std::string text = std::string(depth, '[') + "\"[[[[\\\"{{{{\"" + std::string(depth, ']');
+  ruString::CString error;
+  ru::Reference<voPLST::Item> item = voPLST::fromJSON(text, &error);
+  ASSERT_TRUE(item) << error.c_str();
+  int levels = 0;
+  const voPLST::Item* at = item.get();
+  while (const voPLST::Array* array = at->asArray()) {
+    ++levels;
+    ASSERT_EQ(array->size(), 1u);
+    at = array->begin()->get();
+  }
+  EXPECT_EQ(levels, depth);
+  EXPECT_EQ(at->value().toString(), "[[[[\"{{{{");
+  EXPECT_FALSE(voPLST::fromJSON(std::string(depth + 1, '[') + std::string(depth + 1, ']'), &error));
+}
+
+TEST(PropertyList, NumbersBeyondADoubleAreAnErrorNotAnException) {
+  ruString::CString error;
+  EXPECT_FALSE(voPLST::fromJSON("[1e400]", &error));
+  EXPECT_NE(error.str().find("malformed JSON"), std::string::npos) << error.c_str();
+}
+
+TEST(PropertyList, InvalidUTF8IsWrittenAsReplacementCharacters) {
+  ru::Reference<voPLST::Dictionary> dictionary(new voPLST::Dictionary);
+  dictionary->setString("name", std::string("a\xff" "b\xc3", 4));
+  dictionary->setString(std::string("k\x80", 2), "v");
+  const std::string text = voPLST::toJSON(*dictionary).str();
+  EXPECT_EQ(text, "{\"k\xef\xbf\xbd\":\"v\",\"name\":\"a\xef\xbf\xbd" "b\xef\xbf\xbd\"}");
+  ruString::CString error;
+  ru::Reference<voPLST::Item> back = voPLST::fromJSON(text, &error);
+  ASSERT_TRUE(back) << error.c_str();
+  EXPECT_EQ(back->asDictionary()->findValue("name")->toString(), "a\xef\xbf\xbd" "b\xef\xbf\xbd");
+  // Invalid UTF-8 in the text read is a clear error.
+  EXPECT_FALSE(voPLST::fromJSON("[\"\xff\"]", &error));
+  EXPECT_NE(error.str().find("malformed JSON"), std::string::npos) << error.c_str();
+}

@@ -53,7 +53,7 @@ class Holder : public voTXN::Object {
 public:
   explicit Holder(voTXN::Manager* manager) : Object(manager) {}
   struct Counted : ru::ReferenceCount {
-    explicit Counted(int* deaths) : deaths(deaths) {}
+    explicit Counted(int* counter) : deaths(counter) {}
     ~Counted() override { ++*deaths; }
     int* deaths;
   };
@@ -301,6 +301,90 @@ TEST(Transaction, ObjectDyingDropsItsRecords) {
   delete gone;
   EXPECT_TRUE(manager.undo());
   EXPECT_EQ(keep.value(), 0);
+}
+
+TEST(Transaction, AnObjectKnowsItsOwnRecordsThroughCommitUndoRedoAndDrops) {
+  voTXN::Manager manager;
+  Item item(&manager), other(&manager);
+  for (int i = 1; i <= 3; ++i) {
+    manager.begin("Edit");
+    item.setValue(i);
+    item.setName("twice in one transaction is one record");
+    manager.commit();
+  }
+  manager.begin("Other only");
+  other.setValue(7);
+  manager.commit();
+  EXPECT_EQ(item.txnNumRecords(), 3u);
+  EXPECT_EQ(other.txnNumRecords(), 1u);
+  // Undo and redo move records between the stacks; the object still has all of them.
+  manager.undo();
+  manager.undo();
+  EXPECT_EQ(item.txnNumRecords(), 3u);
+  // A new commit drops the redo stack and the records in it.
+  manager.begin("Edit");
+  item.setValue(10);
+  manager.commit();
+  EXPECT_EQ(item.txnNumRecords(), 3u);
+  EXPECT_EQ(other.txnNumRecords(), 0u);
+  // An aborted transaction leaves no record.
+  manager.begin("Aborted");
+  item.setValue(11);
+  EXPECT_EQ(item.txnNumRecords(), 4u);
+  manager.abort();
+  EXPECT_EQ(item.txnNumRecords(), 3u);
+  EXPECT_EQ(item.value(), 10);
+  manager.setUndoLimit(1);
+  EXPECT_EQ(item.txnNumRecords(), 1u);
+  manager.clearHistory();
+  EXPECT_EQ(item.txnNumRecords(), 0u);
+}
+
+TEST(Transaction, ObjectsDyingInsideATransactionLeaveTheOthersRecordsWorking) {
+  voTXN::Manager manager;
+  std::vector<std::unique_ptr<Item>> items;
+  for (int i = 0; i < 6; ++i) items.push_back(std::make_unique<Item>(&manager));
+  manager.begin("Edit all");
+  for (int i = 0; i < 6; ++i) items[static_cast<std::size_t>(i)]->setValue(i + 1);
+  // Two die before the commit: the commit closes the gaps their records left.
+  items[0].reset();
+  items[3].reset();
+  manager.commit();
+  EXPECT_EQ(manager.undoDepth(), 1u);
+  EXPECT_EQ(items[5]->txnNumRecords(), 1u);
+  // One of the moved records' objects dies after the commit: only its own record goes.
+  items[4].reset();
+  ASSERT_TRUE(manager.undo());
+  EXPECT_EQ(items[1]->value(), 0);
+  EXPECT_EQ(items[2]->value(), 0);
+  EXPECT_EQ(items[5]->value(), 0);
+  ASSERT_TRUE(manager.redo());
+  EXPECT_EQ(items[1]->value(), 2);
+  EXPECT_EQ(items[2]->value(), 3);
+  EXPECT_EQ(items[5]->value(), 6);
+}
+
+TEST(Transaction, AnObjectDyingWithRecordsOnBothStacksIsSkippedByUndoAndRedo) {
+  voTXN::Manager manager;
+  Item keep(&manager);
+  auto gone = std::make_unique<Item>(&manager);
+  for (int i = 1; i <= 4; ++i) {
+    manager.begin("Edit");
+    keep.setValue(i);
+    gone->setValue(i);
+    manager.commit();
+  }
+  manager.undo();
+  manager.undo();
+  EXPECT_EQ(gone->txnNumRecords(), 4u);
+  gone.reset();
+  EXPECT_TRUE(manager.undo());
+  EXPECT_EQ(keep.value(), 1);
+  EXPECT_TRUE(manager.redo());
+  EXPECT_TRUE(manager.redo());
+  EXPECT_TRUE(manager.redo());
+  EXPECT_EQ(keep.value(), 4);
+  EXPECT_EQ(keep.txnNumRecords(), 4u);
 }
 
 TEST(Transaction, RefCountedObjectLineIsRestoredByUndo) {
