@@ -146,15 +146,15 @@ public:
       // Moeller-Trumbore, both sides.
       const Vector e1 = b - a, e2 = c - a;
       const Vector p = ruLinear::cross(direction, e2);
-      const double det = ruLinear::dot(e1, p);
-      if (std::abs(det) < 1e-300) continue;
+      const double determinant = ruLinear::dot(e1, p);
+      if (std::abs(determinant) < 1e-300) continue;
       const Vector s = origin - a;
-      const double u = ruLinear::dot(s, p) / det;
+      const double u = ruLinear::dot(s, p) / determinant;
       if (u < 0 || u > 1) continue;
       const Vector q = ruLinear::cross(s, e1);
-      const double v = ruLinear::dot(direction, q) / det;
+      const double v = ruLinear::dot(direction, q) / determinant;
       if (v < 0 || u + v > 1) continue;
-      const double hit = ruLinear::dot(e2, q) / det;
+      const double hit = ruLinear::dot(e2, q) / determinant;
       if (hit >= 0 && hit < bestT) {
         bestT = hit;
         best = static_cast<int>(i / 3);

@@ -16,9 +16,12 @@ namespace voGR {
 class VO_GR_API HitFilter : public ru::ReferenceCount {
 public:
   ~HitFilter() override;
+  // True when `item` may take part (see HitTestConfig for which part).
   bool accepts(const DrawItem& item) const { return filter(item); }
 
 private:
+  // An override answers for one item from the item alone, cheaply (it runs for every item of
+  // every hit test) and without changing anything the test reads.
   virtual bool filter(const DrawItem& item) const = 0;
 };
 

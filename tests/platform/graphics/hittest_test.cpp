@@ -4,6 +4,7 @@
 #include "glscene.h"
 
 #include "platform/geometry/construct.h"
+#include "platform/geometry/raycast.h"
 #include "platform/graphics/hittest.h"
 
 #include <gtest/gtest.h>
@@ -653,4 +654,61 @@ TEST(HitFilterTest, ConfigIsAnOrderedValue) {
   EXPECT_EQ(map[x], 4);
   z.hitTestMode = 1;
   EXPECT_EQ(map.count(z), 0u);
+}
+
+TEST(HitTestGLTest, NothingIsKeptAfterTheCall) {
+  PickScene scene;
+  ruLinear::Point2 centre;
+  ASSERT_TRUE(scene.camera.project(Point(0, 0, 0), centre));
+  ru::vector<HitRecord> records;
+  HitTestConfig config;
+  config.radius = 4;
+  visibilityTest(*scene.gl.system, scene.camera, centre, config, records);
+  const std::size_t structures = ruGeom::accelerationCacheSize();
+  // A new mesh in front of everything gets its acceleration structure on the first test...
+  int source = 0;
+  ru::Reference<DrawItem> item;
+  {
+    Draw draw(*scene.gl.context, &source, false);
+    draw.setMesh(sphere(Point(0, -20, 7.5), 1, 12, 8));  // halfway from the eye to the origin
+    item = draw.emit();
+  }
+  visibilityTest(*scene.gl.system, scene.camera, centre, config, records);
+  ASSERT_FALSE(records.empty());
+  EXPECT_EQ(records[0].item.get(), item.get());
+  EXPECT_EQ(ruGeom::accelerationCacheSize(), structures + 1);
+  const int itemRefs = item->refCount();
+  records.clear();
+  EXPECT_EQ(item->refCount(), itemRefs - 1);
+  // ...and once the item and the records are gone, nothing the test kept holds the mesh.
+  item = nullptr;
+  { Draw clear(*scene.gl.context, &source, false); }
+  EXPECT_EQ(ruGeom::accelerationCacheSize(), structures);
+}
+
+TEST(HitTestGLTest, AFilterMayRunAHitTestOfItsOwn) {
+  PickScene scene;
+  ruLinear::Point2 centre;
+  ASSERT_TRUE(scene.camera.project(Point(0, 0, 0), centre));
+  ru::vector<HitRecord> plain;
+  HitTestConfig config;
+  config.radius = 2;
+  visibilityTest(*scene.gl.system, scene.camera, centre, config, plain);
+  struct Nested final : HitFilter {
+    PickScene* scene;
+    explicit Nested(PickScene* s) : scene(s) {}
+    bool filter(const DrawItem&) const override {
+      ru::vector<HitRecord> inner;
+      visibilityTest(*scene->gl.system, scene->camera, ruLinear::Point2(5, 5), HitTestConfig(), inner);
+      return true;
+    }
+  };
+  config.secondFilter = new Nested(&scene);
+  ru::vector<HitRecord> nested;
+  visibilityTest(*scene.gl.system, scene.camera, centre, config, nested);
+  ASSERT_EQ(nested.size(), plain.size());
+  for (std::size_t i = 0; i < plain.size(); ++i) {
+    EXPECT_EQ(nested[i].item.get(), plain[i].item.get());
+    EXPECT_EQ(nested[i].triangle, plain[i].triangle);
+  }
 }
