@@ -712,3 +712,26 @@ TEST(HitTestGLTest, AFilterMayRunAHitTestOfItsOwn) {
     EXPECT_EQ(nested[i].triangle, plain[i].triangle);
   }
 }
+
+TEST(HitTestGLTest, PixelsShowingTheSphereHitTheSphere) {
+  PickScene scene;
+  const auto frame = scene.gl.frame("hittest_sphere_pixels");
+  const HitTestConfig config;
+  ru::vector<HitRecord> records;
+  int checked = 0;
+  for (int y = 0; y < voGR::test::kSize; ++y) {
+    for (int x = 0; x < voGR::test::kSize; ++x) {
+      const ruImage::Byte4& p = frame.pixel(x, y);
+      // Only the sphere is drawn red; the frame's rows run bottom-up like viewport y.
+      if (!(p.r > p.g + 60 && p.r > p.b + 60)) continue;
+      visibilityTest(*scene.gl.system, scene.camera, ruLinear::Point2(x + 0.5, y + 0.5), config, records);
+      auto sphereAt = std::find_if(records.begin(), records.end(),
+                                   [&](const HitRecord& r) { return r.item.get() == scene.named["sphere"]; });
+      ASSERT_NE(sphereAt, records.end()) << x << ", " << y;
+      // Anything before it is a thin line or point the rasteriser left to a neighbour pixel.
+      for (auto r = records.begin(); r != sphereAt; ++r) EXPECT_GE(r->line, 0) << x << ", " << y;
+      ++checked;
+    }
+  }
+  EXPECT_GT(checked, 1000);
+}
