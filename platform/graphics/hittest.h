@@ -76,14 +76,15 @@ VO_GR_API bool operator==(const HitTestConfig& a, const HitTestConfig& b) noexce
 
 // One item seen at the pick point.
 struct VO_GR_API HitRecord {
-  // The ObjectDraw that owns the item's source (null for other sources), the source itself.
+  // The ObjectDraw that owns the item's source (null for other sources).
   voDMG::ObjectDraw* owner = nullptr;
-  const void* source = nullptr;
   // The drawing (subsystem) id the item was emitted through.
   int id = 0;
   // The item's sub-item flag and label (which part of an object was hit).
   bool subObject = false;
   int label = 0;
+  // The source the item was drawn for.
+  const void* source = nullptr;
   ru::Reference<DrawItem> item;
   // Viewport depth of the hit point, 0 at the near plane to 1 at the far plane; 0 for an item in
   // viewport pixels.
