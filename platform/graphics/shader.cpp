@@ -26,7 +26,7 @@ uniform bool uHasTexture;
 uniform sampler2D uTexture;
 vec4 shade() {
   vec4 c = gl_FrontFacing ? uColor : uBackColor;
-  if (uHasTexture) c *= texture(uTexture, fin.uv);
+  if (uHasTexture) c *= texture(uTexture, vUV);
   return c;
 }
 )";
@@ -41,7 +41,7 @@ void UVTextureShader::onBind(ShaderUniforms& u) const {
 
 const char* VertexColorShader::onFragmentSource() const {
   return R"(
-vec4 shade() { return fin.color; }
+vec4 shade() { return vColor; }
 )";
 }
 void VertexColorShader::onBind(ShaderUniforms&) const {}
@@ -59,7 +59,7 @@ const char* DashedShader::onFragmentSource() const {
 uniform vec4 uColor;
 uniform float uPatternOffset;
 vec4 shade() {
-  float phase = fin.linePos + uPatternOffset * 600.0;
+  float phase = vLinePos + uPatternOffset * 600.0;
   if (mod(phase, 16.0) >= 8.0) discard;
   return uColor;
 }
@@ -95,7 +95,7 @@ uniform vec4 uColor;
 uniform vec4 uThinColor;
 uniform float uMinimumThickness;
 vec4 shade() {
-  bool thin = fin.extra >= 0.0 && fin.extra < uMinimumThickness;
+  bool thin = vExtra >= 0.0 && vExtra < uMinimumThickness;
   vec4 c = thin ? uThinColor : uColor;
   float diffuse = 0.25 + 0.75 * abs(dot(flatNormal(), uLightDirection));
   return vec4(c.rgb * diffuse, c.a);

@@ -11,12 +11,14 @@
 // Shaders: each is a real GLSL 3.30 program. The library supplies the vertex stage (and, for
 // lines, a geometry stage that widens them into screen-space quads); a shader supplies the
 // fragment function `vec4 shade()` and its uniforms. What a fragment function can read:
-//   in VertexData { vec3 worldPos; vec3 normal; vec2 uv; vec4 color; float extra; float linePos; } fin;
+//   in vec3 vWorldPos, vNormal; in vec2 vUV; in vec4 vColor; in float vExtra; and vLinePos
 //     (world position, world normal, texture coordinates, vertex colour, the shader's per-vertex
-//      attribute, distance along a line in pixels)
+//      attribute, distance along a line in pixels, 0 on triangles). Separate varyings rather
+//      than a block, so the linker drops those a shader does not read.
 //   uniform vec4 uItemColor; uniform vec3 uLightDirection (unit, toward the light: the viewer);
 //   uniform vec4 uViewport (x, y, width, height in pixels);
 //   vec3 surfaceNormal()  (the normal facing the viewer; flat when the mesh has no normals);
+//   vec3 flatNormal()     (the triangle's own normal, from the world position's derivatives);
 //   float lambert()       (0.25 + 0.75 * |n . l|: the headlight's diffuse factor).
 namespace voGR {
 

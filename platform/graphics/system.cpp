@@ -115,7 +115,7 @@ extern const char* const kLineGeometrySource;
 extern const char* const kFragmentPrelude;
 extern const char* const kDefaultFragment;
 
-const char* const kVertexSource = R"(#version 330 core
+const char* const kVertexSource = R"(
 layout(location = 0) in vec3 aPosition;
 layout(location = 1) in vec3 aNormal;
 layout(location = 2) in vec2 aUV;
@@ -126,40 +126,68 @@ uniform mat3 uNormalMatrix;
 uniform mat4 uViewProjection;
 uniform vec4 uClipPlanes[8];
 uniform int uNumClipPlanes;
-out VertexData { vec3 worldPos; vec3 normal; vec2 uv; vec4 color; float extra; float linePos; } vout;
+#ifdef LINES
+// The geometry stage reads these and writes the v names the fragment stage reads.
+#define vWorldPos lWorldPos
+#define vNormal lNormal
+#define vUV lUV
+#define vColor lColor
+#define vExtra lExtra
+#endif
+out vec3 vWorldPos;
+out vec3 vNormal;
+out vec2 vUV;
+out vec4 vColor;
+out float vExtra;
+#ifdef CLIPPING
 out float gl_ClipDistance[8];
+#endif
 void main() {
   vec4 world = uModel * vec4(aPosition, 1.0);
-  vout.worldPos = world.xyz;
-  vout.normal = uNormalMatrix * aNormal;
-  vout.uv = aUV;
-  vout.color = aColor;
-  vout.extra = aExtra;
-  vout.linePos = 0.0;
+  vWorldPos = world.xyz;
+  vNormal = uNormalMatrix * aNormal;
+  vUV = aUV;
+  vColor = aColor;
+  vExtra = aExtra;
+#ifdef CLIPPING
   for (int i = 0; i < 8; ++i) gl_ClipDistance[i] = i < uNumClipPlanes ? dot(uClipPlanes[i], vec4(world.xyz, 1.0)) : 1.0;
+#endif
   gl_Position = uViewProjection * world;
 }
 )";
 
 // Lines become quads of the asked width in pixels, which core profiles do not offer otherwise.
-const char* const kLineGeometrySource = R"(#version 330 core
+const char* const kLineGeometrySource = R"(
 layout(lines) in;
 layout(triangle_strip, max_vertices = 4) out;
-in VertexData { vec3 worldPos; vec3 normal; vec2 uv; vec4 color; float extra; float linePos; } gin[];
-out VertexData { vec3 worldPos; vec3 normal; vec2 uv; vec4 color; float extra; float linePos; } gout;
+in vec3 lWorldPos[];
+in vec3 lNormal[];
+in vec2 lUV[];
+in vec4 lColor[];
+in float lExtra[];
+out vec3 vWorldPos;
+out vec3 vNormal;
+out vec2 vUV;
+out vec4 vColor;
+out float vExtra;
+out float vLinePos;
+#ifdef CLIPPING
 out float gl_ClipDistance[8];
+#endif
 uniform vec4 uViewport;
 uniform float uLineWidth;
 uniform vec4 uClipPlanes[8];
 uniform int uNumClipPlanes;
 void corner(int i, vec4 position, float along) {
-  gout.worldPos = gin[i].worldPos;
-  gout.normal = gin[i].normal;
-  gout.uv = gin[i].uv;
-  gout.color = gin[i].color;
-  gout.extra = gin[i].extra;
-  gout.linePos = along;
-  for (int k = 0; k < 8; ++k) gl_ClipDistance[k] = k < uNumClipPlanes ? dot(uClipPlanes[k], vec4(gin[i].worldPos, 1.0)) : 1.0;
+  vWorldPos = lWorldPos[i];
+  vNormal = lNormal[i];
+  vUV = lUV[i];
+  vColor = lColor[i];
+  vExtra = lExtra[i];
+  vLinePos = along;
+#ifdef CLIPPING
+  for (int k = 0; k < 8; ++k) gl_ClipDistance[k] = k < uNumClipPlanes ? dot(uClipPlanes[k], vec4(lWorldPos[i], 1.0)) : 1.0;
+#endif
   gl_Position = position;
   EmitVertex();
 }
@@ -185,20 +213,33 @@ void main() {
 }
 )";
 
-const char* const kFragmentPrelude = R"(#version 330 core
-in VertexData { vec3 worldPos; vec3 normal; vec2 uv; vec4 color; float extra; float linePos; } fin;
+const char* const kFragmentPrelude = R"(
+in vec3 vWorldPos;
+in vec3 vNormal;
+in vec2 vUV;
+in vec4 vColor;
+in float vExtra;
+#ifdef LINES
+in float vLinePos;
+#else
+const float vLinePos = 0.0;
+#endif
 uniform vec4 uItemColor;
 uniform vec3 uLightDirection;
 uniform vec4 uViewport;
-uniform bool uHasNormals;
 out vec4 fragColor;
 vec3 flatNormal() {
-  vec3 n = cross(dFdx(fin.worldPos), dFdy(fin.worldPos));
+  vec3 n = cross(dFdx(vWorldPos), dFdy(vWorldPos));
   float l = length(n);
   return l > 0.0 ? n / l : uLightDirection;
 }
 vec3 surfaceNormal() {
-  vec3 n = uHasNormals && dot(fin.normal, fin.normal) > 0.0 ? normalize(fin.normal) : flatNormal();
+#ifdef HAS_NORMALS
+  float l = length(vNormal);
+  vec3 n = l > 0.0 ? vNormal / l : uLightDirection;
+#else
+  vec3 n = flatNormal();
+#endif
   return dot(n, uLightDirection) < 0.0 ? -n : n;
 }
 float lambert() { return 0.25 + 0.75 * abs(dot(surfaceNormal(), uLightDirection)); }
@@ -211,7 +252,7 @@ uniform bool uHasTexture;
 uniform sampler2D uTexture;
 vec4 shade() {
   vec4 c = uItemColor;
-  if (uHasTexture) c *= texture(uTexture, fin.uv);
+  if (uHasTexture) c *= texture(uTexture, vUV);
   return c;
 }
 )";
@@ -681,7 +722,7 @@ public:
   }
 
   void drawFullSurface(const Shader& shader, const ruGeom::Camera& camera) override {
-    Program* program = impl_.program(shader.getFragmentSource(), false);
+    Program* program = impl_.program(shader.getFragmentSource(), 0);
     if (!program) return;
     glBindVertexArray(impl_.vertexArray);
     bindScratchTextures();
@@ -701,7 +742,6 @@ public:
     const ruGeom::Viewport& v = camera.getViewport();
     glUniform4f(program->viewport, float(v.x), float(v.y), float(v.width), float(v.height));
     glUniform3f(program->lightDirection, 0, 0, 1);
-    glUniform1i(program->hasNormals, 0);
     UniformsImpl uniforms(impl_, *program);
     shader.bind(uniforms);
     glBindBuffer(GL_ARRAY_BUFFER, impl_.quadBuffer);
@@ -767,7 +807,11 @@ private:
     }
     GpuBuffer* indices = b.indices;
     const GLenum mode = b.mode;
-    Program* program = impl_.program(shader ? shader->getFragmentSource() : kDefaultFragment, mode == GL_LINES);
+    const int planes = shader ? std::min(shader->clippingPlanes().size(), ClippingPlanes::maxPlanes) : 0;
+    using Impl = DrawSystem::Impl;
+    const int variant = (mode == GL_LINES ? Impl::VariantLines : 0) | (planes > 0 ? Impl::VariantClipping : 0) |
+                        (b.normals ? Impl::VariantNormals : 0);
+    Program* program = impl_.program(shader ? shader->getFragmentSource() : kDefaultFragment, variant);
     if (!program) return;
     glUseProgram(program->name);
 
@@ -810,10 +854,8 @@ private:
     const ruGeom::Viewport& v = frame_.camera.getViewport();
     glUniform4f(program->viewport, float(v.x), float(v.y), float(v.width), float(v.height));
     glUniform1f(program->lineWidth, shader ? std::max(1.0f, shader->getLineWidth()) : 1.0f);
-    glUniform1i(program->hasNormals, normals ? 1 : 0);
 
     // Clip planes: n . x + d >= 0 keeps x, with d = -n . p.
-    const int planes = shader ? std::min(shader->clippingPlanes().size(), ClippingPlanes::maxPlanes) : 0;
     float planeData[4 * ClippingPlanes::maxPlanes];
     for (int i = 0; i < planes; ++i) {
       const ruLinear::Plane& plane = shader->clippingPlanes().get(i);
@@ -856,11 +898,17 @@ GLint Program::location(const char* uniform) {
   return l;
 }
 
-Program* DrawSystem::Impl::program(const char* fragmentSource, bool lines) {
-  auto& bySource = programsBySource[lines ? 1 : 0];
+Program* DrawSystem::Impl::program(const char* fragmentSource, int variant) {
+  const bool lines = (variant & VariantLines) != 0;
+  auto& bySource = programsBySource[variant & 7];
   auto cached = bySource.find(fragmentSource);
   if (cached != bySource.end()) return cached->second;
-  const std::string key = std::string(lines ? "L" : "T") + fragmentSource;
+  const std::string key = std::to_string(variant & 7) + fragmentSource;
+  // Each variant compiles only what it uses: llvmpipe pays for every clip distance and varying.
+  std::string defines = "#version 330 core\n";
+  if (variant & VariantLines) defines += "#define LINES 1\n";
+  if (variant & VariantClipping) defines += "#define CLIPPING 1\n";
+  if (variant & VariantNormals) defines += "#define HAS_NORMALS 1\n";
   auto found = programs.find(key);
   if (found != programs.end()) {
     bySource[fragmentSource] = found->second.name ? &found->second : nullptr;
@@ -868,10 +916,12 @@ Program* DrawSystem::Impl::program(const char* fragmentSource, bool lines) {
   }
   Program& program = programs[key];
   ruString::CString error;
-  GLuint vertex = compile(GL_VERTEX_SHADER, &kVertexSource, 1, error);
-  GLuint geometry = vertex && lines ? compile(GL_GEOMETRY_SHADER, &kLineGeometrySource, 1, error) : 0;
-  const char* fragmentParts[2] = {kFragmentPrelude, fragmentSource};
-  GLuint fragment = vertex && (!lines || geometry) ? compile(GL_FRAGMENT_SHADER, fragmentParts, 2, error) : 0;
+  const char* vertexParts[2] = {defines.c_str(), kVertexSource};
+  const char* geometryParts[2] = {defines.c_str(), kLineGeometrySource};
+  const char* fragmentParts[3] = {defines.c_str(), kFragmentPrelude, fragmentSource};
+  GLuint vertex = compile(GL_VERTEX_SHADER, vertexParts, 2, error);
+  GLuint geometry = vertex && lines ? compile(GL_GEOMETRY_SHADER, geometryParts, 2, error) : 0;
+  GLuint fragment = vertex && (!lines || geometry) ? compile(GL_FRAGMENT_SHADER, fragmentParts, 3, error) : 0;
   if (fragment) {
     program.name = glCreateProgram();
     glAttachShader(program.name, vertex);
@@ -905,7 +955,6 @@ Program* DrawSystem::Impl::program(const char* fragmentSource, bool lines) {
   program.lightDirection = glGetUniformLocation(program.name, "uLightDirection");
   program.viewport = glGetUniformLocation(program.name, "uViewport");
   program.lineWidth = glGetUniformLocation(program.name, "uLineWidth");
-  program.hasNormals = glGetUniformLocation(program.name, "uHasNormals");
   program.hasTexture = glGetUniformLocation(program.name, "uHasTexture");
   program.texture = glGetUniformLocation(program.name, "uTexture");
   // Scratch samplers read fixed units (PassContext::bindScratch).

@@ -61,7 +61,7 @@ struct GpuBuffer {
 struct Program {
   GLuint name = 0;
   GLint model = -1, normalMatrix = -1, viewProjection = -1, clipPlanes = -1, numClipPlanes = -1;
-  GLint itemColor = -1, lightDirection = -1, viewport = -1, lineWidth = -1, hasNormals = -1;
+  GLint itemColor = -1, lightDirection = -1, viewport = -1, lineWidth = -1;
   GLint hasTexture = -1, texture = -1;
   std::unordered_map<std::string, GLint> uniforms;
   GLint location(const char* uniform);
@@ -109,7 +109,9 @@ struct DrawSystem::Impl {
   };
   Scratch scratch[4];
   std::unordered_map<std::string, Program> programs;
-  std::unordered_map<const char*, Program*> programsBySource[2];
+  // Program variants: bits of the defines a program was compiled with.
+  enum Variant { VariantLines = 1, VariantClipping = 2, VariantNormals = 4 };
+  std::unordered_map<const char*, Program*> programsBySource[8];
   struct Texture {
     voRES::ImageKey key;
     GLuint name = 0;
@@ -124,7 +126,7 @@ struct DrawSystem::Impl {
   // Index or vertex data of a mesh buffer, uploaded on first use.
   GpuBuffer* buffer(std::uint64_t id, GLenum target, const void* data, std::size_t bytes, std::uint64_t owner,
                     const ruGeom::detail::BufferStorageBase* storage, bool indices, std::size_t count);
-  Program* program(const char* fragmentSource, bool lines);
+  Program* program(const char* fragmentSource, int variant);
   GLuint texture(const voRES::ImageKey& key);
 };
 

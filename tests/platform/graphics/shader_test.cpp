@@ -287,3 +287,176 @@ TEST(PixelsGLTest, TheRadialGradientRunsFromCentreToCorners) {
   // Half way to the corner: the middle colour.
   EXPECT_TRUE(voGR::test::near(image.pixel(64, 64), Byte4(128, 128, 128, 255), 6));
 }
+
+TEST(PixelsGLTest, PolygonOffsetKeepsLinesOnTheirTrianglesVisibleAndRejectedItemsStayOut) {
+  GLScene scene;
+  // Triangles in the scene's pass, pushed back by polygon offset; lines in a second pass.
+  scene.render->getRasterizerState().enablePolygonOffset(1.0f, 1.0f);
+  scene.render->setRejectItemFunc([](DrawItem& item) { return !item.isTriangles() || item.getLabel() == 7; });
+  GraphEditor editor(scene.system->getGraph());
+  DataNode* last = scene.target->getLastState();
+  auto* after = new RenderTargetNode();
+  editor.addNode(after);
+  last->appendState(after);
+  auto* lines = new RenderNode();
+  lines->setName("RenderLines");
+  lines->setRejectItemFunc([](DrawItem& item) { return item.isTriangles(); });
+  editor.addNode(lines);
+  editor.createEdge(scene.cameraNode, lines, "camera");
+  editor.createEdge(last, lines);
+  editor.createEdge(scene.worldNode, lines, "world");
+  editor.createEdge(lines, after, "target");
+  const ruGeom::Camera camera = GLScene::camera(Point(0, -4, 2.5), Point(0, 0, 0));
+  scene.setCamera(camera);
+
+  ru::Reference<ruGeom::CompactMesh> plane(new ruGeom::CompactMesh());
+  ruGeom::constructRectangle(-2, 2, -2, 2, 2, 0.0, *plane, true);
+  ru::Reference<ruGeom::CompactMesh> segment(new ruGeom::CompactMesh());
+  ruGeom::constructLineSegment(Point(-1.5, -1, 0), Point(1.5, 1, 0), *segment);
+  ru::Reference<SolidColorShader> yellow(new SolidColorShader());
+  yellow->color = ruUtil::Color(1, 1, 0, 1);
+  yellow->lineWidth = 3.0f;
+  int source = 0;
+  {
+    Draw draw(*scene.context, &source, false);
+    draw.setColor(1.0f, 0.0f, 0.0f, 1.0f);
+    draw.setMesh(plane);
+    draw.emit();
+    draw.setShader(yellow);
+    draw.setMesh(segment);
+    draw.emit();
+    draw.setShader(nullptr);
+    draw.setLabel(7);  // rejected by the triangle pass
+    draw.setColor(0.0f, 0.0f, 1.0f, 1.0f);
+    draw.setMesh(cuboid(Point(-0.2, -0.2, 0), Point(0.2, 0.2, 1)));
+    draw.emit();
+  }
+  const auto image = scene.frame("polygon_offset");
+  // Every sample along the segment (short of its ends, which the quad stops at) is the line's.
+  for (int i = 1; i < 20; ++i) {
+    const double t = i / 20.0;
+    const Point p(-1.5 + 3 * t, -1 + 2 * t, 0);
+    EXPECT_EQ(at(image, camera, p), Byte4(255, 255, 0, 255)) << t;
+  }
+  EXPECT_EQ(voGR::test::countPixels(image, Byte4(0, 0, 255, 255), 0), 0);
+  EXPECT_EQ(at(image, camera, Point(1.5, -1.5, 0)), Byte4(255, 0, 0, 255));
+}
+
+TEST(PixelsGLTest, DashedLinesAlternateDashesAndGapsAndThePatternOffsetShiftsThem) {
+  GLScene scene;
+  ru::Reference<DashedShader> dashed(new DashedShader());
+  dashed->color = ruUtil::Color(1, 1, 1, 1);
+  ru::Reference<ruGeom::CompactMesh> line(new ruGeom::CompactMesh());
+  ruGeom::constructLineSegment(Point(-2, 0.3, 0), Point(2, 0.3, 0), *line);
+  int source = 0;
+  {
+    Draw draw(*scene.context, &source, false);
+    draw.setShader(dashed);
+    draw.setMesh(line);
+    draw.emit();
+  }
+  const ruGeom::Camera camera = GLScene::camera(Point(0, 0, 5), Point(0, 0, 0), Vector(0, 1, 0));
+  ruLinear::Point2 start;
+  camera.project(Point(-2, 0.3, 0), start);
+  const int row = static_cast<int>(start.y);
+  auto pattern = [&](const ruImage::TypedImage<Byte4>& image) {
+    std::string bits;
+    for (int x = 0; x < kSize; ++x) bits += image.pixel(x, row) == Byte4(255, 255, 255, 255) ? '#' : '.';
+    return bits;
+  };
+  const std::string plain = pattern(scene.frame("dashed"));
+  // Runs of 8 lit pixels separated by runs of 8 unlit ones, from the line's start.
+  int lit = 0, transitions = 0;
+  for (int x = 1; x < kSize; ++x) {
+    lit += plain[x] == '#';
+    transitions += plain[x] != plain[x - 1];
+  }
+  EXPECT_NEAR(lit, kSize / 2, 12);
+  EXPECT_GE(transitions, 2 * (kSize / 16) - 4);
+  EXPECT_NE(plain.find("########"), std::string::npos);
+  EXPECT_EQ(plain.find("#########"), std::string::npos);
+  // Half a dash period of offset (8 of the 600 pixels) swaps dashes and gaps.
+  dashed->patternOffset = 8.0f / DashedShader::spanPixels;
+  const std::string shifted = pattern(scene.frame("dashed_offset"));
+  int swapped = 0;
+  for (int x = 8; x < kSize - 8; ++x) swapped += plain[x] != shifted[x];
+  EXPECT_GT(swapped, kSize - 16 - 24);
+}
+
+class ShaderColorGLTest : public ::testing::TestWithParam<int> {};
+
+// Each shader drawn straight on (diffuse factor 1) shows its colour at the centre of a cuboid.
+TEST_P(ShaderColorGLTest, EachShaderShowsItsColourFacingTheViewer) {
+  GLScene scene;
+  const ruUtil::Color color(0.2f, 0.6f, 0.4f, 1.0f);
+  ru::Reference<Shader> shader;
+  switch (GetParam()) {
+    case 0: { auto* s = new LambertShader(); s->color = color; shader = s; break; }
+    case 1: { auto* s = new KLTFacetedShader(); s->color = color; shader = s; break; }
+    case 2: { auto* s = new KLTPrinterBedShader(); s->color = color; shader = s; break; }
+    case 3: { auto* s = new SolidColorShader(); s->color = color; shader = s; break; }
+    case 4: { auto* s = new LineShader(); s->color = color; shader = s; break; }
+    case 5: { auto* s = new UVTextureShader(); s->color = color; shader = s; break; }
+    default: { auto* s = new KLTThicknessShader(); s->color = color; shader = s; break; }
+  }
+  int source = 0;
+  {
+    Draw draw(*scene.context, &source, false);
+    draw.setShader(shader);
+    draw.setMesh(cuboid(Point(-1, -1, -1), Point(1, 1, 1)));
+    draw.emit();
+  }
+  const auto image = scene.frame("shader_color_" + std::to_string(GetParam()));
+  EXPECT_TRUE(voGR::test::near(image.pixel(128, 128), byte4(color), 2));
+  EXPECT_EQ(image.pixel(5, 5), kClear);
+}
+
+std::string shaderName(const ::testing::TestParamInfo<int>& info) {
+  static const char* const names[] = {"Lambert", "KLTFaceted", "KLTPrinterBed", "SolidColor",
+                                      "Line", "UVTextureWithoutImage", "KLTThickness"};
+  return names[info.param];
+}
+
+INSTANTIATE_TEST_SUITE_P(Shaders, ShaderColorGLTest, ::testing::Range(0, 7), shaderName);
+
+TEST(PixelsGLTest, APassCanDrawScreenSpaceItemsInViewportPixels) {
+  GLScene scene;
+  // Screen-space items are left to passes that ask for them; the scene's render pass skips them.
+  struct ScreenPass final : Node {
+    void onExecute(PassContext& context) override {
+      auto* cameraNode = static_cast<CameraNode*>(getInput("camera"));
+      const ruGeom::Camera camera = cameraNode->getCamera();
+      if (!context.bindTarget(PassContext::targetOf(*this), &camera)) return;
+      std::vector<World*> worlds;
+      for (Node* node : getInputs("world")) worlds.push_back(static_cast<WorldNode*>(node)->getWorld());
+      ItemPassOptions options;
+      options.screenSpace = true;
+      context.drawItems(worlds, camera, options);
+    }
+  };
+  GraphEditor editor(scene.system->getGraph());
+  auto* pass = new ScreenPass();
+  editor.addNode(pass);
+  DataNode* last = scene.target->getLastState();
+  auto* after = new RenderTargetNode();
+  editor.addNode(after);
+  last->appendState(after);
+  editor.createEdge(last, pass);
+  editor.createEdge(scene.cameraNode, pass, "camera");
+  editor.createEdge(scene.worldNode, pass, "world");
+  editor.createEdge(pass, after, "target");
+  ru::Reference<ruGeom::CompactMesh> square(new ruGeom::CompactMesh());
+  ruGeom::constructRectangle(10, 30, 200, 220, 2, 0.0, *square, true);  // pixels
+  int source = 0;
+  {
+    Draw draw(*scene.context, &source, false);
+    draw.setSpace(SpaceScreen);
+    draw.setColor(0.0f, 1.0f, 1.0f, 1.0f);
+    draw.setMesh(square);
+    draw.emit();
+  }
+  const auto image = scene.frame("screen_space");
+  EXPECT_EQ(voGR::test::countPixels(image, Byte4(0, 255, 255, 255), 0), 400);
+  EXPECT_EQ(image.pixel(20, 210), Byte4(0, 255, 255, 255));
+  EXPECT_EQ(image.pixel(20, 230), kClear);
+}

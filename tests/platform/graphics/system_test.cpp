@@ -278,3 +278,25 @@ TEST(BadInputGLTest, AMissingImageKeyDrawsNothingAndSaysSo) {
   const auto plain = scene.frame("bad_missing_texture");
   EXPECT_EQ(plain.pixel(128, 128), Byte4(0, 255, 0, 255));
 }
+
+TEST(DrawSystemGLTest, DrawDataAndDatabasesMayOutliveTheDrawSystem) {
+  DrawData* data = nullptr;
+  ru::Reference<Database> database;
+  ru::Reference<DrawItem> item;
+  int source = 0;
+  {
+    GLScene scene;
+    data = scene.system->getDrawData(&source, true);
+    database = scene.database;
+    Draw draw(*scene.context, &source, false);
+    draw.setMesh(cuboid(Point(0, 0, 0), Point(1, 1, 1)));
+    item = draw.emit();
+    scene.frame("outlived");
+  }
+  EXPECT_EQ(data->getItems().size(), 1u);
+  EXPECT_EQ(database->getAllItems().size(), 1u);
+  data->clear();
+  EXPECT_EQ(database->getAllItems().size(), 0u);
+  delete data;
+  EXPECT_EQ(item->refCount(), 1);
+}
