@@ -10,6 +10,8 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
+#include <cstring>
 #include <vector>
 
 namespace voGR {
@@ -81,22 +83,87 @@ class MaskShader final : public Shader {
   float onLineWidth() const override { return 1.0f; }
 };
 
+// Full-surface effect passes would read dozens of mask pixels for every pixel of the frame, which
+// a software renderer feels. A coarse copy of the mask (scratch 2: one texel per 16 x 16 block,
+// the block's largest value in red and its smallest in green) lets a pixel far from any edge of
+// the mask decide from a few texels; only pixels near an edge do the exact search.
+constexpr int kBlock = 16;
+
+#define VO_GR_COARSE_GLSL                                                                         \
+  "uniform sampler2D uScratch2;\n"                                                               \
+  "uniform vec3 uCoarseSize;\n"                                                                  \
+  "// Largest and smallest mask value over the pixels [lo, hi] (inclusive); the smallest is 0\n"  \
+  "// when the range leaves the blocks.\n"                                                        \
+  "vec2 coarse(ivec2 lo, ivec2 hi) {\n"                                                           \
+  "  ivec2 size = ivec2(uCoarseSize.xy);\n"                                                       \
+  "  ivec2 a = max(lo, ivec2(0)) / 16;\n"                                                         \
+  "  ivec2 b = min(max(hi, ivec2(0)) / 16, size - 1);\n"                                          \
+  "  float most = 0.0;\n"                                                                         \
+  "  float least = (lo.x < 0 || lo.y < 0 || hi.x >= size.x * 16 || hi.y >= size.y * 16) ? 0.0 : 1.0;\n" \
+  "  for (int y = a.y; y <= b.y; ++y) {\n"                                                        \
+  "    for (int x = a.x; x <= b.x; ++x) {\n"                                                      \
+  "      vec2 m = texelFetch(uScratch2, ivec2(x, y), 0).rg;\n"                                    \
+  "      most = max(most, m.r);\n"                                                                \
+  "      least = min(least, m.g);\n"                                                              \
+  "    }\n"                                                                                       \
+  "  }\n"                                                                                         \
+  "  return vec2(most, least);\n"                                                                 \
+  "}\n"
+
+// Base of the shaders that read the coarse mask: they are told its size in blocks.
+class CoarseReader : public Shader {
+public:
+  int coarseWidth = 1, coarseHeight = 1;
+
+protected:
+  void bindCoarse(ShaderUniforms& uniforms) const {
+    uniforms.setVector3("uCoarseSize", float(coarseWidth), float(coarseHeight), 0.0f);
+  }
+};
+
+// The coarse mask: for each 16 x 16 block of the mask (scratch 0), its largest and smallest
+// value.
+class CoarseMaskShader final : public Shader {
+  const char* onFragmentSource() const override {
+    return R"(
+uniform sampler2D uScratch0;
+vec4 shade() {
+  ivec2 c = ivec2(gl_FragCoord.xy);
+  ivec2 size = textureSize(uScratch0, 0);
+  float most = 0.0, least = 1.0;
+  for (int j = 0; j < 16; ++j) {
+    for (int i = 0; i < 16; ++i) {
+      ivec2 q = c * 16 + ivec2(i, j);
+      if (q.x >= size.x || q.y >= size.y) continue;
+      float m = texelFetch(uScratch0, q, 0).r;
+      most = max(most, m);
+      least = min(least, m);
+    }
+  }
+  return vec4(most, least, 0.0, 1.0);
+}
+)";
+  }
+  void onBind(ShaderUniforms&) const override {}
+};
+
 // Horizontal half of a separable distance search: for each pixel, the distance in pixels to the
 // nearest mask pixel (scratch 0, red above one half) in its row within the radius, as
 // distance / 255; 1.0 when there is none.
-class RowDistanceShader final : public Shader {
+class RowDistanceShader final : public CoarseReader {
 public:
   float radius = 1.0f;
 
 private:
   const char* onFragmentSource() const override {
-    return R"(
+    return VO_GR_COARSE_GLSL R"(
 uniform sampler2D uScratch0;
 uniform float uRadius;
 vec4 shade() {
   ivec2 p = ivec2(gl_FragCoord.xy);
   int width = textureSize(uScratch0, 0).x;
   int radius = int(uRadius);
+  if (coarse(ivec2(p.x - radius, p.y), ivec2(p.x + radius, p.y)).x < 0.5) return vec4(1.0);
   for (int d = 0; d <= radius; ++d) {
     int left = p.x - d, right = p.x + d;
     if ((left >= 0 && texelFetch(uScratch0, ivec2(left, p.y), 0).r > 0.5) ||
@@ -107,14 +174,17 @@ vec4 shade() {
 }
 )";
   }
-  void onBind(ShaderUniforms& uniforms) const override { uniforms.setFloat("uRadius", radius); }
+  void onBind(ShaderUniforms& uniforms) const override {
+    uniforms.setFloat("uRadius", radius);
+    bindCoarse(uniforms);
+  }
 };
 
 // Vertical half: the Euclidean distance to the nearest mask pixel is the least of
 // sqrt(row distance(y + dy)^2 + dy^2) over dy; pixels within the radius take the colour, the
 // outermost half pixel fading out. Mask pixels themselves are left alone, or tinted at half
 // strength when `inside` is true.
-class GlowShader final : public Shader {
+class GlowShader final : public CoarseReader {
 public:
   float radius = 1.0f;
   ruUtil::Color color{1, 1, 1, 1};
@@ -122,7 +192,7 @@ public:
 
 private:
   const char* onFragmentSource() const override {
-    return R"(
+    return VO_GR_COARSE_GLSL R"(
 uniform sampler2D uScratch0;
 uniform sampler2D uScratch1;
 uniform float uRadius;
@@ -134,8 +204,9 @@ vec4 shade() {
     if (!uInside) discard;
     return vec4(uGlowColor.rgb, 0.5 * uGlowColor.a);
   }
-  int height = textureSize(uScratch1, 0).y;
   int radius = int(uRadius);
+  if (coarse(p - ivec2(radius), p + ivec2(radius)).x < 0.5) discard;
+  int height = textureSize(uScratch1, 0).y;
   float best = 1e9;
   for (int dy = -radius; dy <= radius; ++dy) {
     int y = p.y + dy;
@@ -154,25 +225,29 @@ vec4 shade() {
     uniforms.setFloat("uRadius", radius);
     uniforms.setColor("uGlowColor", color);
     uniforms.setBool("uInside", inside);
+    bindCoarse(uniforms);
   }
   bool onIsTransparent() const override { return true; }
 };
 
 // Horizontal half of the shadow's blur: a tent-weighted average of the mask (scratch 0) along
-// the row.
-class RowBlurShader final : public Shader {
+// the row (edge pixels repeat beyond the surface).
+class RowBlurShader final : public CoarseReader {
 public:
   float radius = 1.0f;
 
 private:
   const char* onFragmentSource() const override {
-    return R"(
+    return VO_GR_COARSE_GLSL R"(
 uniform sampler2D uScratch0;
 uniform float uRadius;
 vec4 shade() {
   ivec2 p = ivec2(gl_FragCoord.xy);
-  int width = textureSize(uScratch0, 0).x;
   int radius = int(uRadius);
+  vec2 near = coarse(ivec2(p.x - radius, p.y), ivec2(p.x + radius, p.y));
+  if (near.x < 0.5) return vec4(0.0, 0.0, 0.0, 1.0);
+  if (near.y > 0.5) return vec4(1.0);
+  int width = textureSize(uScratch0, 0).x;
   float sum = 0.0, weights = 0.0;
   for (int d = -radius; d <= radius; ++d) {
     float w = float(radius + 1 - abs(d));
@@ -184,33 +259,41 @@ vec4 shade() {
 }
 )";
   }
-  void onBind(ShaderUniforms& uniforms) const override { uniforms.setFloat("uRadius", radius); }
+  void onBind(ShaderUniforms& uniforms) const override {
+    uniforms.setFloat("uRadius", radius);
+    bindCoarse(uniforms);
+  }
 };
 
 // Vertical half of the blur, darkening the target by the blurred coverage.
-class ShadowShader final : public Shader {
+class ShadowShader final : public CoarseReader {
 public:
   float radius = 1.0f;
   float darkness = 0.5f;
 
 private:
   const char* onFragmentSource() const override {
-    return R"(
+    return VO_GR_COARSE_GLSL R"(
 uniform sampler2D uScratch1;
 uniform float uRadius;
 uniform float uDarkness;
 vec4 shade() {
   ivec2 p = ivec2(gl_FragCoord.xy);
-  int height = textureSize(uScratch1, 0).y;
   int radius = int(uRadius);
-  float sum = 0.0, weights = 0.0;
-  for (int d = -radius; d <= radius; ++d) {
-    float w = float(radius + 1 - abs(d));
-    int y = clamp(p.y + d, 0, height - 1);
-    sum += w * texelFetch(uScratch1, ivec2(p.x, y), 0).r;
-    weights += w;
+  vec2 near = coarse(p - ivec2(radius), p + ivec2(radius));
+  if (near.x < 0.5) discard;
+  float coverage = 1.0;
+  if (near.y < 0.5) {
+    int height = textureSize(uScratch1, 0).y;
+    float sum = 0.0, weights = 0.0;
+    for (int d = -radius; d <= radius; ++d) {
+      float w = float(radius + 1 - abs(d));
+      int y = clamp(p.y + d, 0, height - 1);
+      sum += w * texelFetch(uScratch1, ivec2(p.x, y), 0).r;
+      weights += w;
+    }
+    coverage = sum / weights;
   }
-  float coverage = sum / weights;
   if (coverage <= 0.0) discard;
   return vec4(0.0, 0.0, 0.0, uDarkness * coverage);
 }
@@ -219,6 +302,7 @@ vec4 shade() {
   void onBind(ShaderUniforms& uniforms) const override {
     uniforms.setFloat("uRadius", radius);
     uniforms.setFloat("uDarkness", darkness);
+    bindCoarse(uniforms);
   }
   bool onIsTransparent() const override { return true; }
 };
@@ -240,6 +324,110 @@ vec4 shade() {
 )";
   }
   void onBind(ShaderUniforms& uniforms) const override { uniforms.setColor("uCapColor", color); }
+};
+
+// Builds the coarse mask of scratch 0 into scratch 2, over the blocks that cover the camera's
+// viewport; tells `readers` its size. False when the scratch surface cannot be bound.
+bool buildCoarseMask(PassContext& context, const ruGeom::Camera& camera, const CoarseMaskShader& shader,
+                     std::initializer_list<CoarseReader*> readers) {
+  const ruGeom::Viewport& v = camera.getViewport();
+  const int width = std::max(1, int(std::ceil((v.x + v.width) / kBlock)));
+  const int height = std::max(1, int(std::ceil((v.y + v.height) / kBlock)));
+  ruGeom::Camera blocks = camera;
+  blocks.setViewport(ruGeom::Viewport(0, 0, width, height));
+  if (!context.bindScratch(2, &blocks, nullptr)) return false;
+  context.drawFullSurface(shader, blocks);
+  for (CoarseReader* reader : readers) {
+    reader->coarseWidth = width;
+    reader->coarseHeight = height;
+  }
+  return true;
+}
+
+// The camera with its viewport cut down to the pixels within `margin` of where `box` (world)
+// projects, so a full-surface pass covers only what it can change; the whole viewport when a
+// corner of the box is not in front of the eye. False when that part of the viewport is empty.
+bool around(const ruGeom::Camera& camera, const ruGeom::BoundingBox& box, int margin, ruGeom::Camera& out) {
+  out = camera;
+  const ruGeom::Viewport& v = camera.getViewport();
+  const ruLinear::Range3d range = box.asRange3d();
+  double x0 = 1e300, y0 = 1e300, x1 = -1e300, y1 = -1e300;
+  for (int i = 0; i < 8; ++i) {
+    const ruLinear::Point corner((i & 1) ? range.getMax(0) : range.getMin(0), (i & 2) ? range.getMax(1) : range.getMin(1),
+                                 (i & 4) ? range.getMax(2) : range.getMin(2));
+    ruLinear::Point2 p;
+    if (!camera.project(corner, p)) return true;
+    x0 = std::min(x0, p.x), x1 = std::max(x1, p.x), y0 = std::min(y0, p.y), y1 = std::max(y1, p.y);
+  }
+  const double left = std::max(v.x, std::floor(x0) - margin), right = std::min(v.x + v.width, std::ceil(x1) + margin);
+  const double bottom = std::max(v.y, std::floor(y0) - margin), top = std::min(v.y + v.height, std::ceil(y1) + margin);
+  if (right <= left || top <= bottom) return false;
+  out.setViewport(ruGeom::Viewport(left, bottom, right - left, top - bottom));
+  return true;
+}
+
+// A mask kept across draws: drawn again only when what it shows changes (the camera, the
+// target's size, the flattening, or any item's geometry, placement, space or visibility) and
+// copied back into scratch 0 otherwise, so a still view pays for the effect's passes and not for
+// the items. Frames of a window (no frame-buffer key) are not kept.
+class MaskCache {
+public:
+  // Leaves the mask in scratch 0: `draw` must bind scratch 0 (cleared) and draw it.
+  bool fill(PassContext& context, const PassInputs& in, const ruLinear::AffineMatrix* flatten,
+            const std::function<bool()>& draw) {
+    sign(in, flatten);
+    const ruRen::FBOInfo info = in.target ? in.target->getFBO().getInfo() : ruRen::FBOInfo();
+    const bool keep = info.width > 0 && info.height > 0 && !info.multisample;
+    if (keep && key_.valid() && key_.getInfo().width == info.width && key_.getInfo().height == info.height &&
+        signature_ == current_) {
+      if (context.bindScratch(0, &in.camera, nullptr) && context.copyScratch(0, key_, false)) return true;
+    }
+    signature_.clear();
+    if (!draw()) return false;
+    if (!keep) return true;
+    if (!key_.valid() || key_.getInfo().width != info.width || key_.getInfo().height != info.height) {
+      key_ = context.getDrawSystem().createFBOKey(ruRen::FBOInfo(info.width, info.height, false, false, false));
+    }
+    if (key_.valid() && context.copyScratch(0, key_, true)) signature_.swap(current_);
+    return true;
+  }
+
+private:
+  void put(double value) {
+    std::uint64_t bits;
+    std::memcpy(&bits, &value, sizeof bits);
+    current_.push_back(bits);
+  }
+  void put(const ruLinear::AffineMatrix& m) {
+    for (int r = 0; r < 4; ++r) {
+      for (int c = 0; c < 3; ++c) put(m(r, c));
+    }
+  }
+  void sign(const PassInputs& in, const ruLinear::AffineMatrix* flatten) {
+    current_.clear();
+    const ruLinear::ProjMatrix toViewport = in.camera.getWorldToViewport();
+    for (int r = 0; r < 4; ++r) {
+      for (int c = 0; c < 4; ++c) put(toViewport(r, c));
+    }
+    const ruGeom::Viewport& v = in.camera.getViewport();
+    put(v.x), put(v.y), put(v.width), put(v.height);
+    if (flatten) put(*flatten);
+    for (World* world : in.worlds) {
+      world->forEach([&](DrawItem& item) {
+        if (!item.isDrawable() || !item.getGeometry()) return;
+        const ruGeom::CompactMesh* mesh = item.getMesh();
+        current_.insert(current_.end(),
+                        {std::uint64_t(reinterpret_cast<std::uintptr_t>(item.getGeometry())),
+                         std::uint64_t(item.getSpace()), item.isTriangles() ? 1u : 0u,
+                         mesh ? mesh->getVertexBufferId() : 0, mesh ? mesh->getTriangleBufferId() : 0,
+                         mesh ? mesh->getStripBufferId() : 0, mesh ? mesh->getLineBufferId() : 0});
+        put(item.getLocalToWorld());
+      });
+    }
+  }
+
+  ruRen::FBOKey key_;
+  std::vector<std::uint64_t> signature_, current_;
 };
 
 int glowPixels(double size) {
@@ -270,25 +458,38 @@ class GroundShadowNode final : public Node {
     flatten(3, 2) = ground;
 
     if (!context.bindTarget(in.target, &in.camera)) return;
-    if (!context.bindScratch(0, &in.camera, kZero)) return;
-    ItemPassOptions mask;
-    mask.depthTest = ItemPassOptions::DepthTest::Always;
-    mask.depthWrite = false;
-    mask.overrideShader = &maskShader_;
-    mask.worldTransform = &flatten;
-    mask.reject = [](DrawItem& item) { return !item.isTriangles(); };
-    context.drawItems(in.worlds, in.camera, mask);
-    if (!context.bindScratch(1, &in.camera, kZero)) return;
+    const bool masked = cache_.fill(context, in, &flatten, [&] {
+      if (!context.bindScratch(0, &in.camera, kZero)) return false;
+      ItemPassOptions mask;
+      mask.depthTest = ItemPassOptions::DepthTest::Always;
+      mask.depthWrite = false;
+      mask.overrideShader = &maskShader_;
+      mask.worldTransform = &flatten;
+      mask.reject = [](DrawItem& item) { return !item.isTriangles(); };
+      context.drawItems(in.worlds, in.camera, mask);
+      return true;
+    });
+    if (!masked) return;
+    if (!buildCoarseMask(context, in.camera, coarse_, {&rowBlur_, &shadow_})) return;
+    // The blurred passes only where the flattened items can reach.
+    ruLinear::Range3d footprint = box.asRange3d();
+    footprint.set(ruLinear::Point(footprint.getMin(0), footprint.getMin(1), ground),
+                  ruLinear::Point(footprint.getMax(0), footprint.getMax(1), ground));
+    ruGeom::Camera near;
+    if (!around(in.camera, ruGeom::BoundingBox(footprint), GroundShadowEditor::blurPixels + 2, near)) return;
+    if (!context.bindScratch(1, &in.camera, kZero) || !context.bindScratch(1, &near, nullptr)) return;
     rowBlur_.radius = float(GroundShadowEditor::blurPixels);
-    context.drawFullSurface(rowBlur_, in.camera);
-    if (!context.bindTarget(in.target, &in.camera)) return;
+    context.drawFullSurface(rowBlur_, near);
+    if (!context.bindTarget(in.target, &near)) return;
     shadow_.radius = float(GroundShadowEditor::blurPixels);
     shadow_.darkness = GroundShadowEditor::darkness;
-    context.drawFullSurface(shadow_, in.camera);
+    context.drawFullSurface(shadow_, near);
   }
   const char* onKindName() const override { return "GroundShadowNode"; }
 
   MaskShader maskShader_;
+  MaskCache cache_;
+  CoarseMaskShader coarse_;
   RowBlurShader rowBlur_;
   ShadowShader shadow_;
 };
@@ -306,24 +507,38 @@ private:
   void onExecute(PassContext& context) override {
     PassInputs in;
     if (!gatherInputs(*this, in)) return;
-    bool any = false;
-    for (World* world : in.worlds) any = any || world->size() > 0;
-    if (!any) return;  // nothing selected: no work at all
+    ruGeom::BoundingBox box;
+    for (World* world : in.worlds) {
+      ruGeom::BoundingBox one;
+      world->getBoundingBox(one, [](DrawItem& item) { return item.getSpace() != SpaceWorld; });
+      box.extend(one);
+    }
+    if (!box.valid()) return;  // nothing selected: no work at all
+    ruGeom::Camera near;
+    if (!around(in.camera, box, int(glow_.radius) + 2, near)) return;
     if (!context.bindTarget(in.target, &in.camera)) return;
-    if (!context.bindScratch(0, &in.camera, kZero)) return;
-    ItemPassOptions mask;
-    mask.depthTest = ItemPassOptions::DepthTest::Always;
-    mask.depthWrite = false;
-    mask.overrideShader = &maskShader_;
-    context.drawItems(in.worlds, in.camera, mask);
-    if (!context.bindScratch(1, &in.camera, kOne)) return;
-    context.drawFullSurface(rowDistance_, in.camera);
-    if (!context.bindTarget(in.target, &in.camera)) return;
-    context.drawFullSurface(glow_, in.camera);
+    const bool masked = cache_.fill(context, in, nullptr, [&] {
+      if (!context.bindScratch(0, &in.camera, kZero)) return false;
+      ItemPassOptions mask;
+      mask.depthTest = ItemPassOptions::DepthTest::Always;
+      mask.depthWrite = false;
+      mask.overrideShader = &maskShader_;
+      context.drawItems(in.worlds, in.camera, mask);
+      return true;
+    });
+    if (!masked) return;
+    if (!buildCoarseMask(context, in.camera, coarse_, {&rowDistance_, &glow_})) return;
+    // The distance passes only where the halo can reach.
+    if (!context.bindScratch(1, &in.camera, kOne) || !context.bindScratch(1, &near, nullptr)) return;
+    context.drawFullSurface(rowDistance_, near);
+    if (!context.bindTarget(in.target, &near)) return;
+    context.drawFullSurface(glow_, near);
   }
   const char* onKindName() const override { return "GlowNode"; }
 
   MaskShader maskShader_;
+  MaskCache cache_;
+  CoarseMaskShader coarse_;
   RowDistanceShader rowDistance_;
   GlowShader glow_;
 };

@@ -72,6 +72,11 @@ public:
   // far plane. False (nothing bound) for an index out of range or when no target was bound yet.
   // While bound, a scratch surface must not be read by the shader drawing into it.
   virtual bool bindScratch(int index, const ruGeom::Camera* camera, const float* clearColor) = 0;
+  // Copies the colour of scratch surface `index` into the frame buffer of `key` (toKey true) or
+  // back (false), so a pass can keep a result across draws in a frame buffer of its own. The key
+  // must be of this draw system, not multisampled, and of the scratch surface's size. False, with
+  // nothing copied, otherwise; unbinds the frame buffer (bind again before drawing).
+  virtual bool copyScratch(int index, const ruRen::FBOKey& key, bool toKey) = 0;
 };
 
 }  // namespace voGR

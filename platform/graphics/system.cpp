@@ -639,6 +639,26 @@ public:
     return true;
   }
 
+  bool copyScratch(int index, const ruRen::FBOKey& key, bool toKey) override {
+    const char* function = "voGR::PassContext::copyScratch";
+    ruRen::FBOResource* fbo = key.get();
+    if (index < 0 || index >= maxScratch || !impl_.scratch[index].framebuffer || !fbo || fbo->registry != impl_.fbos ||
+        fbo->info.multisample || fbo->info.width != impl_.scratch[index].width ||
+        fbo->info.height != impl_.scratch[index].height) {
+      report(function, "scratch %d and the frame buffer do not match; nothing copied", index);
+      return false;
+    }
+    if (!ensureFramebuffer(*fbo)) return false;
+    const GLuint scratch = impl_.scratch[index].framebuffer;
+    glBindFramebuffer(GL_READ_FRAMEBUFFER, toKey ? scratch : fbo->framebuffer);
+    glBindFramebuffer(GL_DRAW_FRAMEBUFFER, toKey ? fbo->framebuffer : scratch);
+    glBlitFramebuffer(0, 0, fbo->info.width, fbo->info.height, 0, 0, fbo->info.width, fbo->info.height,
+                      GL_COLOR_BUFFER_BIT, GL_NEAREST);
+    glBindFramebuffer(GL_FRAMEBUFFER, 0);
+    if (toKey) fbo->drawn = true;
+    return true;
+  }
+
   void clear(const float rgba[4], bool color, bool depth) override {
     glClearColor(rgba[0], rgba[1], rgba[2], rgba[3]);
     glClearDepth(1.0);

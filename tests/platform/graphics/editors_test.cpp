@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstring>
 #include <deque>
 #include <string>
 
@@ -522,4 +523,46 @@ TEST(RenderEditorsGLTest, BadInputAddsNothingAndSaysWhy) {
   s.setCamera(lookingDown());
   const Image image = s.frame("bad_input");
   EXPECT_EQ(voGR::test::countPixels(image, kBackground, 0), kSize * kSize);
+}
+
+TEST(GlowEditorGLTest, TheKeptMaskFollowsTheCameraAndTheItemsAndAStillFrameRepeats) {
+  EffectScene s;
+  ASSERT_TRUE(s.system);
+  WorldNode* scene = s.world("scene");
+  WorldNode* selected = s.world("selected");
+  s.addClear();
+  ASSERT_TRUE(GroundShadowEditor(*s.system).add(s.target, scene, s.cameraNode));
+  s.addScenePass(scene);
+  const ruUtil::Color glow(1, 1, 0, 1);
+  ASSERT_TRUE(GlowEditor(*s.system).add(s.target, selected, s.cameraNode, glow, true, 0.25));
+  s.setCamera(lookingDown());
+  const ruUtil::Color red(0.8f, 0.1f, 0.1f, 1);
+  auto item = s.emit(rectangle(-0.5, 0.5, -0.5, 0.5, 0), red, {"scene", "selected"});
+  const Image first = s.frame("glow_kept_first");
+  const Image again = s.frame("glow_kept_again");
+  EXPECT_EQ(std::memcmp(first.pixels(), again.pixels(), std::size_t(kSize) * kSize * 4), 0);
+  auto glowAt = [&](const Image& image, double x, double y) {
+    return voGR::test::near(at(image, lookingDown(), Point(x, y, 0)), byte4(glow), 1);
+  };
+  const PixelRect rect = project(lookingDown(), -0.5, 0.5, -0.5, 0.5);
+  const double pixel = 1.0 / (rect.x1 - rect.x0);  // world units per pixel at z = 0
+  EXPECT_TRUE(glowAt(first, 0.5 + 4 * pixel, 0));
+  // The item moves right by 20 pixels: the glow moves with it.
+  DrawData* former = s.system->getDrawData(&s.sources.back(), false);
+  ASSERT_NE(former, nullptr);
+  former->clear();
+  s.emit(rectangle(-0.5 + 20 * pixel, 0.5 + 20 * pixel, -0.5, 0.5, 0), red, {"scene", "selected"});
+  item = nullptr;
+  const Image moved = s.frame("glow_kept_moved");
+  EXPECT_FALSE(glowAt(moved, 0.5 + 4 * pixel, 0));
+  EXPECT_TRUE(glowAt(moved, 0.5 + 24 * pixel, 0));
+  EXPECT_TRUE(glowAt(moved, -0.5 + 16 * pixel, 0));
+  // The camera moves: so does everything.
+  const ruGeom::Camera shifted = voGR::test::GLScene::camera(Point(1, 0, 5), Point(1, 0, 0), Vector(0, 1, 0));
+  s.setCamera(shifted);
+  const Image panned = s.frame("glow_kept_panned");
+  ruLinear::Point2 edge;
+  ASSERT_TRUE(shifted.project(Point(0.5 + 20 * pixel, 0, 0), edge));
+  EXPECT_TRUE(voGR::test::near(panned.pixel(int(edge.x) + 4, int(edge.y)), byte4(glow), 1));
+  EXPECT_TRUE(voGR::test::near(panned.pixel(int(edge.x) - 4, int(edge.y)), byte4(red), 1));
 }
