@@ -76,6 +76,7 @@ struct Setup {
   ru::Reference<Database> database;
   ru::Reference<DataNodeStateInfo> plain, effects, shadowOnly, glowOnly;
   std::unique_ptr<DrawContext> context;
+  CameraNode* cameraNode = nullptr;
   int sources[3] = {0, 0, 0};
 
   Setup() {
@@ -99,6 +100,7 @@ struct Setup {
     WorldNode* screen = world("screen");
     auto* camera = new CameraNode();
     camera->setCamera(frameCamera());
+    cameraNode = camera;
     editor.addNode(camera);
 
     auto chain = [&](const char* name) {
@@ -192,27 +194,46 @@ Setup& setup() {
   return *s;
 }
 
-void frame(benchmark::State& state, DataNodeStateInfo& info) {
+// Frames of a still camera (what a redraw for hover or a changed object costs), or of a camera
+// turning a little every frame (orbiting: nothing kept from the frame before is of use).
+void frame(benchmark::State& state, DataNodeStateInfo& info, bool moving) {
   Setup& s = setup();
   auto* target = static_cast<RenderTargetNode*>(info.firstState());
+  s.cameraNode->setCamera(frameCamera());
   s.system->draw(target);  // uploads and compiles once
   glFinish();
+  int turn = 0;
   for (auto _ : state) {
+    if (moving) {
+      ruGeom::Camera camera = frameCamera();
+      const double angle = 0.002 * ++turn;
+      const Point eye(3 * std::cos(angle) + 5 * std::sin(angle), 3 * std::sin(angle) - 5 * std::cos(angle), 6);
+      camera.setWorldToEye(Point(0, 0, 0), eye, Vector(0, 0, 1));
+      s.cameraNode->setCamera(camera);
+    }
     s.system->draw(target);
     glFinish();
   }
 }
 
-void BM_PlainFrame(benchmark::State& state) { frame(state, *setup().plain); }
+void BM_PlainFrame(benchmark::State& state) { frame(state, *setup().plain, false); }
 BENCHMARK(BM_PlainFrame)->Unit(benchmark::kMillisecond);
 
-void BM_PlainFrameWithGroundShadow(benchmark::State& state) { frame(state, *setup().shadowOnly); }
+void BM_PlainFrameWithGroundShadow(benchmark::State& state) { frame(state, *setup().shadowOnly, false); }
 BENCHMARK(BM_PlainFrameWithGroundShadow)->Unit(benchmark::kMillisecond);
 
-void BM_PlainFrameWithGlow(benchmark::State& state) { frame(state, *setup().glowOnly); }
+void BM_PlainFrameWithGlow(benchmark::State& state) { frame(state, *setup().glowOnly, false); }
 BENCHMARK(BM_PlainFrameWithGlow)->Unit(benchmark::kMillisecond);
 
-void BM_FrameWithShadowGlowXRayScreenSpace(benchmark::State& state) { frame(state, *setup().effects); }
+void BM_FrameWithShadowGlowXRayScreenSpace(benchmark::State& state) { frame(state, *setup().effects, false); }
 BENCHMARK(BM_FrameWithShadowGlowXRayScreenSpace)->Unit(benchmark::kMillisecond);
+
+void BM_PlainFrameMovingCamera(benchmark::State& state) { frame(state, *setup().plain, true); }
+BENCHMARK(BM_PlainFrameMovingCamera)->Unit(benchmark::kMillisecond);
+
+void BM_FrameWithShadowGlowXRayScreenSpaceMovingCamera(benchmark::State& state) {
+  frame(state, *setup().effects, true);
+}
+BENCHMARK(BM_FrameWithShadowGlowXRayScreenSpaceMovingCamera)->Unit(benchmark::kMillisecond);
 
 }  // namespace
