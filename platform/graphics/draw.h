@@ -220,6 +220,12 @@ struct DrawStatistics {
 // One per host: the graph shared by every surface, the active database, drawing ids, the draw
 // data of every source, the GPU resources and the OpenGL context they live in. Everything runs on
 // the thread that created it.
+// GPU buffers are cached by mesh buffer identity: re-emitting an unchanged mesh, or a copy of it,
+// uploads nothing. When a mesh buffer dies or is written, libGeometry's release notification
+// queues its identity and the GPU buffer is freed at the next draw. Normals, texture
+// coordinates, colours and lines go with their mesh's vertex buffer (libGeometry lets only the
+// vertex, triangle and attribute buffers be marked), so rewriting only those keeps the old copy
+// on the GPU until the vertices change or die.
 class VO_GR_API DrawSystem {
 public:
   // A draw system with its own off-screen OpenGL 3.3 core context (EGL, surfaceless platform).
@@ -272,6 +278,9 @@ public:
   // Puts the item's mesh buffers on the GPU now (a draw would upload them anyway), so a host
   // can load ahead of the first frame. False, with a message, when the item would draw nothing.
   bool upload(const DrawItem& item);
+  // Frees the GPU buffers whose mesh buffers died (draw and upload do it first anyway), for a
+  // host that wants the memory back between frames.
+  void releaseUnusedBuffers();
 
   struct Impl;
   Impl& impl() const noexcept { return *impl_; }

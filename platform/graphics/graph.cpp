@@ -43,7 +43,7 @@ void Node::execute(PassContext& context) {
   onExecute(context);
 }
 
-void Node::getImplicitDependencies(std::vector<Node*>&) const {}
+void Node::onImplicitDependencies(std::vector<Node*>&) const {}
 void Node::onExecute(PassContext&) {}
 const char* Node::onKindName() const { return "Node"; }
 
@@ -82,7 +82,7 @@ const std::vector<DataNode*>& DataNode::getChain() const { return chain_->states
 
 // A state holds what the state before it held plus what its passes wrote, so it depends on the
 // previous state even when no edge says so.
-void DataNode::getImplicitDependencies(std::vector<Node*>& out) const {
+void DataNode::onImplicitDependencies(std::vector<Node*>& out) const {
   if (DataNode* previous = getPreviousState()) out.push_back(previous);
 }
 

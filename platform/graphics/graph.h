@@ -73,13 +73,15 @@ public:
   // node this one depends on.
   void execute(PassContext& context);
 
-  // Nodes besides the graph edges that this one depends on (the previous state of a render
-  // target does); empty by default.
-  virtual void getImplicitDependencies(std::vector<Node*>& out) const;
+  // Appends the nodes besides the graph edges that this one depends on (a render-target state
+  // depends on the state before it).
+  void getImplicitDependencies(std::vector<Node*>& out) const { onImplicitDependencies(out); }
 
 private:
   friend class Graph;
   friend class GraphEditor;
+  // Must only append; none by default.
+  virtual void onImplicitDependencies(std::vector<Node*>& out) const;
   // The work of one draw: a pass draws into the state it feeds; nodes that only hold data do
   // nothing (the default).
   virtual void onExecute(PassContext& context);
@@ -109,13 +111,12 @@ public:
   // The states of the chain, first to last.
   const std::vector<DataNode*>& getChain() const;
 
-  void getImplicitDependencies(std::vector<Node*>& out) const override;
-
 protected:
   struct Chain;
   Chain& chain() const { return *chain_; }
 
 private:
+  void onImplicitDependencies(std::vector<Node*>& out) const override;
   const char* onKindName() const override;
   std::shared_ptr<Chain> chain_;
 };

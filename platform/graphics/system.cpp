@@ -123,7 +123,7 @@ layout(location = 3) in vec4 aColor;
 layout(location = 4) in float aExtra;
 uniform mat4 uModel;
 uniform mat3 uNormalMatrix;
-uniform mat4 uViewProjection;
+uniform mat4 uModelViewProjection;  // model then view and projection, composed on the CPU
 uniform vec4 uClipPlanes[8];
 uniform int uNumClipPlanes;
 #ifdef LINES
@@ -152,7 +152,7 @@ void main() {
 #ifdef CLIPPING
   for (int i = 0; i < 8; ++i) gl_ClipDistance[i] = i < uNumClipPlanes ? dot(uClipPlanes[i], vec4(world.xyz, 1.0)) : 1.0;
 #endif
-  gl_Position = uViewProjection * world;
+  gl_Position = uModelViewProjection * vec4(aPosition, 1.0);
 }
 )";
 
@@ -256,6 +256,15 @@ vec4 shade() {
   return c;
 }
 )";
+
+// The largest of `count` indices. Cloned for AVX2, since the baseline x86-64 instruction set has
+// no unsigned 32-bit maximum to vectorise with.
+__attribute__((target_clones("avx2", "default"))) std::uint32_t largestIndex(const std::uint32_t* values,
+                                                                           std::size_t count) {
+  std::uint32_t largest = 0;
+  for (std::size_t i = 0; i < count; ++i) largest = values[i] > largest ? values[i] : largest;
+  return largest;
+}
 
 GLuint compile(GLenum stage, const char* const* sources, int count, ruString::CString& error) {
   GLuint shader = glCreateShader(stage);
@@ -703,7 +712,7 @@ public:
       glLogicOp(GL_XOR);
     }
 
-    float viewProjection[16];
+    ruLinear::ProjMatrix viewProjection;
     const ruGeom::Viewport& v = camera.getViewport();
     if (options.screenSpace) {
       // Viewport pixels, origin at the viewport's lower left.
@@ -713,9 +722,9 @@ public:
       pixels(2, 2) = 0.0;
       pixels(3, 0) = -1.0;
       pixels(3, 1) = -1.0;
-      toGL(pixels, viewProjection);
+      viewProjection = pixels;
     } else {
-      toGL(ruLinear::ProjMatrix(camera.getWorldToEye()) * camera.getProjection(), viewProjection);
+      viewProjection = ruLinear::ProjMatrix(camera.getWorldToEye()) * camera.getProjection();
     }
     frame_ = Frame{camera, viewProjection, options};
 
@@ -777,7 +786,7 @@ public:
 private:
   struct Frame {
     ruGeom::Camera camera;
-    const float* viewProjection = nullptr;
+    ruLinear::ProjMatrix viewProjection;
     ItemPassOptions options;
   };
 
@@ -865,7 +874,9 @@ private:
     normalMatrix(model, n);
     glUniformMatrix4fv(program->model, 1, GL_FALSE, m);
     glUniformMatrix3fv(program->normalMatrix, 1, GL_FALSE, n);
-    glUniformMatrix4fv(program->viewProjection, 1, GL_FALSE, frame_.viewProjection);
+    float mvp[16];
+    toGL(ruLinear::ProjMatrix(model) * frame_.viewProjection, mvp);
+    glUniformMatrix4fv(program->viewProjection, 1, GL_FALSE, mvp);
     const ruUtil::Color& c = item.getColor();
     const ruUtil::Color& t = options.tint;
     glUniform4f(program->itemColor, c.r * t.r, c.g * t.g, c.b * t.b, c.a * t.a);
@@ -968,7 +979,7 @@ Program* DrawSystem::Impl::program(const char* fragmentSource, int variant) {
   }
   program.model = glGetUniformLocation(program.name, "uModel");
   program.normalMatrix = glGetUniformLocation(program.name, "uNormalMatrix");
-  program.viewProjection = glGetUniformLocation(program.name, "uViewProjection");
+  program.viewProjection = glGetUniformLocation(program.name, "uModelViewProjection");
   program.clipPlanes = glGetUniformLocation(program.name, "uClipPlanes");
   program.numClipPlanes = glGetUniformLocation(program.name, "uNumClipPlanes");
   program.itemColor = glGetUniformLocation(program.name, "uItemColor");
@@ -997,12 +1008,17 @@ GpuBuffer* DrawSystem::Impl::buffer(std::uint64_t id, GLenum target, const void*
   GpuBuffer& entry = buffers[id];
   glGenBuffers(1, &entry.name);
   glBindBuffer(target, entry.name);
-  glBufferData(target, static_cast<GLsizeiptr>(bytes), data, GL_STATIC_DRAW);
   entry.bytes = bytes;
   if (indices) {
+    // Indices are checked against the vertex count at every draw, so the upload also finds the
+    // largest, scanning before the copy so that the copy reads from cache. (Mapping a buffer
+    // made without data would cost a clear of it first.)
     entry.count = static_cast<GLsizei>(count);
-    const auto* values = static_cast<const std::uint32_t*>(data);
-    entry.maxIndex = count ? *std::max_element(values, values + count) : 0;
+    const std::uint32_t largest = largestIndex(static_cast<const std::uint32_t*>(data), count);
+    glBufferData(target, static_cast<GLsizeiptr>(bytes), data, GL_STATIC_DRAW);
+    entry.maxIndex = largest;
+  } else {
+    glBufferData(target, static_cast<GLsizeiptr>(bytes), data, GL_STATIC_DRAW);
   }
   // Hear of the buffer's end: its own storage when it could be marked, else through the
   // mesh's vertex storage that it is freed with.
@@ -1325,6 +1341,10 @@ ru::Reference<DataNodeStateInfo> DrawSystem::createRenderTarget(const ruString::
 
 const DrawStatistics& DrawSystem::getStatistics() const noexcept { return impl_->statistics; }
 bool DrawSystem::makeCurrent() { return impl_->makeCurrent(); }
+
+void DrawSystem::releaseUnusedBuffers() {
+  if (impl_->makeCurrent()) impl_->processReleases();
+}
 
 bool DrawSystem::upload(const DrawItem& item) {
   if (!impl_->makeCurrent()) return false;

@@ -5,6 +5,7 @@
 #include "platform/geometry/construct.h"
 #include "platform/graphics/shader.h"
 
+#include <epoxy/egl.h>
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -299,4 +300,42 @@ TEST(DrawSystemGLTest, DrawDataAndDatabasesMayOutliveTheDrawSystem) {
   EXPECT_EQ(database->getAllItems().size(), 0u);
   delete data;
   EXPECT_EQ(item->refCount(), 1);
+}
+
+TEST(DrawSystemGLTest, AnAdoptedHostContextDrawsIntoFrameBufferKeys) {
+  // The host's context: made here the way a window system would, then made current. The display
+  // is the process's surfaceless one, which the library also uses, so it is not terminated here.
+  EGLDisplay display = eglGetPlatformDisplayEXT(EGL_PLATFORM_SURFACELESS_MESA, EGL_DEFAULT_DISPLAY, nullptr);
+  ASSERT_NE(display, EGL_NO_DISPLAY);
+  ASSERT_TRUE(eglInitialize(display, nullptr, nullptr));
+  eglBindAPI(EGL_OPENGL_API);
+  const EGLint attributes[] = {EGL_CONTEXT_MAJOR_VERSION, 3, EGL_CONTEXT_MINOR_VERSION, 3,
+                               EGL_CONTEXT_OPENGL_PROFILE_MASK, EGL_CONTEXT_OPENGL_CORE_PROFILE_BIT, EGL_NONE};
+  EGLContext host = eglCreateContext(display, EGL_NO_CONFIG_KHR, EGL_NO_CONTEXT, attributes);
+  ASSERT_NE(host, EGL_NO_CONTEXT);
+  ASSERT_TRUE(eglMakeCurrent(display, EGL_NO_SURFACE, EGL_NO_SURFACE, host));
+  {
+    ruString::CString error;
+    auto system = DrawSystem::adoptCurrentContext(&error);
+    ASSERT_TRUE(system) << error.c_str();
+    ruRen::FBOKey key = system->createFBOKey(ruRen::FBOInfo(64, 64, true, false, false));
+    auto info = system->createRenderTarget("Window", key);
+    auto* target = static_cast<RenderTargetNode*>(info->firstState());
+    GraphEditor editor(system->getGraph());
+    auto* clear = new ClearNode();
+    clear->setColor(0.0f, 0.0f, 1.0f, 1.0f);
+    auto* after = new RenderTargetNode();
+    editor.addNode(clear);
+    editor.addNode(after);
+    target->appendState(after);
+    editor.createEdge(target, clear);
+    editor.createEdge(clear, after, "target");
+    ASSERT_TRUE(system->draw(target));
+    EXPECT_EQ(eglGetCurrentContext(), host);  // the host's context stays current
+    ruImage::TypedImage<Byte4> image;
+    ASSERT_TRUE(system->getRenDeviceContext()->readColorBuffer(key, 0, 0, 64, 64, image));
+    EXPECT_EQ(voGR::test::countPixels(image, Byte4(0, 0, 255, 255), 0), 64 * 64);
+  }
+  eglMakeCurrent(display, EGL_NO_SURFACE, EGL_NO_SURFACE, EGL_NO_CONTEXT);
+  eglDestroyContext(display, host);
 }
