@@ -586,3 +586,26 @@ TEST(XRayEditorGLTest, AnItemOfDepthInteractionTwoIsDrawnOnTopUndimmed) {
   EXPECT_TRUE(voGR::test::near(at(image, lookingDown(), Point(0, 0, 0)), byte4(green), 1));
   EXPECT_TRUE(voGR::test::near(at(image, lookingDown(), Point(0.45, 0.45, 0)), byte4(blue), 1));
 }
+
+TEST(GlowEditorGLTest, TheGlowFollowsTheClippedSilhouette) {
+  EffectScene s;
+  ASSERT_TRUE(s.system);
+  WorldNode* scene = s.world("scene");
+  WorldNode* selected = s.world("selected");
+  s.addClear();
+  s.addScenePass(scene);
+  const ruUtil::Color glow(1, 1, 0, 1);
+  ASSERT_TRUE(GlowEditor(*s.system).add(s.target, selected, s.cameraNode, glow, true, 0.25));
+  s.setCamera(lookingDown());
+  ru::Reference<KLTFacetedShader> shader(new KLTFacetedShader());
+  shader->clippingPlanes().add(ruLinear::Plane(Point(0, 0, 0), Vector(-1, 0, 0)));  // keeps x <= 0
+  s.emit(rectangle(-0.5, 0.5, -0.5, 0.5, 0), ruUtil::Color(1, 1, 1, 1), {"scene", "selected"}, shader);
+  const Image image = s.frame("glow_clipped");
+  const PixelRect rect = project(lookingDown(), -0.5, 0.5, -0.5, 0.5);
+  const double pixel = 1.0 / (rect.x1 - rect.x0);
+  auto glowAt = [&](double x) { return voGR::test::near(at(image, lookingDown(), Point(x, 0, 0)), byte4(glow), 1); };
+  EXPECT_TRUE(glowAt(4 * pixel));            // beside the cut
+  EXPECT_TRUE(glowAt(-0.5 - 4 * pixel));     // beside the kept edge
+  EXPECT_FALSE(glowAt(0.5 + 4 * pixel));     // beside the edge cut away
+  EXPECT_TRUE(voGR::test::near(at(image, lookingDown(), Point(0.25, 0, 0)), kBackground, 0));
+}
