@@ -21,14 +21,14 @@ namespace {
 const float kZero[4] = {0, 0, 0, 0};
 const float kOne[4] = {1, 1, 1, 1};
 
-// The camera, target and worlds a pass works with in one draw; false (and a message) when the
-// pass is not wired to a camera.
+// The camera, target and worlds a pass works with in one draw.
 struct PassInputs {
   ruGeom::Camera camera;
   RenderTargetNode* target = nullptr;
   std::vector<World*> worlds;
 };
 
+// False (and a message) when the pass is not wired to a camera.
 bool gatherInputs(const Node& pass, PassInputs& inputs) {
   auto* cameraNode = dynamic_cast<CameraNode*>(pass.getInput("camera"));
   if (!cameraNode) {
@@ -87,7 +87,7 @@ class MaskShader final : public Shader {
 // a software renderer feels. A coarse copy of the mask (scratch 2: one texel per 16 x 16 block,
 // the block's largest value in red and its smallest in green) lets a pixel far from any edge of
 // the mask decide from a few texels; only pixels near an edge do the exact search.
-constexpr int kBlock = 16;
+constexpr int kBlock = 16;  // the GLSL below spells it out
 
 #define VO_GR_COARSE_GLSL                                                                         \
   "uniform sampler2D uScratch2;\n"                                                               \
@@ -437,7 +437,8 @@ int glowPixels(double size) {
 }
 
 // ---------------------------------------------------------------------------------------------
-// Pass nodes. Each binds its target first: that also sizes the scratch surfaces to it.
+// Pass nodes, owned by the graph once an editor adds them; each owns its shaders. Each binds its
+// target first: that also sizes the scratch surfaces to it.
 
 class GroundShadowNode final : public Node {
   void onExecute(PassContext& context) override {
