@@ -651,6 +651,49 @@ TEST(GroundShadowEditorGLTest, AShadowKeptFromAnotherViewMatchesOneDrawnAfresh) 
   EXPECT_GT(darkened, 200);  // there is a shadow to compare
   EXPECT_LT(differing, darkened / 10);
   EXPECT_LE(largest, 40) << differing << " of " << darkened;
-  // And the shadow is where a fresh draw puts it.
-  EXPECT_LT(brightness(at(reprojected, turned, Point(0, 0, 0))), brightness(kBackground) - 60);
+  // And the shadow is where the footprints are: on a grid of ground points, those more than the
+  // blur away from every footprint's edge keep the background outside and take the full
+  // darkness inside (where no cube covers them).
+  struct Rect {
+    double x0, x1, y0, y1;
+  };
+  const Rect footprints[2] = {{-0.5, 0.5, -0.5, 0.5}, {0.8, 1.6, 0.2, 0.6}};
+  for (const auto& [image, camera] : {std::pair{&reprojected, &turned}, std::pair{&drawn, &turned}}) {
+    int inside = 0, outside = 0;
+    for (double x = -2.5; x <= 2.5; x += 0.025) {
+      for (double y = -2.5; y <= 2.5; y += 0.025) {
+        ruLinear::Point2 p;
+        if (!camera->project(Point(x, y, 0), p) || p.x < 0 || p.y < 0 || p.x >= kSize || p.y >= kSize) continue;
+        bool in = false;
+        double edge = 1e9;  // pixels to the nearest footprint edge
+        for (const Rect& r : footprints) {
+          const bool within = x > r.x0 && x < r.x1 && y > r.y0 && y < r.y1;
+          in = in || within;
+          const Point nearest = within ? Point(std::min({x - r.x0, r.x1 - x}) < std::min({y - r.y0, r.y1 - y})
+                                                   ? (x - r.x0 < r.x1 - x ? r.x0 : r.x1)
+                                                   : x,
+                                               std::min({x - r.x0, r.x1 - x}) < std::min({y - r.y0, r.y1 - y})
+                                                   ? y
+                                                   : (y - r.y0 < r.y1 - y ? r.y0 : r.y1),
+                                               0)
+                                       : Point(std::clamp(x, r.x0, r.x1), std::clamp(y, r.y0, r.y1), 0);
+          ruLinear::Point2 q;
+          if (camera->project(nearest, q)) edge = std::min(edge, std::hypot(q.x - p.x, q.y - p.y));
+        }
+        if (edge < GroundShadowEditor::blurPixels + 3) continue;
+        const Byte4 pixel = image->pixel(int(p.x), int(p.y));
+        if (brightness(pixel) > 300) continue;  // a cube in front
+        if (in) {
+          const int expected = int(std::lround(kBackground.r * (1 - GroundShadowEditor::darkness)));
+          EXPECT_NEAR(pixel.r, expected, 3) << x << "," << y;
+          ++inside;
+        } else {
+          EXPECT_TRUE(voGR::test::near(pixel, kBackground, 0)) << x << "," << y;
+          ++outside;
+        }
+      }
+    }
+    EXPECT_GT(inside, 40);
+    EXPECT_GT(outside, 1000);
+  }
 }
