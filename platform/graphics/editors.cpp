@@ -498,6 +498,51 @@ double area(const ruLinear::Point2 (&p)[4]) {
   return std::abs(twice) / 2;
 }
 
+// Whether a triangle mesh is closed and consistently oriented: every edge is met once in each
+// direction. The outline of such a solid is the outline of its triangles facing the eye, so its
+// mask can skip the others. Answers are kept by triangle buffer (they never change).
+class ClosedMeshes {
+public:
+  bool closed(const DrawItem& item) {
+    const ruGeom::CompactMesh* mesh = item.getMesh();
+    const Shader* shader = item.getShader().get();
+    // A cut solid is open where it is cut; strip meshes are left alone.
+    if (!mesh || !item.isTriangles() || !mesh->hasTriangles() || (shader && shader->clippingPlanes().size() > 0)) {
+      return false;
+    }
+    const std::uint64_t id = mesh->getTriangleBufferId();
+    for (const auto& [known, answer] : known_) {
+      if (known == id) return answer;
+    }
+    const bool answer = check(*mesh);
+    if (known_.size() >= 64) known_.erase(known_.begin());
+    known_.emplace_back(id, answer);
+    return answer;
+  }
+
+private:
+  static bool check(const ruGeom::CompactMesh& mesh) {
+    const std::uint32_t* t = mesh.getTriangles();
+    const std::size_t count = std::size_t(mesh.getNumTriangles());
+    std::vector<std::uint64_t> edges;
+    edges.reserve(count * 3);
+    auto key = [](std::uint32_t from, std::uint32_t to) { return (std::uint64_t(from) << 32) | to; };
+    for (std::size_t i = 0; i < count; ++i) {
+      for (int k = 0; k < 3; ++k) edges.push_back(key(t[3 * i + k], t[3 * i + (k + 1) % 3]));
+    }
+    std::sort(edges.begin(), edges.end());
+    if (std::adjacent_find(edges.begin(), edges.end()) != edges.end()) return false;
+    for (std::uint64_t edge : edges) {
+      if (!std::binary_search(edges.begin(), edges.end(), key(std::uint32_t(edge), std::uint32_t(edge >> 32)))) {
+        return false;
+      }
+    }
+    return count > 0;
+  }
+
+  std::vector<std::pair<std::uint64_t, bool>> known_;
+};
+
 int glowPixels(double size) {
   if (!std::isfinite(size)) return 1;
   const double pixels = std::round(size * GlowEditor::pixelsPerUnitSize);
@@ -653,6 +698,12 @@ private:
       mask.depthTest = ItemPassOptions::DepthTest::Always;
       mask.depthWrite = false;
       mask.overrideShader = &maskShader_;
+      // Closed solids by their triangles facing the eye, the rest whole.
+      mask.cullBackFaces = true;
+      mask.reject = [this](DrawItem& item) { return !closed_.closed(item); };
+      context.drawItems(in.worlds, in.camera, mask);
+      mask.cullBackFaces = false;
+      mask.reject = [this](DrawItem& item) { return closed_.closed(item); };
       context.drawItems(in.worlds, in.camera, mask);
       return true;
     });
@@ -668,6 +719,7 @@ private:
 
   MaskShader maskShader_;
   MaskCache cache_;
+  ClosedMeshes closed_;
   CoarseMaskShader coarse_;
   RowDistanceShader rowDistance_;
   GlowShader glow_;

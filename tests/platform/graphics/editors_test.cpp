@@ -697,3 +697,58 @@ TEST(GroundShadowEditorGLTest, AShadowKeptFromAnotherViewMatchesOneDrawnAfresh) 
     EXPECT_GT(outside, 1000);
   }
 }
+
+namespace {
+
+// A cube on 8 shared corners, its 12 triangles wound outward (or inward): closed and oriented.
+ru::Reference<ruGeom::CompactMesh> sharedCube(const Point& a, const Point& b, bool inward) {
+  ru::Reference<ruGeom::CompactMesh> mesh(new ruGeom::CompactMesh());
+  mesh->setNumVertices(8);
+  for (int i = 0; i < 8; ++i) {
+    mesh->editVertices()[i] = ruGeom::MeshVertex(Point(i & 1 ? b.x : a.x, i & 2 ? b.y : a.y, i & 4 ? b.z : a.z));
+  }
+  const std::uint32_t quads[6][4] = {{0, 2, 3, 1}, {4, 5, 7, 6}, {0, 1, 5, 4}, {2, 6, 7, 3}, {0, 4, 6, 2}, {1, 3, 7, 5}};
+  mesh->setNumTriangles(12);
+  std::uint32_t* t = mesh->editTriangles();
+  for (int q = 0; q < 6; ++q) {
+    const std::uint32_t* c = quads[q];
+    const std::uint32_t tri[6] = {c[0], c[1], c[2], c[0], c[2], c[3]};
+    for (int k = 0; k < 6; ++k) t[6 * q + k] = tri[inward ? 5 - k : k];
+  }
+  return mesh;
+}
+
+Image glowFrame(ru::Reference<ruGeom::CompactMesh> mesh, const std::string& name) {
+  EffectScene s;
+  if (!s.system) return {};
+  WorldNode* scene = s.world("scene");
+  WorldNode* selected = s.world("selected");
+  s.addClear();
+  s.addScenePass(scene);
+  EXPECT_TRUE(GlowEditor(*s.system).add(s.target, selected, s.cameraNode, ruUtil::Color(1, 1, 0, 1), true, 0.25));
+  s.setCamera(voGR::test::GLScene::camera(Point(2, -3, 4), Point(0, 0, 0)));
+  s.emit(std::move(mesh), ruUtil::Color(0.8f, 0.1f, 0.1f, 1), {"scene", "selected"});
+  return s.frame(name);
+}
+
+}  // namespace
+
+// A closed solid's mask skips its triangles facing away; the glow must not change for it.
+TEST(GlowEditorGLTest, AClosedSolidGlowsAsTheSameShapeMadeOfSeparateFaces) {
+  const Image faces = glowFrame(cuboid(Point(-0.5, -0.5, -0.5), Point(0.5, 0.5, 0.5)), "glow_cube_faces");
+  const Image outward = glowFrame(sharedCube(Point(-0.5, -0.5, -0.5), Point(0.5, 0.5, 0.5), false), "glow_cube_closed");
+  const Image inward = glowFrame(sharedCube(Point(-0.5, -0.5, -0.5), Point(0.5, 0.5, 0.5), true), "glow_cube_inward");
+  ASSERT_EQ(faces.xSize(), kSize);
+  int glow = 0, same = 0, sameInward = 0;
+  for (int y = 0; y < kSize; ++y) {
+    for (int x = 0; x < kSize; ++x) {
+      const bool isGlow = voGR::test::near(faces.pixel(x, y), Byte4(255, 255, 0, 255), 1);
+      glow += isGlow;
+      same += isGlow == voGR::test::near(outward.pixel(x, y), Byte4(255, 255, 0, 255), 1);
+      sameInward += isGlow == voGR::test::near(inward.pixel(x, y), Byte4(255, 255, 0, 255), 1);
+    }
+  }
+  EXPECT_GT(glow, 1000);
+  EXPECT_EQ(same, kSize * kSize);
+  EXPECT_EQ(sameInward, kSize * kSize);
+}
