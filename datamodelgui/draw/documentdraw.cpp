@@ -65,8 +65,8 @@ void DocumentDraw::destroy() {
 
 void DocumentDraw::addObject(voDMD::Object* object) {
   auto factory = drawFactories_.find(std::type_index(typeid(*object->getClass())));
-  // No factory: the object is simply not drawn.
-  if (factory == drawFactories_.end()) return;
+  // No factory (or a null one): the object is simply not drawn.
+  if (factory == drawFactories_.end() || !factory->second) return;
   // Callers make sure there is no entry yet.
   if (ObjectDraw* made = factory->second(this, object)) objectDraws_[object] = made;
 }
@@ -169,7 +169,7 @@ void DocumentDraw::setDraw(voDMD::Object* object, ObjectDraw* draw) {
 
 void DocumentDraw::resetDraw(voDMD::Object* object) {
   auto factory = drawFactories_.find(std::type_index(typeid(*object->getClass())));
-  if (factory == drawFactories_.end()) return;
+  if (factory == drawFactories_.end() || !factory->second) return;
   if (ObjectDraw* made = factory->second(this, object)) setDraw(object, made);
 }
 
