@@ -97,23 +97,20 @@ void DocumentDraw::rebuild() {
   if (!needsRebuild_) return;
   needsRebuild_ = false;
   ru::hash_set<voDMD::Object*> present;
-  voSupport::CallInfo info;
-  // The default iterator walks the current document: make it this one for the walk.
-  info.set<voDMD::Document>(document_);
-  {
-    voSupport::CallScope scope(info);
-    for (voDMD::ObjectIterator it; it.valid(); it.next()) {
-      voDMD::Object* object = it.getObject();
-      present.insert(object);
-      if (objectDraws_.find(object) == objectDraws_.end()) {
-        // An object of a class with no factory lands here at every rebuild, and only sets modified.
-        addObject(object);
-        modified_ = true;
-      }
+  // Every object of this document, the invisible root left out: what the default iterator walks
+  // when this document is the current one, without needing it to be.
+  voDMD::ObjectIterator walk(document_->root());
+  for (walk.next(); walk.valid(); walk.next()) {
+    voDMD::Object* object = walk.getObject();
+    present.insert(object);
+    if (objectDraws_.find(object) == objectDraws_.end()) {
+      // An object of a class with no factory lands here at every rebuild, and only sets modified.
+      addObject(object);
+      modified_ = true;
     }
   }
-  for (auto it = objectDraws_.begin(); it != objectDraws_.end();) {
-    auto current = it++;
+  for (auto entry = objectDraws_.begin(); entry != objectDraws_.end();) {
+    auto current = entry++;
     if (present.count(current->first)) continue;
     delete current->second;
     objectDraws_.erase(current);
