@@ -136,6 +136,29 @@ void BM_FrameAfterMovingOneObject(benchmark::State& state) {
 }
 BENCHMARK(BM_FrameAfterMovingOneObject)->Unit(benchmark::kMicrosecond);
 
+// The same frame without the transaction: the registry walk and the one re-emission alone.
+void BM_DrawAfterMovingOneObject(benchmark::State& state) {
+  Scene scene;
+  if (!scene.system) return state.SkipWithError("no off-screen context");
+  scene.addSmallObjects(kObjects);
+  scene.startDraw();
+  scene.documentDraw->draw();
+  voDMD::Transform* transform = scene.objects[kObjects / 2]->findAttribute<voDMD::Transform>();
+  double z = 0;
+  for (auto _ : state) {
+    state.PauseTiming();
+    z += 0.25;
+    ruLinear::AffineMatrix placement;
+    placement.translate(ruLinear::Vector(50, 50, z));
+    scene.manager.begin("move");
+    transform->setObjToWorld(placement);
+    scene.manager.commit();
+    state.ResumeTiming();
+    scene.documentDraw->draw();
+  }
+}
+BENCHMARK(BM_DrawAfterMovingOneObject)->Unit(benchmark::kMicrosecond);
+
 // A mesh of about a million triangles, with normals and strips made once, as a loaded mesh has.
 ru::Reference<ruGeom::CompactMesh> bigMesh() {
   ru::Reference<ruGeom::CompactMesh> mesh = new ruGeom::CompactMesh();
