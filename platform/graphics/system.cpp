@@ -123,7 +123,7 @@ layout(location = 3) in vec4 aColor;
 layout(location = 4) in float aExtra;
 uniform mat4 uModel;
 uniform mat3 uNormalMatrix;
-uniform mat4 uViewProjection;
+uniform mat4 uModelViewProjection;  // model then view and projection, composed on the CPU
 uniform vec4 uClipPlanes[8];
 uniform int uNumClipPlanes;
 #ifdef LINES
@@ -152,7 +152,7 @@ void main() {
 #ifdef CLIPPING
   for (int i = 0; i < 8; ++i) gl_ClipDistance[i] = i < uNumClipPlanes ? dot(uClipPlanes[i], vec4(world.xyz, 1.0)) : 1.0;
 #endif
-  gl_Position = uViewProjection * world;
+  gl_Position = uModelViewProjection * vec4(aPosition, 1.0);
 }
 )";
 
@@ -646,7 +646,7 @@ public:
     glDisable(GL_CULL_FACE);
     glDisable(GL_BLEND);
 
-    float viewProjection[16];
+    ruLinear::ProjMatrix viewProjection;
     const ruGeom::Viewport& v = camera.getViewport();
     if (options.screenSpace) {
       // Viewport pixels, origin at the viewport's lower left.
@@ -656,9 +656,9 @@ public:
       pixels(2, 2) = 0.0;
       pixels(3, 0) = -1.0;
       pixels(3, 1) = -1.0;
-      toGL(pixels, viewProjection);
+      viewProjection = pixels;
     } else {
-      toGL(ruLinear::ProjMatrix(camera.getWorldToEye()) * camera.getProjection(), viewProjection);
+      viewProjection = ruLinear::ProjMatrix(camera.getWorldToEye()) * camera.getProjection();
     }
     frame_ = Frame{camera, viewProjection, options};
 
@@ -713,7 +713,7 @@ public:
 private:
   struct Frame {
     ruGeom::Camera camera;
-    const float* viewProjection = nullptr;
+    ruLinear::ProjMatrix viewProjection;
     ItemPassOptions options;
   };
 
@@ -790,7 +790,9 @@ private:
     normalMatrix(model, n);
     glUniformMatrix4fv(program->model, 1, GL_FALSE, m);
     glUniformMatrix3fv(program->normalMatrix, 1, GL_FALSE, n);
-    glUniformMatrix4fv(program->viewProjection, 1, GL_FALSE, frame_.viewProjection);
+    float mvp[16];
+    toGL(ruLinear::ProjMatrix(model) * frame_.viewProjection, mvp);
+    glUniformMatrix4fv(program->viewProjection, 1, GL_FALSE, mvp);
     const ruUtil::Color& c = item.getColor();
     const ruUtil::Color& t = options.tint;
     glUniform4f(program->itemColor, c.r * t.r, c.g * t.g, c.b * t.b, c.a * t.a);
@@ -892,7 +894,7 @@ Program* DrawSystem::Impl::program(const char* fragmentSource, int variant) {
   }
   program.model = glGetUniformLocation(program.name, "uModel");
   program.normalMatrix = glGetUniformLocation(program.name, "uNormalMatrix");
-  program.viewProjection = glGetUniformLocation(program.name, "uViewProjection");
+  program.viewProjection = glGetUniformLocation(program.name, "uModelViewProjection");
   program.clipPlanes = glGetUniformLocation(program.name, "uClipPlanes");
   program.numClipPlanes = glGetUniformLocation(program.name, "uNumClipPlanes");
   program.itemColor = glGetUniformLocation(program.name, "uItemColor");
