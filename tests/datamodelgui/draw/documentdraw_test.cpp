@@ -124,6 +124,31 @@ TEST_F(DocumentDrawGLTest, ADocumentCreatedBeforeItsDrawIsPickedUpByTheFirstRebu
   EXPECT_EQ(scene.database->getAllItems().size(), before);
 }
 
+TEST_F(DocumentDrawGLTest, SelectionSetUpdateAndSelectionBaseBringTheRegistryUpToDate) {
+  voDMD::Object* a = doc.addCuboid(ruLinear::Range3d(ruLinear::Point(0, 0, 0), ruLinear::Point(1, 1, 1)));
+  DocumentDraw* late = new DocumentDraw(&doc.document);
+  voSupport::CallInfo inner = info;
+  inner.set<DocumentDraw>(late);
+  {
+    voSupport::CallScope scope(inner);
+    voDMG::SelectionSet set;
+    ASSERT_EQ(set.getDraw(), late);
+    EXPECT_EQ(late->getDraw(a), nullptr);
+    set.update();
+    EXPECT_NE(late->getDraw(a), nullptr);
+  }
+  DocumentDraw* other = new DocumentDraw(&doc.document);
+  inner.set<DocumentDraw>(other);
+  {
+    voSupport::CallScope scope(inner);
+    voDMG::SelectionSet set;
+    voDMG::SelectionBase reader(&set);
+    EXPECT_NE(other->getDraw(a), nullptr);
+  }
+  late->destroy();
+  other->destroy();
+}
+
 TEST_F(DocumentDrawGLTest, AddingASubtreeMakesADrawForEveryObjectWithAFactory) {
   countPostDraws();
   documentDraw->draw();
