@@ -130,7 +130,7 @@ TEST_F(DocumentDrawGLTest, SelectionSetUpdateAndSelectionBaseBringTheRegistryUpT
   voSupport::CallInfo inner = info;
   inner.set<DocumentDraw>(late);
   {
-    voSupport::CallScope scope(inner);
+    voSupport::CallScope innerScope(inner);
     voDMG::SelectionSet set;
     ASSERT_EQ(set.getDraw(), late);
     EXPECT_EQ(late->getDraw(a), nullptr);
@@ -140,7 +140,7 @@ TEST_F(DocumentDrawGLTest, SelectionSetUpdateAndSelectionBaseBringTheRegistryUpT
   DocumentDraw* other = new DocumentDraw(&doc.document);
   inner.set<DocumentDraw>(other);
   {
-    voSupport::CallScope scope(inner);
+    voSupport::CallScope innerScope(inner);
     voDMG::SelectionSet set;
     voDMG::SelectionBase reader(&set);
     EXPECT_NE(other->getDraw(a), nullptr);
