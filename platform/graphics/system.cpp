@@ -605,6 +605,66 @@ public:
     } else if (key.valid()) {
       glViewport(0, 0, width, height);
     }
+    targetWidth_ = width;
+    targetHeight_ = height;
+    return true;
+  }
+
+  bool bindScratch(int index, const ruGeom::Camera* camera, const float* clearColor) override {
+    if (index < 0 || index >= maxScratch || targetWidth_ < 1 || targetHeight_ < 1) {
+      report("voGR::PassContext::bindScratch", "scratch %d: no such surface, or no target bound yet", index);
+      return false;
+    }
+    DrawSystem::Impl::Scratch& s = impl_.scratch[index];
+    if (s.width != targetWidth_ || s.height != targetHeight_ || !s.framebuffer) {
+      if (!s.framebuffer) {
+        glGenFramebuffers(1, &s.framebuffer);
+        glGenTextures(1, &s.color);
+        glGenRenderbuffers(1, &s.depth);
+      }
+      glBindTexture(GL_TEXTURE_2D, s.color);
+      glTexImage2D(GL_TEXTURE_2D, 0, GL_RGBA8, targetWidth_, targetHeight_, 0, GL_RGBA, GL_UNSIGNED_BYTE, nullptr);
+      glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GL_NEAREST);
+      glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, GL_NEAREST);
+      glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_S, GL_CLAMP_TO_EDGE);
+      glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_T, GL_CLAMP_TO_EDGE);
+      glBindRenderbuffer(GL_RENDERBUFFER, s.depth);
+      glRenderbufferStorage(GL_RENDERBUFFER, GL_DEPTH_COMPONENT24, targetWidth_, targetHeight_);
+      glBindFramebuffer(GL_FRAMEBUFFER, s.framebuffer);
+      glFramebufferTexture2D(GL_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_TEXTURE_2D, s.color, 0);
+      glFramebufferRenderbuffer(GL_FRAMEBUFFER, GL_DEPTH_ATTACHMENT, GL_RENDERBUFFER, s.depth);
+      s.width = targetWidth_;
+      s.height = targetHeight_;
+    }
+    glBindFramebuffer(GL_FRAMEBUFFER, s.framebuffer);
+    if (camera) {
+      const ruGeom::Viewport& v = camera->getViewport();
+      glViewport(static_cast<GLint>(v.x), static_cast<GLint>(v.y), static_cast<GLsizei>(v.width),
+                 static_cast<GLsizei>(v.height));
+    } else {
+      glViewport(0, 0, s.width, s.height);
+    }
+    if (clearColor) clear(clearColor, true, true);
+    return true;
+  }
+
+  bool copyScratch(int index, const ruRen::FBOKey& key, bool toKey) override {
+    const char* function = "voGR::PassContext::copyScratch";
+    ruRen::FBOResource* fbo = key.get();
+    if (index < 0 || index >= maxScratch || !impl_.scratch[index].framebuffer || !fbo || fbo->registry != impl_.fbos ||
+        fbo->info.multisample || fbo->info.width != impl_.scratch[index].width ||
+        fbo->info.height != impl_.scratch[index].height) {
+      report(function, "scratch %d and the frame buffer do not match; nothing copied", index);
+      return false;
+    }
+    if (!ensureFramebuffer(*fbo)) return false;
+    const GLuint scratch = impl_.scratch[index].framebuffer;
+    glBindFramebuffer(GL_READ_FRAMEBUFFER, toKey ? scratch : fbo->framebuffer);
+    glBindFramebuffer(GL_DRAW_FRAMEBUFFER, toKey ? fbo->framebuffer : scratch);
+    glBlitFramebuffer(0, 0, fbo->info.width, fbo->info.height, 0, 0, fbo->info.width, fbo->info.height,
+                      GL_COLOR_BUFFER_BIT, GL_NEAREST);
+    glBindFramebuffer(GL_FRAMEBUFFER, 0);
+    if (toKey) fbo->drawn = true;
     return true;
   }
 
@@ -630,12 +690,14 @@ public:
         if (options.reject && options.reject(item)) return;
         const Shader* shader = options.overrideShader ? options.overrideShader : item.getShader().get();
         const bool transparent = shader ? shader->isTransparent() : item.getColor().a < 1.0f;
-        (transparent || options.tint.a < 1.0f ? transparent_ : opaque_).push_back(&item);
+        // Toggled colour is never blended: every item goes the opaque way.
+        (!options.toggleColor && (transparent || options.tint.a < 1.0f) ? transparent_ : opaque_).push_back(&item);
       });
     }
     if (opaque_.empty() && transparent_.empty()) return;
 
     glBindVertexArray(impl_.vertexArray);
+    bindScratchTextures();
     setDepth(options);
     if (options.rasterizer.hasPolygonOffset()) {
       glEnable(GL_POLYGON_OFFSET_FILL);
@@ -645,6 +707,10 @@ public:
     }
     glDisable(GL_CULL_FACE);
     glDisable(GL_BLEND);
+    if (options.toggleColor) {
+      glEnable(GL_COLOR_LOGIC_OP);
+      glLogicOp(GL_XOR);
+    }
 
     ruLinear::ProjMatrix viewProjection;
     const ruGeom::Viewport& v = camera.getViewport();
@@ -679,6 +745,7 @@ public:
       glDepthMask(GL_TRUE);
     }
     glDisable(GL_POLYGON_OFFSET_FILL);
+    glDisable(GL_COLOR_LOGIC_OP);
     for (int i = 0; i < enabledClipPlanes_; ++i) glDisable(GL_CLIP_DISTANCE0 + i);
     enabledClipPlanes_ = 0;
   }
@@ -687,8 +754,13 @@ public:
     Program* program = impl_.program(shader.getFragmentSource(), 0);
     if (!program) return;
     glBindVertexArray(impl_.vertexArray);
+    bindScratchTextures();
     glDisable(GL_DEPTH_TEST);
     glDepthMask(GL_FALSE);
+    if (shader.isTransparent()) {
+      glEnable(GL_BLEND);
+      glBlendFuncSeparate(GL_SRC_ALPHA, GL_ONE_MINUS_SRC_ALPHA, GL_ONE, GL_ONE_MINUS_SRC_ALPHA);
+    }
     glUseProgram(program->name);
     const float identity[16] = {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1};
     const float identity3[9] = {1, 0, 0, 0, 1, 0, 0, 0, 1};
@@ -706,6 +778,7 @@ public:
     glEnableVertexAttribArray(0);
     for (GLuint a = 1; a < 5; ++a) glDisableVertexAttribArray(a);
     glDrawArrays(GL_TRIANGLE_STRIP, 0, 4);
+    glDisable(GL_BLEND);
     glDepthMask(GL_TRUE);
     glEnable(GL_DEPTH_TEST);
   }
@@ -716,6 +789,16 @@ private:
     ruLinear::ProjMatrix viewProjection;
     ItemPassOptions options;
   };
+
+  // Scratch colour textures on their units, for shaders that read them.
+  void bindScratchTextures() {
+    for (int i = 0; i < maxScratch; ++i) {
+      if (!impl_.scratch[i].color) continue;
+      glActiveTexture(GL_TEXTURE0 + DrawSystem::Impl::scratchUnit + i);
+      glBindTexture(GL_TEXTURE_2D, impl_.scratch[i].color);
+    }
+    glActiveTexture(GL_TEXTURE0);
+  }
 
   void setDepth(const ItemPassOptions& options) {
     if (options.screenSpace || options.depthTest == ItemPassOptions::DepthTest::Always) {
@@ -745,7 +828,8 @@ private:
     const Shader* shader = options.overrideShader ? options.overrideShader : item.getShader().get();
     ItemBuffers b;
     if (!itemBuffers(impl_, item, shader, b)) return;
-    const ruLinear::AffineMatrix model = item.getLocalToWorld();
+    const ruLinear::AffineMatrix model =
+        options.worldTransform ? item.getLocalToWorld() * *options.worldTransform : item.getLocalToWorld();
     if (!finite(model)) {
       report(function, "item \"%s\" has a transform that is not finite; nothing drawn", item.getDebugString().c_str());
       return;
@@ -829,6 +913,7 @@ private:
   std::unordered_set<const DrawItem*> seen_;
   std::vector<DrawItem*> opaque_, transparent_;
   int enabledClipPlanes_ = 0;
+  int targetWidth_ = 0, targetHeight_ = 0;
 };
 
 }  // namespace
@@ -903,6 +988,13 @@ Program* DrawSystem::Impl::program(const char* fragmentSource, int variant) {
   program.lineWidth = glGetUniformLocation(program.name, "uLineWidth");
   program.hasTexture = glGetUniformLocation(program.name, "uHasTexture");
   program.texture = glGetUniformLocation(program.name, "uTexture");
+  // Scratch samplers read fixed units (PassContext::bindScratch).
+  glUseProgram(program.name);
+  for (int i = 0; i < PassContext::maxScratch; ++i) {
+    const std::string sampler = "uScratch" + std::to_string(i);
+    const GLint location = glGetUniformLocation(program.name, sampler.c_str());
+    if (location >= 0) glUniform1i(location, scratchUnit + i);
+  }
   bySource[fragmentSource] = &program;
   return &program;
 }
@@ -1051,6 +1143,12 @@ void DrawSystem::Impl::releaseGL() {
     if (entry.second.name) glDeleteTextures(1, &entry.second.name);
   }
   textures.clear();
+  for (Scratch& s : scratch) {
+    if (s.framebuffer) glDeleteFramebuffers(1, &s.framebuffer);
+    if (s.color) glDeleteTextures(1, &s.color);
+    if (s.depth) glDeleteRenderbuffers(1, &s.depth);
+    s = Scratch();
+  }
   if (quadBuffer) glDeleteBuffers(1, &quadBuffer);
   if (vertexArray) glDeleteVertexArrays(1, &vertexArray);
 }

@@ -100,6 +100,14 @@ struct DrawSystem::Impl {
 
   GLuint vertexArray = 0;
   GLuint quadBuffer = 0;
+  // Scratch surfaces of the passes (PassContext::bindScratch); colour textures sit on texture
+  // units scratchUnit + index while drawing.
+  static constexpr int scratchUnit = 12;
+  struct Scratch {
+    GLuint framebuffer = 0, color = 0, depth = 0;
+    int width = 0, height = 0;
+  };
+  Scratch scratch[4];
   std::unordered_map<std::string, Program> programs;
   // Program variants: bits of the defines a program was compiled with.
   enum Variant { VariantLines = 1, VariantClipping = 2, VariantNormals = 4 };
