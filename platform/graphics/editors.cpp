@@ -21,14 +21,14 @@ namespace {
 const float kZero[4] = {0, 0, 0, 0};
 const float kOne[4] = {1, 1, 1, 1};
 
-// The camera, target and worlds a pass works with in one draw; false (and a message) when the
-// pass is not wired to a camera.
+// The camera, target and worlds a pass works with in one draw.
 struct PassInputs {
   ruGeom::Camera camera;
   RenderTargetNode* target = nullptr;
   std::vector<World*> worlds;
 };
 
+// False (and a message) when the pass is not wired to a camera.
 bool gatherInputs(const Node& pass, PassInputs& inputs) {
   auto* cameraNode = dynamic_cast<CameraNode*>(pass.getInput("camera"));
   if (!cameraNode) {
@@ -87,7 +87,7 @@ class MaskShader final : public Shader {
 // a software renderer feels. A coarse copy of the mask (scratch 2: one texel per 16 x 16 block,
 // the block's largest value in red and its smallest in green) lets a pixel far from any edge of
 // the mask decide from a few texels; only pixels near an edge do the exact search.
-constexpr int kBlock = 16;
+constexpr int kBlock = 16;  // the GLSL below spells it out
 
 #define VO_GR_COARSE_GLSL                                                                         \
   "uniform sampler2D uScratch2;\n"                                                               \
@@ -372,15 +372,26 @@ bool around(const ruGeom::Camera& camera, const ruGeom::BoundingBox& box, int ma
 // the items. Frames of a window (no frame-buffer key) are not kept.
 class MaskCache {
 public:
-  // Leaves the mask in scratch 0: `draw` must bind scratch 0 (cleared) and draw it.
+  // Given the camera the kept mask was drawn with (now in scratch 3), makes this camera's mask in
+  // scratch 0 from it; false when it cannot.
+  using Reproject = std::function<bool(const ruGeom::Camera& kept)>;
+
+  // Leaves the mask in scratch 0: `draw` must bind scratch 0 (cleared) and draw it. When only the
+  // camera changed, `reproject` (when given) is asked first.
   bool fill(PassContext& context, const PassInputs& in, const ruLinear::AffineMatrix* flatten,
-            const std::function<bool()>& draw) {
+            const std::function<bool()>& draw, const Reproject& reproject = {}) {
     sign(in, flatten);
     const ruRen::FBOInfo info = in.target ? in.target->getFBO().getInfo() : ruRen::FBOInfo();
     const bool keep = info.width > 0 && info.height > 0 && !info.multisample;
-    if (keep && key_.valid() && key_.getInfo().width == info.width && key_.getInfo().height == info.height &&
-        signature_ == current_) {
+    const bool kept = keep && key_.valid() && key_.getInfo().width == info.width &&
+                      key_.getInfo().height == info.height && !signature_.empty();
+    if (kept && signature_ == current_) {
       if (context.bindScratch(0, &in.camera, nullptr) && context.copyScratch(0, key_, false)) return true;
+    }
+    if (kept && reproject && sameItems()) {
+      if (context.bindScratch(3, &in.camera, nullptr) && context.copyScratch(3, key_, false) && reproject(camera_)) {
+        return true;
+      }
     }
     signature_.clear();
     if (!draw()) return false;
@@ -388,7 +399,10 @@ public:
     if (!key_.valid() || key_.getInfo().width != info.width || key_.getInfo().height != info.height) {
       key_ = context.getDrawSystem().createFBOKey(ruRen::FBOInfo(info.width, info.height, false, false, false));
     }
-    if (key_.valid() && context.copyScratch(0, key_, true)) signature_.swap(current_);
+    if (key_.valid() && context.copyScratch(0, key_, true)) {
+      signature_.swap(current_);
+      camera_ = in.camera;
+    }
     return true;
   }
 
@@ -426,9 +440,84 @@ private:
     }
   }
 
+  // The camera comes first in a signature (kCameraWords words), the items after it.
+  static constexpr std::size_t kCameraWords = 20;
+  bool sameItems() const {
+    return signature_.size() == current_.size() &&
+           std::equal(signature_.begin() + kCameraWords, signature_.end(), current_.begin() + kCameraWords);
+  }
+
   ruRen::FBOKey key_;
+  ruGeom::Camera camera_;
   std::vector<std::uint64_t> signature_, current_;
 };
+
+// The plane-to-plane map between two views of the ground: the 3 x 3 matrix H (column vectors,
+// h22 = 1) with H (x, y, 1) proportional to (x', y', 1) for the four pairs from -> to. False when
+// the points are degenerate.
+bool homography(const ruLinear::Point2 (&from)[4], const ruLinear::Point2 (&to)[4], double h[9]) {
+  double a[8][9] = {};
+  for (int i = 0; i < 4; ++i) {
+    const double x = from[i].x, y = from[i].y, u = to[i].x, v = to[i].y;
+    const double rowU[9] = {x, y, 1, 0, 0, 0, -x * u, -y * u, u};
+    const double rowV[9] = {0, 0, 0, x, y, 1, -x * v, -y * v, v};
+    std::copy(rowU, rowU + 9, a[2 * i]);
+    std::copy(rowV, rowV + 9, a[2 * i + 1]);
+  }
+  for (int c = 0; c < 8; ++c) {
+    int pivot = c;
+    for (int r = c + 1; r < 8; ++r) {
+      if (std::abs(a[r][c]) > std::abs(a[pivot][c])) pivot = r;
+    }
+    if (std::abs(a[pivot][c]) < 1e-12) return false;
+    std::swap(a[c], a[pivot]);
+    for (int r = 0; r < 8; ++r) {
+      if (r == c) continue;
+      const double f = a[r][c] / a[c][c];
+      for (int k = c; k < 9; ++k) a[r][k] -= f * a[c][k];
+    }
+  }
+  for (int i = 0; i < 8; ++i) h[i] = a[i][8] / a[i][i];
+  h[8] = 1.0;
+  return true;
+}
+
+// A ground mask seen by another camera: each pixel reads the kept mask (scratch 3) where the
+// homography takes it; nothing where that falls behind the kept view or outside it.
+class ReprojectShader final : public Shader {
+public:
+  double h[9] = {1, 0, 0, 0, 1, 0, 0, 0, 1};
+
+private:
+  const char* onFragmentSource() const override {
+    return R"(
+uniform sampler2D uScratch3;
+uniform vec3 uRow0;
+uniform vec3 uRow1;
+uniform vec3 uRow2;
+vec4 shade() {
+  vec3 p = vec3(gl_FragCoord.xy, 1.0);
+  vec3 q = vec3(dot(uRow0, p), dot(uRow1, p), dot(uRow2, p));
+  if (q.z <= 0.0) return vec4(0.0, 0.0, 0.0, 1.0);
+  ivec2 t = ivec2(floor(q.xy / q.z));
+  ivec2 size = textureSize(uScratch3, 0);
+  if (t.x < 0 || t.y < 0 || t.x >= size.x || t.y >= size.y) return vec4(0.0, 0.0, 0.0, 1.0);
+  return vec4(texelFetch(uScratch3, t, 0).r, 0.0, 0.0, 1.0);
+}
+)";
+  }
+  void onBind(ShaderUniforms& uniforms) const override {
+    uniforms.setVector3("uRow0", float(h[0]), float(h[1]), float(h[2]));
+    uniforms.setVector3("uRow1", float(h[3]), float(h[4]), float(h[5]));
+    uniforms.setVector3("uRow2", float(h[6]), float(h[7]), float(h[8]));
+  }
+};
+
+double area(const ruLinear::Point2 (&p)[4]) {
+  double twice = 0;
+  for (int i = 0; i < 4; ++i) twice += p[i].x * p[(i + 1) % 4].y - p[(i + 1) % 4].x * p[i].y;
+  return std::abs(twice) / 2;
+}
 
 int glowPixels(double size) {
   if (!std::isfinite(size)) return 1;
@@ -437,7 +526,8 @@ int glowPixels(double size) {
 }
 
 // ---------------------------------------------------------------------------------------------
-// Pass nodes. Each binds its target first: that also sizes the scratch surfaces to it.
+// Pass nodes, owned by the graph once an editor adds them; each owns its shaders. Each binds its
+// target first: that also sizes the scratch surfaces to it.
 
 class GroundShadowNode final : public Node {
   void onExecute(PassContext& context) override {
@@ -457,6 +547,31 @@ class GroundShadowNode final : public Node {
     flatten(2, 2) = 0.0;
     flatten(3, 2) = ground;
 
+    ruLinear::Range3d footprint = box.asRange3d();
+    footprint.set(ruLinear::Point(footprint.getMin(0), footprint.getMin(1), ground),
+                  ruLinear::Point(footprint.getMax(0), footprint.getMax(1), ground));
+
+    // The mask lies on the ground, so a turned camera can take the kept one through the plane's
+    // homography instead of drawing every item again: when the kept view saw the whole footprint
+    // and the new one does not magnify it more than twice (in area).
+    auto reproject = [&](const ruGeom::Camera& kept) {
+      ruLinear::Point2 from[4], to[4];
+      const ruGeom::Viewport& v = kept.getViewport();
+      for (int i = 0; i < 4; ++i) {
+        const ruLinear::Point corner(i == 1 || i == 2 ? footprint.getMax(0) : footprint.getMin(0),
+                                     i >= 2 ? footprint.getMax(1) : footprint.getMin(1), ground);
+        if (!in.camera.project(corner, from[i]) || !kept.project(corner, to[i])) return false;
+        if (to[i].x < v.x || to[i].y < v.y || to[i].x > v.x + v.width || to[i].y > v.y + v.height) return false;
+      }
+      if (area(to) < 1.0 || area(from) > 2.0 * area(to)) return false;
+      if (!homography(from, to, reproject_.h)) return false;
+      ruGeom::Camera near;
+      if (!context.bindScratch(0, &in.camera, kZero)) return false;
+      if (!around(in.camera, ruGeom::BoundingBox(footprint), 1, near)) return true;  // out of view: empty
+      if (!context.bindScratch(0, &near, nullptr)) return false;
+      context.drawFullSurface(reproject_, near);
+      return true;
+    };
     if (!context.bindTarget(in.target, &in.camera)) return;
     const bool masked = cache_.fill(context, in, &flatten, [&] {
       if (!context.bindScratch(0, &in.camera, kZero)) return false;
@@ -468,13 +583,10 @@ class GroundShadowNode final : public Node {
       mask.reject = [](DrawItem& item) { return !item.isTriangles(); };
       context.drawItems(in.worlds, in.camera, mask);
       return true;
-    });
+    }, reproject);
     if (!masked) return;
     if (!buildCoarseMask(context, in.camera, coarse_, {&rowBlur_, &shadow_})) return;
     // The blurred passes only where the flattened items can reach.
-    ruLinear::Range3d footprint = box.asRange3d();
-    footprint.set(ruLinear::Point(footprint.getMin(0), footprint.getMin(1), ground),
-                  ruLinear::Point(footprint.getMax(0), footprint.getMax(1), ground));
     ruGeom::Camera near;
     if (!around(in.camera, ruGeom::BoundingBox(footprint), GroundShadowEditor::blurPixels + 2, near)) return;
     if (!context.bindScratch(1, &in.camera, kZero) || !context.bindScratch(1, &near, nullptr)) return;
@@ -489,6 +601,7 @@ class GroundShadowNode final : public Node {
 
   MaskShader maskShader_;
   MaskCache cache_;
+  ReprojectShader reproject_;
   CoarseMaskShader coarse_;
   RowBlurShader rowBlur_;
   ShadowShader shadow_;

@@ -26,7 +26,9 @@ struct ItemPassOptions {
   ruRen::RasterizerState rasterizer;
   // True: leave the item out.
   std::function<bool(DrawItem&)> reject;
-  // When set, every item is drawn with this shader instead of its own.
+  // When set, every item is drawn with this shader instead of its own; an override without
+  // clipping planes keeps each item's own planes (clipping shapes the item, it is not a look),
+  // except with a world transform, which would move the item under them.
   const Shader* overrideShader = nullptr;
   // Multiplies every item's output colour (x-ray dimming, glow masks).
   ruUtil::Color tint{1, 1, 1, 1};

@@ -836,7 +836,14 @@ private:
     }
     GpuBuffer* indices = b.indices;
     const GLenum mode = b.mode;
-    const int planes = shader ? std::min(shader->clippingPlanes().size(), ClippingPlanes::maxPlanes) : 0;
+    // Clipping is the item's shape, not its look: an override shader without planes of its own
+    // keeps the item's, unless a world transform moves the item (the planes would cut the moved
+    // shape, not the item).
+    const Shader* clipping = shader;
+    if (options.overrideShader && options.overrideShader->clippingPlanes().size() == 0 && !options.worldTransform) {
+      clipping = item.getShader().get();
+    }
+    const int planes = clipping ? std::min(clipping->clippingPlanes().size(), ClippingPlanes::maxPlanes) : 0;
     using Impl = DrawSystem::Impl;
     const int variant = (mode == GL_LINES ? Impl::VariantLines : 0) | (planes > 0 ? Impl::VariantClipping : 0) |
                         (b.normals ? Impl::VariantNormals : 0);
@@ -889,7 +896,7 @@ private:
     // Clip planes: n . x + d >= 0 keeps x, with d = -n . p.
     float planeData[4 * ClippingPlanes::maxPlanes];
     for (int i = 0; i < planes; ++i) {
-      const ruLinear::Plane& plane = shader->clippingPlanes().get(i);
+      const ruLinear::Plane& plane = clipping->clippingPlanes().get(i);
       const ruLinear::Vector normal = plane.getNormal().asVector();
       planeData[4 * i + 0] = float(normal.getX());
       planeData[4 * i + 1] = float(normal.getY());

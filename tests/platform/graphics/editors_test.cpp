@@ -586,3 +586,71 @@ TEST(XRayEditorGLTest, AnItemOfDepthInteractionTwoIsDrawnOnTopUndimmed) {
   EXPECT_TRUE(voGR::test::near(at(image, lookingDown(), Point(0, 0, 0)), byte4(green), 1));
   EXPECT_TRUE(voGR::test::near(at(image, lookingDown(), Point(0.45, 0.45, 0)), byte4(blue), 1));
 }
+
+TEST(GlowEditorGLTest, TheGlowFollowsTheClippedSilhouette) {
+  EffectScene s;
+  ASSERT_TRUE(s.system);
+  WorldNode* scene = s.world("scene");
+  WorldNode* selected = s.world("selected");
+  s.addClear();
+  s.addScenePass(scene);
+  const ruUtil::Color glow(1, 1, 0, 1);
+  ASSERT_TRUE(GlowEditor(*s.system).add(s.target, selected, s.cameraNode, glow, true, 0.25));
+  s.setCamera(lookingDown());
+  ru::Reference<KLTFacetedShader> shader(new KLTFacetedShader());
+  shader->clippingPlanes().add(ruLinear::Plane(Point(0, 0, 0), Vector(-1, 0, 0)));  // keeps x <= 0
+  s.emit(rectangle(-0.5, 0.5, -0.5, 0.5, 0), ruUtil::Color(1, 1, 1, 1), {"scene", "selected"}, shader);
+  const Image image = s.frame("glow_clipped");
+  const PixelRect rect = project(lookingDown(), -0.5, 0.5, -0.5, 0.5);
+  const double pixel = 1.0 / (rect.x1 - rect.x0);
+  auto glowAt = [&](double x) { return voGR::test::near(at(image, lookingDown(), Point(x, 0, 0)), byte4(glow), 1); };
+  EXPECT_TRUE(glowAt(4 * pixel));            // beside the cut
+  EXPECT_TRUE(glowAt(-0.5 - 4 * pixel));     // beside the kept edge
+  EXPECT_FALSE(glowAt(0.5 + 4 * pixel));     // beside the edge cut away
+  EXPECT_TRUE(voGR::test::near(at(image, lookingDown(), Point(0.25, 0, 0)), kBackground, 0));
+}
+
+// A turned camera takes the kept ground mask through the plane's homography: the frame must match
+// one drawn from scratch with that camera, up to resampling at the mask's soft edge.
+TEST(GroundShadowEditorGLTest, AShadowKeptFromAnotherViewMatchesOneDrawnAfresh) {
+  auto scene = [](EffectScene& s) {
+    WorldNode* world = s.world("scene");
+    s.addClear();
+    EXPECT_TRUE(GroundShadowEditor(*s.system).add(s.target, world, s.cameraNode));
+    s.addScenePass(world);
+    s.emit(cuboid(Point(-0.5, -0.5, 2), Point(0.5, 0.5, 3)), ruUtil::Color(0.7f, 0.7f, 0.7f, 1), {"scene"});
+    s.emit(cuboid(Point(0.8, 0.2, 1), Point(1.6, 0.6, 1.5)), ruUtil::Color(0.7f, 0.7f, 0.7f, 1), {"scene"});
+  };
+  const ruGeom::Camera first = voGR::test::GLScene::camera(Point(0, -10, 8), Point(0, 0, 1));
+  const ruGeom::Camera turned = voGR::test::GLScene::camera(Point(2.5, -9, 7), Point(0.2, 0, 1));
+  EffectScene kept;
+  ASSERT_TRUE(kept.system);
+  scene(kept);
+  kept.setCamera(first);
+  kept.frame("shadow_kept_first");
+  kept.setCamera(turned);
+  const std::int64_t before = kept.system->getStatistics().itemsDrawn;
+  const Image reprojected = kept.frame("shadow_kept_turned");
+  // Only the scene pass drew the two items: the shadow did not draw them again.
+  EXPECT_EQ(kept.system->getStatistics().itemsDrawn - before, 2);
+  EffectScene fresh;
+  ASSERT_TRUE(fresh.system);
+  scene(fresh);
+  fresh.setCamera(turned);
+  const Image drawn = fresh.frame("shadow_fresh_turned");
+  int differing = 0, largest = 0, darkened = 0;
+  for (int y = 0; y < kSize; ++y) {
+    for (int x = 0; x < kSize; ++x) {
+      const Byte4 a = reprojected.pixel(x, y), b = drawn.pixel(x, y);
+      const int d = std::max({std::abs(a.r - b.r), std::abs(a.g - b.g), std::abs(a.b - b.b)});
+      largest = std::max(largest, d);
+      differing += d > 2 ? 1 : 0;
+      darkened += brightness(b) < brightness(kBackground) - 30 ? 1 : 0;
+    }
+  }
+  EXPECT_GT(darkened, 200);  // there is a shadow to compare
+  EXPECT_LT(differing, darkened / 10);
+  EXPECT_LE(largest, 40) << differing << " of " << darkened;
+  // And the shadow is where a fresh draw puts it.
+  EXPECT_LT(brightness(at(reprojected, turned, Point(0, 0, 0))), brightness(kBackground) - 60);
+}
