@@ -1,0 +1,1 @@
+#include "surfacefixture.h"
