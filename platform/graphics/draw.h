@@ -332,12 +332,17 @@ public:
   void setColor(const ruUtil::Color8& color) noexcept { state_.color_ = color.toColor(); }
   // Null: the item colour (and image) alone.
   void setShader(ru::Reference<Shader> shader);
+  const ru::Reference<Shader>& getShader() const noexcept { return state_.shader_; }
+  const ruUtil::Color& getColor() const noexcept { return state_.color_; }
 
   // Triangles when `useTriangles` and the mesh has them, else its lines. Null clears the mesh.
   void setMesh(ru::Reference<ruGeom::CompactMesh> mesh, bool useTriangles = true);
   // Bits: 1 triangles, 2 lines, 4 the mesh's strips and normals as they are (5: triangles from
   // strips). Triangles win when both bits are set.
   void setMeshWithFlags(ru::Reference<ruGeom::CompactMesh> mesh, int flags);
+  // The geometry the next items get (what setMesh made), to save and put back.
+  const ru::Reference<Geometry>& getGeometry() const noexcept { return state_.geometry_; }
+  void setGeometry(ru::Reference<Geometry> geometry) noexcept { state_.geometry_ = std::move(geometry); }
 
   void setImageKey(const voRES::ImageKey& key) {
     state_.imageKey_ = key;
@@ -347,6 +352,8 @@ public:
     state_.imageKey_.reset();
     state_.hasImage_ = false;
   }
+  const voRES::ImageKey& getImageKey() const noexcept { return state_.imageKey_; }
+  bool hasImageKey() const noexcept { return state_.hasImage_; }
   // The transformer places the item (see Transformer); null for none.
   void setTransformer(ru::Reference<Transformer> transformer);
   void addTag(const ruString::CString& tag);

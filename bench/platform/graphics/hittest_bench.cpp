@@ -1,0 +1,187 @@
+// Speed of voGR::visibilityTest on a deterministic mesh of 1,000,000 triangles, with raw Embree
+// (rtcIntersect1 through the same pixels) measured in the same run as the yardstick.
+
+#include "platform/geometry/camera.h"
+#include "platform/geometry/mesh.h"
+#include "platform/graphics/draw.h"
+#include "platform/graphics/hittest.h"
+#include "platform/graphics/world.h"
+
+#include <benchmark/benchmark.h>
+#include <embree3/rtcore.h>
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+#include <vector>
+
+using namespace voGR;
+using ruGeom::CompactMesh;
+using ruGeom::MeshVertex;
+using ruLinear::Point;
+using ruLinear::Vector;
+
+namespace {
+
+// A closed, bumpy torus of around * tube quads: 2 * around * tube triangles (the same mesh as
+// the geometry benchmarks).
+ru::Reference<CompactMesh> makeTorus(int around, int tube) {
+  ru::Reference<CompactMesh> mesh(new CompactMesh());
+  mesh->setNumVertices(around * tube);
+  MeshVertex* v = mesh->editVertices();
+  for (int i = 0; i < around; ++i) {
+    const double u = 2 * ruLinear::pi * i / around;
+    for (int j = 0; j < tube; ++j) {
+      const double w = 2 * ruLinear::pi * j / tube;
+      const double r = 0.7 + 0.02 * std::sin(13 * u) * std::cos(7 * w);
+      v[i * tube + j] = MeshVertex(Point((2 + r * std::cos(w)) * std::cos(u), (2 + r * std::cos(w)) * std::sin(u), r * std::sin(w)));
+    }
+  }
+  mesh->setNumTriangles(2 * around * tube);
+  std::uint32_t* t = mesh->editTriangles();
+  auto at = [&](int i, int j) { return static_cast<std::uint32_t>((i % around) * tube + (j % tube)); };
+  for (int i = 0; i < around; ++i) {
+    for (int j = 0; j < tube; ++j) {
+      std::uint32_t* q = t + 6 * (static_cast<std::size_t>(i) * tube + j);
+      q[0] = at(i, j), q[1] = at(i + 1, j), q[2] = at(i + 1, j + 1);
+      q[3] = at(i, j), q[4] = at(i + 1, j + 1), q[5] = at(i, j + 1);
+    }
+  }
+  return mesh;
+}
+
+// The torus as the one item of the active database, seen from above in an 800 x 800 viewport.
+struct Setup {
+  std::unique_ptr<DrawSystem> system;
+  ru::Reference<Database> database;
+  std::unique_ptr<DrawContext> context;
+  ru::Reference<CompactMesh> mesh = makeTorus(1000, 500);
+  ruGeom::Camera camera;
+  int source = 0;
+  std::vector<ruLinear::Point2> onTorus;  // pixel centres whose ray hits the torus
+
+  Setup() {
+    ruString::CString error;
+    system = DrawSystem::createOffscreen(&error);
+    if (!system) {
+      std::fprintf(stderr, "no draw system: %s\n", error.c_str());
+      std::exit(1);
+    }
+    database = new Database(system->getGraph());
+    system->setActiveDatabase(database);
+    context = std::make_unique<DrawContext>(system.get(), system->allocateID());
+    {
+      Draw draw(*context, &source, false);
+      draw.setMesh(mesh);
+      draw.emit();
+    }
+    camera.setViewport(ruGeom::Viewport(0, 0, 800, 800));
+    camera.setWorldToEye(Point(0, 0, 0), Point(0.5, -1.0, 8.0), Vector(0, 1, 0));
+    // Pixels along a ring over the torus body.
+    for (int k = 0; k < 256; ++k) {
+      const double a = 2 * ruLinear::pi * k / 256;
+      ruLinear::Point2 p;
+      if (camera.project(Point(2 * std::cos(a), 2 * std::sin(a), 0.7), p))
+        onTorus.emplace_back(std::floor(p.x) + 0.5, std::floor(p.y) + 0.5);
+    }
+  }
+};
+
+Setup& setup() {
+  static Setup* s = new Setup();
+  return *s;
+}
+
+RTCDevice rawDevice() {
+  static RTCDevice device = rtcNewDevice("threads=0");
+  return device;
+}
+
+// The yardstick: Embree used directly, same geometry, same build quality.
+RTCScene rawScene(const CompactMesh& mesh) {
+  RTCScene scene = rtcNewScene(rawDevice());
+  rtcSetSceneBuildQuality(scene, RTC_BUILD_QUALITY_MEDIUM);
+  RTCGeometry geometry = rtcNewGeometry(rawDevice(), RTC_GEOMETRY_TYPE_TRIANGLE);
+  auto* vertices = static_cast<float*>(rtcSetNewGeometryBuffer(geometry, RTC_BUFFER_TYPE_VERTEX, 0, RTC_FORMAT_FLOAT3,
+                                                               12, mesh.getNumVertices()));
+  std::copy_n(reinterpret_cast<const float*>(mesh.getVertices()), 3 * static_cast<std::size_t>(mesh.getNumVertices()), vertices);
+  auto* indices = static_cast<std::uint32_t*>(rtcSetNewGeometryBuffer(geometry, RTC_BUFFER_TYPE_INDEX, 0, RTC_FORMAT_UINT3,
+                                                                      12, mesh.getNumTriangles()));
+  std::copy_n(mesh.getTriangles(), 3 * static_cast<std::size_t>(mesh.getNumTriangles()), indices);
+  rtcCommitGeometry(geometry);
+  rtcAttachGeometry(scene, geometry);
+  rtcReleaseGeometry(geometry);
+  rtcCommitScene(scene);
+  return scene;
+}
+
+// One raw ray from the eye through each pixel of the ring.
+void BM_RawEmbreeRayOnPixel(benchmark::State& state) {
+  Setup& s = setup();
+  RTCScene scene = rawScene(*s.mesh);
+  std::vector<std::array<float, 6>> rays;
+  for (const ruLinear::Point2& p : s.onTorus) {
+    const ruLinear::Line line = s.camera.getWorldSpaceRay(p);
+    rays.push_back({float(line.getPoint().x), float(line.getPoint().y), float(line.getPoint().z),
+                    float(line.getDirection().getX()), float(line.getDirection().getY()), float(line.getDirection().getZ())});
+  }
+  std::size_t i = 0;
+  long hits = 0;
+  for (auto _ : state) {
+    const auto& ray = rays[i++ % rays.size()];
+    RTCIntersectContext context;
+    rtcInitIntersectContext(&context);
+    RTCRayHit rayHit;
+    rayHit.ray.org_x = ray[0], rayHit.ray.org_y = ray[1], rayHit.ray.org_z = ray[2];
+    rayHit.ray.dir_x = ray[3], rayHit.ray.dir_y = ray[4], rayHit.ray.dir_z = ray[5];
+    rayHit.ray.tnear = 0, rayHit.ray.tfar = INFINITY, rayHit.ray.time = 0, rayHit.ray.mask = ~0u;
+    rayHit.ray.id = 0, rayHit.ray.flags = 0;
+    rayHit.hit.geomID = RTC_INVALID_GEOMETRY_ID;
+    rtcIntersect1(scene, &context, &rayHit);
+    hits += rayHit.hit.geomID != RTC_INVALID_GEOMETRY_ID;
+  }
+  state.counters["hitRate"] = static_cast<double>(hits) / static_cast<double>(state.iterations());
+  rtcReleaseScene(scene);
+}
+BENCHMARK(BM_RawEmbreeRayOnPixel);
+
+// visibilityTest at radius 0 on the same pixels (every one a hit).
+void BM_VisibilityTestRadius0Hit(benchmark::State& state) {
+  Setup& s = setup();
+  HitTestConfig config;
+  ru::vector<HitRecord> records;
+  visibilityTest(*s.system, s.camera, s.onTorus[0], config, records);  // builds the shared structure
+  std::size_t i = 0;
+  long hits = 0;
+  for (auto _ : state) {
+    visibilityTest(*s.system, s.camera, s.onTorus[i++ % s.onTorus.size()], config, records);
+    hits += !records.empty();
+  }
+  state.counters["hitRate"] = static_cast<double>(hits) / static_cast<double>(state.iterations());
+}
+BENCHMARK(BM_VisibilityTestRadius0Hit);
+
+// visibilityTest at radius 4 in the torus hole: 49 rays, all missing.
+void BM_VisibilityTestRadius4Miss(benchmark::State& state) {
+  Setup& s = setup();
+  HitTestConfig config;
+  config.radius = 4;
+  ru::vector<HitRecord> records;
+  ruLinear::Point2 hole;
+  s.camera.project(Point(0, 0, 0), hole);
+  visibilityTest(*s.system, s.camera, hole, config, records);
+  long hits = 0;
+  for (auto _ : state) {
+    visibilityTest(*s.system, s.camera, hole, config, records);
+    hits += !records.empty();
+  }
+  state.counters["hitRate"] = static_cast<double>(hits) / static_cast<double>(state.iterations());
+}
+BENCHMARK(BM_VisibilityTestRadius4Miss);
+
+}  // namespace
+
+
