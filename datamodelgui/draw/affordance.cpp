@@ -53,6 +53,15 @@ void drawBillboard(voGR::Draw& draw, const voRES::ImageKey& image, const ruLinea
   draw.setTransformer(nullptr);
 }
 
+void drawText(voGR::Draw& draw, const ruString::IString& text, const ruLinear::Point& position, const voGR::Font& font,
+              voGR::TextLayout layout) {
+  const ruLinear::Point anchor = position * draw.getTransform();
+  draw.setTransformer(new BillboardTransformer(anchor, ruLinear::Vector::zero));
+  draw.setSpace(voGR::SpaceWorld);
+  voGR::drawText(draw, text, font, layout);
+  draw.setTransformer(nullptr);
+}
+
 // ---------------------------------------------------------------------------------------------
 
 ImageAffordance::ImageAffordance(const ruString::CString& name)

@@ -6,6 +6,7 @@
 #include "platform/base/signal.h"
 #include "platform/base/strings.h"
 #include "platform/graphics/draw.h"
+#include "platform/graphics/text.h"
 #include "platform/resources/resources.h"
 
 namespace ruGeom {
@@ -37,6 +38,11 @@ DMGUI_API ruLinear::Line getWorldSpaceRay(const ruLinear::Point2& viewportPositi
 // space at 0.
 DMGUI_API void drawBillboard(voGR::Draw& draw, const voRES::ImageKey& image, const ruLinear::Point& position,
                              const ruLinear::Vector& offset);
+
+// Emits `text` as a billboard at `position` (taken through the Draw's transform): one local unit a
+// pixel, facing the camera, placed by `layout` against the anchor. Leaves the space at 0.
+DMGUI_API void drawText(voGR::Draw& draw, const ruString::IString& text, const ruLinear::Point& position,
+                        const voGR::Font& font, voGR::TextLayout layout);
 
 // An image with "default", "highlight" and "selected" states, from the call context's loader.
 class DMGUI_API ImageAffordance : public ru::ReferenceCount {

@@ -303,3 +303,47 @@ TEST(AffordanceGLTest, DashedLineShowsThePatternOffset) {
   EXPECT_GT(litShifted, kSize / 3);
   EXPECT_LT(both, litPlain / 4);
 }
+
+TEST(AffordanceGLTest, TextIsABillboardOfConstantPixelSize) {
+  SurfaceFixture f;
+  ASSERT_TRUE(f.system);
+  ruString::CString error;
+  const voGR::Font font = voGR::Font::defaultFont(32, &error);
+  ASSERT_TRUE(font.valid()) << error.c_str();
+  int source = 0;
+  {
+    voGR::Draw draw(*f.context, &source, false);
+    draw.setColor(0.0f, 1.0f, 0.0f, 1.0f);
+    draw.setSpace(voGR::SpaceScreen);
+    // The anchor goes through the Draw's transform: (0, 0, 0) lands at x = 1.
+    draw.setTransform(ruLinear::AffineMatrix::translation(ruLinear::Vector(1, 0, 0)));
+    voDMG::drawText(draw, "HH", ruLinear::Point(0, 0, 0), font,
+                    voGR::TextLayout(voRES::TextAlign::Centre, voRES::TextAnchor::Centre));
+    ASSERT_EQ(draw.getDrawData()->getItems().size(), 1u);
+    const voGR::DrawItem& item = *draw.getDrawData()->getItems()[0];
+    EXPECT_EQ(f.worldsOf(&item), "SSPW");
+    EXPECT_TRUE(item.getTransformer());
+    // The transformer is not left on the Draw; the space stays at 0.
+    const voGR::DrawItem& after = *draw.emit();
+    EXPECT_FALSE(after.getTransformer());
+    EXPECT_EQ(after.getSpace(), voGR::SpaceWorld);
+  }
+  int boxes[2][4];
+  const double distances[2] = {8.0, 16.0};
+  for (int i = 0; i < 2; ++i) {
+    f.doc.document.camera()->set(lookAt(ruLinear::Point(0, 0, distances[i]), ruLinear::Point(0, 0, 0)));
+    ru::Reference<ruImage::Image> image = render(f, i == 0 ? "text_near" : "text_far");
+    ASSERT_TRUE(image);
+    int* b = boxes[i];
+    ASSERT_TRUE(pixelBox(bytesOf(image), ruImage::Byte4{0, 255, 0, 255}, 60, b[0], b[1], b[2], b[3])) << i;
+    // Centred on the anchor's pixel.
+    const double pixelsPerUnit = 1.0 / voDMG::getScreenSpaceScale(ruLinear::Point(1, 0, 0));
+    EXPECT_NEAR((b[0] + b[2] + 1) / 2.0, kSize / 2.0 + pixelsPerUnit, 3.0) << i;
+    EXPECT_NEAR((b[1] + b[3] + 1) / 2.0, kSize / 2.0, 3.0) << i;
+    // Capital H of a 32-pixel font: about 23 pixels tall.
+    EXPECT_GT(b[3] - b[1] + 1, 16) << i;
+    EXPECT_LT(b[3] - b[1] + 1, 32) << i;
+  }
+  EXPECT_NEAR(boxes[0][2] - boxes[0][0], boxes[1][2] - boxes[1][0], 1);
+  EXPECT_NEAR(boxes[0][3] - boxes[0][1], boxes[1][3] - boxes[1][1], 1);
+}
