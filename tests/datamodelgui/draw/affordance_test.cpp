@@ -113,7 +113,7 @@ TEST(AffordanceTest, CornerAlignmentAddsHalfTheImage) {
   EXPECT_EQ(copy->getOffset(), ruLinear::Vector(19.0, 6.0, 0.0));
 }
 
-TEST(AffordanceTest, LockedDashedLineOneSpanAwayHasPatternOffsetOne) {
+TEST(AffordanceGLTest, LockedDashedLineOneSpanAwayHasPatternOffsetOne) {
   doctest::DocFixture doc;
   doc.document.camera()->set(lookAt(ruLinear::Point(0, 0, 10), ruLinear::Point(0, 0, 0)));
   voSupport::CallInfo info;
