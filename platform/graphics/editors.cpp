@@ -372,26 +372,16 @@ bool around(const ruGeom::Camera& camera, const ruGeom::BoundingBox& box, int ma
 // the items. Frames of a window (no frame-buffer key) are not kept.
 class MaskCache {
 public:
-  // Given the camera the kept mask was drawn with (now in scratch 3), makes this camera's mask in
-  // scratch 0 from it; false when it cannot.
-  using Reproject = std::function<bool(const ruGeom::Camera& kept)>;
-
-  // Leaves the mask in scratch 0: `draw` must bind scratch 0 (cleared) and draw it. When only the
-  // camera changed, `reproject` (when given) is asked first.
+  // Leaves the mask in scratch `index`: `draw` must bind that scratch surface (cleared) and draw
+  // the mask into it.
   bool fill(PassContext& context, const PassInputs& in, const ruLinear::AffineMatrix* flatten,
-            const std::function<bool()>& draw, const Reproject& reproject = {}) {
+            const std::function<bool()>& draw, int index = 0) {
     sign(in, flatten);
     const ruRen::FBOInfo info = in.target ? in.target->getFBO().getInfo() : ruRen::FBOInfo();
     const bool keep = info.width > 0 && info.height > 0 && !info.multisample;
-    const bool kept = keep && key_.valid() && key_.getInfo().width == info.width &&
-                      key_.getInfo().height == info.height && !signature_.empty();
-    if (kept && signature_ == current_) {
-      if (context.bindScratch(0, &in.camera, nullptr) && context.copyScratch(0, key_, false)) return true;
-    }
-    if (kept && reproject && sameItems()) {
-      if (context.bindScratch(3, &in.camera, nullptr) && context.copyScratch(3, key_, false) && reproject(camera_)) {
-        return true;
-      }
+    if (keep && key_.valid() && key_.getInfo().width == info.width && key_.getInfo().height == info.height &&
+        signature_ == current_) {
+      if (context.bindScratch(index, &in.camera, nullptr) && context.copyScratch(index, key_, false)) return true;
     }
     signature_.clear();
     if (!draw()) return false;
@@ -399,10 +389,7 @@ public:
     if (!key_.valid() || key_.getInfo().width != info.width || key_.getInfo().height != info.height) {
       key_ = context.getDrawSystem().createFBOKey(ruRen::FBOInfo(info.width, info.height, false, false, false));
     }
-    if (key_.valid() && context.copyScratch(0, key_, true)) {
-      signature_.swap(current_);
-      camera_ = in.camera;
-    }
+    if (key_.valid() && context.copyScratch(index, key_, true)) signature_.swap(current_);
     return true;
   }
 
@@ -440,15 +427,7 @@ private:
     }
   }
 
-  // The camera comes first in a signature (kCameraWords words), the items after it.
-  static constexpr std::size_t kCameraWords = 20;
-  bool sameItems() const {
-    return signature_.size() == current_.size() &&
-           std::equal(signature_.begin() + kCameraWords, signature_.end(), current_.begin() + kCameraWords);
-  }
-
   ruRen::FBOKey key_;
-  ruGeom::Camera camera_;
   std::vector<std::uint64_t> signature_, current_;
 };
 
@@ -519,6 +498,51 @@ double area(const ruLinear::Point2 (&p)[4]) {
   return std::abs(twice) / 2;
 }
 
+// Whether a triangle mesh is closed and consistently oriented: every edge is met once in each
+// direction. The outline of such a solid is the outline of its triangles facing the eye, so its
+// mask can skip the others. Answers are kept by triangle buffer (they never change).
+class ClosedMeshes {
+public:
+  bool closed(const DrawItem& item) {
+    const ruGeom::CompactMesh* mesh = item.getMesh();
+    const Shader* shader = item.getShader().get();
+    // A cut solid is open where it is cut; strip meshes are left alone.
+    if (!mesh || !item.isTriangles() || !mesh->hasTriangles() || (shader && shader->clippingPlanes().size() > 0)) {
+      return false;
+    }
+    const std::uint64_t id = mesh->getTriangleBufferId();
+    for (const auto& [known, answer] : known_) {
+      if (known == id) return answer;
+    }
+    const bool answer = check(*mesh);
+    if (known_.size() >= 64) known_.erase(known_.begin());
+    known_.emplace_back(id, answer);
+    return answer;
+  }
+
+private:
+  static bool check(const ruGeom::CompactMesh& mesh) {
+    const std::uint32_t* t = mesh.getTriangles();
+    const std::size_t count = std::size_t(mesh.getNumTriangles());
+    std::vector<std::uint64_t> edges;
+    edges.reserve(count * 3);
+    auto key = [](std::uint32_t from, std::uint32_t to) { return (std::uint64_t(from) << 32) | to; };
+    for (std::size_t i = 0; i < count; ++i) {
+      for (int k = 0; k < 3; ++k) edges.push_back(key(t[3 * i + k], t[3 * i + (k + 1) % 3]));
+    }
+    std::sort(edges.begin(), edges.end());
+    if (std::adjacent_find(edges.begin(), edges.end()) != edges.end()) return false;
+    for (std::uint64_t edge : edges) {
+      if (!std::binary_search(edges.begin(), edges.end(), key(std::uint32_t(edge), std::uint32_t(edge >> 32)))) {
+        return false;
+      }
+    }
+    return count > 0;
+  }
+
+  std::vector<std::pair<std::uint64_t, bool>> known_;
+};
+
 int glowPixels(double size) {
   if (!std::isfinite(size)) return 1;
   const double pixels = std::round(size * GlowEditor::pixelsPerUnitSize);
@@ -551,40 +575,32 @@ class GroundShadowNode final : public Node {
     footprint.set(ruLinear::Point(footprint.getMin(0), footprint.getMin(1), ground),
                   ruLinear::Point(footprint.getMax(0), footprint.getMax(1), ground));
 
-    // The mask lies on the ground, so a turned camera can take the kept one through the plane's
-    // homography instead of drawing every item again: when the kept view saw the whole footprint
-    // and the new one does not magnify it more than twice (in area).
-    auto reproject = [&](const ruGeom::Camera& kept) {
-      ruLinear::Point2 from[4], to[4];
-      const ruGeom::Viewport& v = kept.getViewport();
-      for (int i = 0; i < 4; ++i) {
-        const ruLinear::Point corner(i == 1 || i == 2 ? footprint.getMax(0) : footprint.getMin(0),
-                                     i >= 2 ? footprint.getMax(1) : footprint.getMin(1), ground);
-        if (!in.camera.project(corner, from[i]) || !kept.project(corner, to[i])) return false;
-        if (to[i].x < v.x || to[i].y < v.y || to[i].x > v.x + v.width || to[i].y > v.y + v.height) return false;
-      }
-      if (area(to) < 1.0 || area(from) > 2.0 * area(to)) return false;
-      if (!homography(from, to, reproject_.h)) return false;
-      ruGeom::Camera near;
-      if (!context.bindScratch(0, &in.camera, kZero)) return false;
-      if (!around(in.camera, ruGeom::BoundingBox(footprint), 1, near)) return true;  // out of view: empty
-      if (!context.bindScratch(0, &near, nullptr)) return false;
-      context.drawFullSurface(reproject_, near);
-      return true;
-    };
-    if (!context.bindTarget(in.target, &in.camera)) return;
-    const bool masked = cache_.fill(context, in, &flatten, [&] {
-      if (!context.bindScratch(0, &in.camera, kZero)) return false;
+    auto drawMask = [&](int index, const ruGeom::Camera& camera) {
+      if (!context.bindScratch(index, &camera, kZero)) return false;
       ItemPassOptions mask;
       mask.depthTest = ItemPassOptions::DepthTest::Always;
       mask.depthWrite = false;
       mask.overrideShader = &maskShader_;
       mask.worldTransform = &flatten;
       mask.reject = [](DrawItem& item) { return !item.isTriangles(); };
-      context.drawItems(in.worlds, in.camera, mask);
+      context.drawItems(in.worlds, camera, mask);
       return true;
-    }, reproject);
-    if (!masked) return;
+    };
+    if (!context.bindTarget(in.target, &in.camera)) return;
+    // The mask lies on the ground, so it is kept as seen from straight above (as long as the
+    // items stay) and each view takes it through the plane's homography: turning the camera
+    // draws no item again. A view magnifying it more than twice, or not seeing the whole
+    // footprint in front of the eye, draws the mask itself.
+    ruGeom::Camera top;
+    bool masked = false;
+    const ruRen::FBOInfo info = in.target->getFBO().getInfo();
+    if (info.width > 0 && info.height > 0 && !info.multisample && lookDown(footprint, info, top)) {
+      PassInputs above = in;
+      above.camera = top;
+      masked = cache_.fill(context, above, &flatten, [&] { return drawMask(3, top); }, 3) &&
+               reproject(context, in.camera, top, footprint);
+    }
+    if (!masked && !drawMask(0, in.camera)) return;
     if (!buildCoarseMask(context, in.camera, coarse_, {&rowBlur_, &shadow_})) return;
     // The blurred passes only where the flattened items can reach.
     ruGeom::Camera near;
@@ -597,6 +613,52 @@ class GroundShadowNode final : public Node {
     shadow_.darkness = GroundShadowEditor::darkness;
     context.drawFullSurface(shadow_, near);
   }
+  // A camera straight above the footprint (a rectangle on the ground) showing all of it in a
+  // frame of `info`'s size; false when it cannot.
+  static bool lookDown(const ruLinear::Range3d& footprint, const ruRen::FBOInfo& info, ruGeom::Camera& out) {
+    const double halfX = 0.5 * (footprint.getMax(0) - footprint.getMin(0));
+    const double halfY = 0.5 * (footprint.getMax(1) - footprint.getMin(1));
+    const double half = 1.1 * std::max({halfX, halfY, 1e-6});
+    const double aspect = double(info.width) / info.height;
+    const double angle = 0.5;
+    const double distance = half / (std::tan(angle / 2) * std::min(1.0, aspect));
+    const ruLinear::Point centre(footprint.getMin(0) + halfX, footprint.getMin(1) + halfY, footprint.getMin(2));
+    ruGeom::AngleAspect frustum;
+    frustum.setAngle(angle);
+    frustum.setAspectRatio(aspect);
+    frustum.setDepthRange(0.5 * distance, 1.5 * distance);
+    out.setViewport(ruGeom::Viewport(0, 0, info.width, info.height));
+    out.setFrustum(frustum);
+    out.setWorldToEye(centre, centre + ruLinear::Vector(0, 0, distance), ruLinear::Vector(0, 1, 0));
+    for (int i = 0; i < 4; ++i) {
+      ruLinear::Point2 p;
+      if (!out.project(corner(footprint, i), p) || p.x < 0 || p.y < 0 || p.x > info.width || p.y > info.height) return false;
+    }
+    return true;
+  }
+
+  static ruLinear::Point corner(const ruLinear::Range3d& footprint, int i) {
+    return ruLinear::Point(i == 1 || i == 2 ? footprint.getMax(0) : footprint.getMin(0),
+                           i >= 2 ? footprint.getMax(1) : footprint.getMin(1), footprint.getMin(2));
+  }
+
+  // Scratch 0 gets the mask kept in scratch 3 (seen by `kept`) as `camera` sees it.
+  bool reproject(PassContext& context, const ruGeom::Camera& camera, const ruGeom::Camera& kept,
+                 const ruLinear::Range3d& footprint) {
+    ruLinear::Point2 from[4], to[4];
+    for (int i = 0; i < 4; ++i) {
+      if (!camera.project(corner(footprint, i), from[i]) || !kept.project(corner(footprint, i), to[i])) return false;
+    }
+    if (area(to) < 1.0 || area(from) > 2.0 * area(to)) return false;
+    if (!homography(from, to, reproject_.h)) return false;
+    if (!context.bindScratch(0, &camera, kZero)) return false;
+    ruGeom::Camera near;
+    if (!around(camera, ruGeom::BoundingBox(footprint), 1, near)) return true;  // out of view: no shadow
+    if (!context.bindScratch(0, &near, nullptr)) return false;
+    context.drawFullSurface(reproject_, near);
+    return true;
+  }
+
   const char* onKindName() const override { return "GroundShadowNode"; }
 
   MaskShader maskShader_;
@@ -636,6 +698,12 @@ private:
       mask.depthTest = ItemPassOptions::DepthTest::Always;
       mask.depthWrite = false;
       mask.overrideShader = &maskShader_;
+      // Closed solids by their triangles facing the eye, the rest whole.
+      mask.cullBackFaces = true;
+      mask.reject = [this](DrawItem& item) { return !closed_.closed(item); };
+      context.drawItems(in.worlds, in.camera, mask);
+      mask.cullBackFaces = false;
+      mask.reject = [this](DrawItem& item) { return closed_.closed(item); };
       context.drawItems(in.worlds, in.camera, mask);
       return true;
     });
@@ -651,6 +719,7 @@ private:
 
   MaskShader maskShader_;
   MaskCache cache_;
+  ClosedMeshes closed_;
   CoarseMaskShader coarse_;
   RowDistanceShader rowDistance_;
   GlowShader glow_;

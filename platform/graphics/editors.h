@@ -29,7 +29,9 @@ class WorldNode;
 // A soft shadow of the world's triangle items on the ground below them: the plane z = 0, or the
 // plane through the lowest point of the items when they reach below it. The items are flattened
 // straight down onto it, blurred over a few pixels and darken what is already drawn; meant to run
-// before the scene's own passes, which then cover it where items stand in front.
+// before the scene's own passes, which then cover it where items stand in front. While the items
+// stay as they are, their footprint is kept (seen from straight above) and each frame takes it
+// through the ground plane's homography, so turning the camera draws no item again.
 class VO_GR_API GroundShadowEditor {
 public:
   explicit GroundShadowEditor(DrawSystem& system) noexcept : system_(&system) {}
@@ -48,7 +50,8 @@ private:
 // at most 64 pixels: every pixel within that distance of a silhouette pixel takes the colour (the
 // outermost half pixel fades out). With `outsideOnly` true the items' own pixels are left as they
 // are; false tints them by the colour at half strength as well. The silhouette is the items' whole
-// outline, hidden parts included.
+// outline, hidden parts included, cut by their shaders' clipping planes. The silhouette is kept
+// between draws and drawn again only when the camera, the frame's size or an item changes.
 class VO_GR_API GlowEditor {
 public:
   explicit GlowEditor(DrawSystem& system) noexcept : system_(&system) {}

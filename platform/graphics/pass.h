@@ -40,6 +40,9 @@ struct ItemPassOptions {
   // Colour is XORed into the target instead of written or blended: drawing white over a pixel
   // twice restores it, so a scratch surface counts the surfaces over a pixel by parity.
   bool toggleColor = false;
+  // Leaves out the triangles facing away from the camera (a mask of closed solids needs only
+  // the ones facing it).
+  bool cullBackFaces = false;
 };
 
 // What a node's onExecute works with during one draw: the draw system and the renderer. Pass

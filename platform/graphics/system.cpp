@@ -705,7 +705,12 @@ public:
     } else {
       glDisable(GL_POLYGON_OFFSET_FILL);
     }
-    glDisable(GL_CULL_FACE);
+    if (options.cullBackFaces) {
+      glEnable(GL_CULL_FACE);
+      glCullFace(GL_BACK);
+    } else {
+      glDisable(GL_CULL_FACE);
+    }
     glDisable(GL_BLEND);
     if (options.toggleColor) {
       glEnable(GL_COLOR_LOGIC_OP);
@@ -746,6 +751,7 @@ public:
     }
     glDisable(GL_POLYGON_OFFSET_FILL);
     glDisable(GL_COLOR_LOGIC_OP);
+    glDisable(GL_CULL_FACE);
     for (int i = 0; i < enabledClipPlanes_; ++i) glDisable(GL_CLIP_DISTANCE0 + i);
     enabledClipPlanes_ = 0;
   }

@@ -651,6 +651,104 @@ TEST(GroundShadowEditorGLTest, AShadowKeptFromAnotherViewMatchesOneDrawnAfresh) 
   EXPECT_GT(darkened, 200);  // there is a shadow to compare
   EXPECT_LT(differing, darkened / 10);
   EXPECT_LE(largest, 40) << differing << " of " << darkened;
-  // And the shadow is where a fresh draw puts it.
-  EXPECT_LT(brightness(at(reprojected, turned, Point(0, 0, 0))), brightness(kBackground) - 60);
+  // And the shadow is where the footprints are: on a grid of ground points, those more than the
+  // blur away from every footprint's edge keep the background outside and take the full
+  // darkness inside (where no cube covers them).
+  struct Rect {
+    double x0, x1, y0, y1;
+  };
+  const Rect footprints[2] = {{-0.5, 0.5, -0.5, 0.5}, {0.8, 1.6, 0.2, 0.6}};
+  for (const auto& [image, camera] : {std::pair{&reprojected, &turned}, std::pair{&drawn, &turned}}) {
+    int inside = 0, outside = 0;
+    for (double x = -2.5; x <= 2.5; x += 0.025) {
+      for (double y = -2.5; y <= 2.5; y += 0.025) {
+        ruLinear::Point2 p;
+        if (!camera->project(Point(x, y, 0), p) || p.x < 0 || p.y < 0 || p.x >= kSize || p.y >= kSize) continue;
+        bool in = false;
+        double edge = 1e9;  // pixels to the nearest footprint edge
+        for (const Rect& r : footprints) {
+          const bool within = x > r.x0 && x < r.x1 && y > r.y0 && y < r.y1;
+          in = in || within;
+          const Point nearest = within ? Point(std::min({x - r.x0, r.x1 - x}) < std::min({y - r.y0, r.y1 - y})
+                                                   ? (x - r.x0 < r.x1 - x ? r.x0 : r.x1)
+                                                   : x,
+                                               std::min({x - r.x0, r.x1 - x}) < std::min({y - r.y0, r.y1 - y})
+                                                   ? y
+                                                   : (y - r.y0 < r.y1 - y ? r.y0 : r.y1),
+                                               0)
+                                       : Point(std::clamp(x, r.x0, r.x1), std::clamp(y, r.y0, r.y1), 0);
+          ruLinear::Point2 q;
+          if (camera->project(nearest, q)) edge = std::min(edge, std::hypot(q.x - p.x, q.y - p.y));
+        }
+        if (edge < GroundShadowEditor::blurPixels + 3) continue;
+        const Byte4 pixel = image->pixel(int(p.x), int(p.y));
+        if (brightness(pixel) > 300) continue;  // a cube in front
+        if (in) {
+          const int expected = int(std::lround(kBackground.r * (1 - GroundShadowEditor::darkness)));
+          EXPECT_NEAR(pixel.r, expected, 3) << x << "," << y;
+          ++inside;
+        } else {
+          EXPECT_TRUE(voGR::test::near(pixel, kBackground, 0)) << x << "," << y;
+          ++outside;
+        }
+      }
+    }
+    EXPECT_GT(inside, 40);
+    EXPECT_GT(outside, 1000);
+  }
+}
+
+namespace {
+
+// A cube on 8 shared corners, its 12 triangles wound outward (or inward): closed and oriented.
+ru::Reference<ruGeom::CompactMesh> sharedCube(const Point& a, const Point& b, bool inward) {
+  ru::Reference<ruGeom::CompactMesh> mesh(new ruGeom::CompactMesh());
+  mesh->setNumVertices(8);
+  for (int i = 0; i < 8; ++i) {
+    mesh->editVertices()[i] = ruGeom::MeshVertex(Point(i & 1 ? b.x : a.x, i & 2 ? b.y : a.y, i & 4 ? b.z : a.z));
+  }
+  const std::uint32_t quads[6][4] = {{0, 2, 3, 1}, {4, 5, 7, 6}, {0, 1, 5, 4}, {2, 6, 7, 3}, {0, 4, 6, 2}, {1, 3, 7, 5}};
+  mesh->setNumTriangles(12);
+  std::uint32_t* t = mesh->editTriangles();
+  for (int q = 0; q < 6; ++q) {
+    const std::uint32_t* c = quads[q];
+    const std::uint32_t tri[6] = {c[0], c[1], c[2], c[0], c[2], c[3]};
+    for (int k = 0; k < 6; ++k) t[6 * q + k] = tri[inward ? 5 - k : k];
+  }
+  return mesh;
+}
+
+Image glowFrame(ru::Reference<ruGeom::CompactMesh> mesh, const std::string& name) {
+  EffectScene s;
+  if (!s.system) return {};
+  WorldNode* scene = s.world("scene");
+  WorldNode* selected = s.world("selected");
+  s.addClear();
+  s.addScenePass(scene);
+  EXPECT_TRUE(GlowEditor(*s.system).add(s.target, selected, s.cameraNode, ruUtil::Color(1, 1, 0, 1), true, 0.25));
+  s.setCamera(voGR::test::GLScene::camera(Point(2, -3, 4), Point(0, 0, 0)));
+  s.emit(std::move(mesh), ruUtil::Color(0.8f, 0.1f, 0.1f, 1), {"scene", "selected"});
+  return s.frame(name);
+}
+
+}  // namespace
+
+// A closed solid's mask skips its triangles facing away; the glow must not change for it.
+TEST(GlowEditorGLTest, AClosedSolidGlowsAsTheSameShapeMadeOfSeparateFaces) {
+  const Image faces = glowFrame(cuboid(Point(-0.5, -0.5, -0.5), Point(0.5, 0.5, 0.5)), "glow_cube_faces");
+  const Image outward = glowFrame(sharedCube(Point(-0.5, -0.5, -0.5), Point(0.5, 0.5, 0.5), false), "glow_cube_closed");
+  const Image inward = glowFrame(sharedCube(Point(-0.5, -0.5, -0.5), Point(0.5, 0.5, 0.5), true), "glow_cube_inward");
+  ASSERT_EQ(faces.xSize(), kSize);
+  int glow = 0, same = 0, sameInward = 0;
+  for (int y = 0; y < kSize; ++y) {
+    for (int x = 0; x < kSize; ++x) {
+      const bool isGlow = voGR::test::near(faces.pixel(x, y), Byte4(255, 255, 0, 255), 1);
+      glow += isGlow;
+      same += isGlow == voGR::test::near(outward.pixel(x, y), Byte4(255, 255, 0, 255), 1);
+      sameInward += isGlow == voGR::test::near(inward.pixel(x, y), Byte4(255, 255, 0, 255), 1);
+    }
+  }
+  EXPECT_GT(glow, 1000);
+  EXPECT_EQ(same, kSize * kSize);
+  EXPECT_EQ(sameInward, kSize * kSize);
 }
