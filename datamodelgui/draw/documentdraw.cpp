@@ -96,24 +96,30 @@ void DocumentDraw::update() { rebuild(); }
 void DocumentDraw::rebuild() {
   if (!needsRebuild_) return;
   needsRebuild_ = false;
-  ru::hash_set<voDMD::Object*> present;
-  voSupport::CallInfo info;
-  // The default iterator walks the current document: make it this one for the walk.
-  info.set<voDMD::Document>(document_);
-  {
-    voSupport::CallScope scope(info);
-    for (voDMD::ObjectIterator it; it.valid(); it.next()) {
-      voDMD::Object* object = it.getObject();
-      present.insert(object);
-      if (objectDraws_.find(object) == objectDraws_.end()) {
-        // An object of a class with no factory lands here at every rebuild, and only sets modified.
-        addObject(object);
-        modified_ = true;
-      }
+  // Every object of this document, the invisible root left out: what the default iterator walks
+  // when this document is the current one, without needing it to be.
+  std::size_t entriesSeen = 0;
+  voDMD::ObjectIterator walk(document_->root());
+  for (walk.next(); walk.valid(); walk.next()) {
+    voDMD::Object* object = walk.getObject();
+    if (objectDraws_.find(object) != objectDraws_.end()) {
+      ++entriesSeen;
+    } else {
+      // An object of a class with no factory lands here at every rebuild, and only sets modified.
+      addObject(object);
+      if (objectDraws_.find(object) != objectDraws_.end()) ++entriesSeen;
+      modified_ = true;
     }
   }
-  for (auto it = objectDraws_.begin(); it != objectDraws_.end();) {
-    auto current = it++;
+  // Every entry belongs to an object met above: nothing is stale. This is the usual case, and it
+  // spares the set of present objects that finding stale entries needs.
+  if (entriesSeen == objectDraws_.size()) return;
+  ru::hash_set<voDMD::Object*> present;
+  present.reserve(entriesSeen);
+  voDMD::ObjectIterator again(document_->root());
+  for (again.next(); again.valid(); again.next()) present.insert(again.getObject());
+  for (auto entry = objectDraws_.begin(); entry != objectDraws_.end();) {
+    auto current = entry++;
     if (present.count(current->first)) continue;
     delete current->second;
     objectDraws_.erase(current);

@@ -114,7 +114,14 @@ TEST_F(DocumentDrawGLTest, ADocumentCreatedBeforeItsDrawIsPickedUpByTheFirstRebu
   EXPECT_NE(second->getDraw(a), nullptr);
   EXPECT_NE(second->getDraw(b), nullptr);
   EXPECT_EQ(second->getDraw(group), nullptr);
+  // Its drawing objects are complete: they emit into the database on the first draw.
+  const std::size_t before = scene.database->getAllItems().size();
+  second->draw();
+  EXPECT_EQ(scene.database->getAllItems().size(), before + 2);
+  ASSERT_NE(second->getDraw(a)->getDrawData(second->getDraw(a)), nullptr);
+  EXPECT_EQ(second->getDraw(a)->getDrawData(second->getDraw(a))->getItems().size(), 1u);
   second->destroy();
+  EXPECT_EQ(scene.database->getAllItems().size(), before);
 }
 
 TEST_F(DocumentDrawGLTest, AddingASubtreeMakesADrawForEveryObjectWithAFactory) {
