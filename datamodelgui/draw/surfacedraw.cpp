@@ -49,6 +49,8 @@ void SurfaceDraw::leaveRenderState() {
 
 void SurfaceDraw::updateRenderState(ru::Reference<voPLST::Dictionary> state) { onSetupGraph(state); }
 
+ru::Reference<voGR::Database> SurfaceDraw::getDatabase() const { return database_; }
+
 voGR::RenderTargetNode* SurfaceDraw::renderTargetNode() const {
   return stateInfo_ ? dynamic_cast<voGR::RenderTargetNode*>(stateInfo_->firstState()) : nullptr;
 }

@@ -54,7 +54,7 @@ public:
   // missing, the size is not positive, no draw system is in the call context, or the draw fails.
   ru::Reference<ruImage::Image> renderFrame(ru::Reference<voPLST::Dictionary> parameters);
 
-  ru::Reference<voGR::Database> getDatabase() const { return database_; }
+  ru::Reference<voGR::Database> getDatabase() const;
   voGR::RenderTargetNode* renderTargetNode() const;
   // The render states, the base one first (for inspection).
   const std::list<ru::Reference<voPLST::Dictionary>>& getRenderStates() const noexcept { return renderStates_; }
