@@ -121,24 +121,9 @@ struct BedPainter {
   }
 
   void paintFrame(const voDMD::KLTPrinter& printer) {
-    bool minusX = false, plusX = false, minusY = false, plusY = false, lower = false, upper = false;
-    if (printer.outOfBounds()) {
-      for (const ruLinear::ParamPlane& plane : voDMA::kltGetOutOfBedPlanes()) {
-        const ruLinear::Normal& normal = plane.getNormal();
-        if (normal == ruLinear::Normal::z) {
-          if (std::fabs(bottom - plane.getOrigin().z) < kBottomTolerance) lower = true;
-          else upper = true;
-        } else if (normal == ruLinear::Normal::x) {
-          plusX = true;
-        } else if (normal == -ruLinear::Normal::x) {
-          minusX = true;
-        } else if (normal == ruLinear::Normal::y) {
-          plusY = true;
-        } else if (normal == -ruLinear::Normal::y) {
-          minusY = true;
-        }
-      }
-    }
+    const unsigned sides = printer.outOfBounds() ? kltOversteppedSides(voDMA::kltGetOutOfBedPlanes(), bottom) : 0u;
+    const bool minusX = sides & 1u, plusX = sides & 2u, minusY = sides & 4u, plusY = sides & 8u;
+    const bool lower = sides & 16u, upper = sides & 32u;
     if (!drawFrame) {
       lineShader(frameColor);
       ru::Reference<ruGeom::CompactMesh> mesh = new ruGeom::CompactMesh();
@@ -166,6 +151,19 @@ struct BedPainter {
 };
 
 }  // namespace
+
+unsigned kltOversteppedSides(const std::vector<ruLinear::ParamPlane>& planes, double bottom) {
+  unsigned sides = 0;
+  for (const ruLinear::ParamPlane& plane : planes) {
+    const ruLinear::Normal& normal = plane.getNormal();
+    if (normal == ruLinear::Normal::z) sides |= std::fabs(bottom - plane.getOrigin().z) < kBottomTolerance ? 16u : 32u;
+    else if (normal == ruLinear::Normal::x) sides |= 2u;
+    else if (normal == -ruLinear::Normal::x) sides |= 1u;
+    else if (normal == ruLinear::Normal::y) sides |= 8u;
+    else if (normal == -ruLinear::Normal::y) sides |= 4u;
+  }
+  return sides;
+}
 
 KLTPrinterDraw::KLTPrinterDraw(DocumentDraw* documentDraw, voDMD::KLTPrinter* printer)
     : ObjectDraw(documentDraw, printer->owner()) {}

@@ -2,6 +2,9 @@
 
 #include "datamodelgui/draw/objectdraw.h"
 #include "datamodelgui/export.h"
+#include "platform/base/linear.h"
+
+#include <vector>
 
 namespace voDMD {
 class KLTPrinter;
@@ -27,6 +30,11 @@ protected:
               SelectionIterator hoverBegin, SelectionIterator hoverEnd,
               ru::Reference<voGR::DrawPolicy> policy) override;
 };
+
+// The sides of the useable volume that `planes` (from voDMA::kltGetOutOfBedPlanes) name, a bit each:
+// -X, +X, -Y, +Y, bottom, top (bit 0 to 5). A +Z plane within 0.01 of `bottom` is the bottom, any
+// other +Z plane the top; a -Z plane, or one along no axis, names nothing.
+DMGUI_API unsigned kltOversteppedSides(const std::vector<ruLinear::ParamPlane>& planes, double bottom);
 
 // Start-up of the print classes, run by voDMG::initialize: once per broadcaster, installs the
 // handlers of RegisterObjectDrawMsg (factories of printers and printable meshes, and the mesh
