@@ -81,12 +81,12 @@ struct BedPainter {
       line(ruLinear::Point(-halfWidth, y, bottom), ruLinear::Point(halfWidth, y, bottom));
     }
     lineShader(majorColor);
-    for (double d = gridSpacing; d <= 2.0 * halfWidth - kMajorSlack; d += gridSpacing) {
-      const double x = d - halfWidth;
+    for (int k = 1; k * gridSpacing <= 2.0 * halfWidth - kMajorSlack; ++k) {
+      const double x = k * gridSpacing - halfWidth;
       line(ruLinear::Point(x, -halfDepth, bottom), ruLinear::Point(x, halfDepth, bottom));
     }
-    for (double d = gridSpacing; d <= 2.0 * halfDepth - kMajorSlack; d += gridSpacing) {
-      const double y = d - halfDepth;
+    for (int k = 1; k * gridSpacing <= 2.0 * halfDepth - kMajorSlack; ++k) {
+      const double y = k * gridSpacing - halfDepth;
       line(ruLinear::Point(-halfWidth, y, bottom), ruLinear::Point(halfWidth, y, bottom));
     }
     draw->setShader(nullptr);
