@@ -6,6 +6,8 @@
 #include "platform/geometry/meshio.h"
 #include "platform/geometry/raycast.h"
 
+#include "bench/benchmeshes.h"
+
 #include <benchmark/benchmark.h>
 #include <embree3/rtcore.h>
 
@@ -23,31 +25,8 @@ using ruLinear::Vector;
 
 namespace {
 
-// A closed, bumpy torus of around * tube quads: 2 * around * tube triangles.
-CompactMesh makeTorus(int around, int tube) {
-  CompactMesh mesh;
-  mesh.setNumVertices(around * tube);
-  MeshVertex* v = mesh.editVertices();
-  for (int i = 0; i < around; ++i) {
-    const double u = 2 * ruLinear::pi * i / around;
-    for (int j = 0; j < tube; ++j) {
-      const double w = 2 * ruLinear::pi * j / tube;
-      const double r = 0.7 + 0.02 * std::sin(13 * u) * std::cos(7 * w);
-      v[i * tube + j] = MeshVertex(Point((2 + r * std::cos(w)) * std::cos(u), (2 + r * std::cos(w)) * std::sin(u), r * std::sin(w)));
-    }
-  }
-  mesh.setNumTriangles(2 * around * tube);
-  std::uint32_t* t = mesh.editTriangles();
-  auto at = [&](int i, int j) { return static_cast<std::uint32_t>((i % around) * tube + (j % tube)); };
-  for (int i = 0; i < around; ++i) {
-    for (int j = 0; j < tube; ++j) {
-      std::uint32_t* q = t + 6 * (static_cast<std::size_t>(i) * tube + j);
-      q[0] = at(i, j), q[1] = at(i + 1, j), q[2] = at(i + 1, j + 1);
-      q[3] = at(i, j), q[4] = at(i + 1, j + 1), q[5] = at(i, j + 1);
-    }
-  }
-  return mesh;
-}
+// The generated torus as a value (copies share its buffers).
+CompactMesh makeTorus(int around, int tube) { return *bench::torus(around, tube); }
 
 // 1000 * 500 quads: 1,000,000 triangles, 500,000 vertices.
 const CompactMesh& millionTriangles() {

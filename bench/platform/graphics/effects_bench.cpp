@@ -13,6 +13,8 @@
 #include "platform/graphics/shader.h"
 #include "platform/graphics/world.h"
 
+#include "bench/benchmeshes.h"
+
 #include <benchmark/benchmark.h>
 #include <epoxy/gl.h>
 
@@ -30,30 +32,9 @@ namespace {
 
 constexpr int kWidth = 1920, kHeight = 1080;
 
-// A closed, bumpy torus of around * tube quads: 2 * around * tube triangles (the generated mesh
-// of the geometry and graphics benchmarks).
+// The generated torus with vertex normals, as the Lambert pass draws it.
 ru::Reference<CompactMesh> makeTorus(int around, int tube) {
-  ru::Reference<CompactMesh> mesh(new CompactMesh());
-  mesh->setNumVertices(around * tube);
-  MeshVertex* v = mesh->editVertices();
-  for (int i = 0; i < around; ++i) {
-    const double u = 2 * ruLinear::pi * i / around;
-    for (int j = 0; j < tube; ++j) {
-      const double w = 2 * ruLinear::pi * j / tube;
-      const double r = 0.7 + 0.02 * std::sin(13 * u) * std::cos(7 * w);
-      v[i * tube + j] = MeshVertex(Point((2 + r * std::cos(w)) * std::cos(u), (2 + r * std::cos(w)) * std::sin(u), r * std::sin(w)));
-    }
-  }
-  mesh->setNumTriangles(2 * around * tube);
-  std::uint32_t* t = mesh->editTriangles();
-  auto at = [&](int i, int j) { return static_cast<std::uint32_t>((i % around) * tube + (j % tube)); };
-  for (int i = 0; i < around; ++i) {
-    for (int j = 0; j < tube; ++j) {
-      std::uint32_t* q = t + 6 * (static_cast<std::size_t>(i) * tube + j);
-      q[0] = at(i, j), q[1] = at(i + 1, j), q[2] = at(i + 1, j + 1);
-      q[3] = at(i, j), q[4] = at(i + 1, j + 1), q[5] = at(i, j + 1);
-    }
-  }
+  ru::Reference<CompactMesh> mesh = bench::torus(around, tube);
   ruGeom::meshComputeNormals(*mesh);
   return mesh;
 }

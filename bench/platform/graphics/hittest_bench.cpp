@@ -7,6 +7,8 @@
 #include "platform/graphics/hittest.h"
 #include "platform/graphics/world.h"
 
+#include "bench/benchmeshes.h"
+
 #include <benchmark/benchmark.h>
 #include <embree3/rtcore.h>
 
@@ -26,32 +28,7 @@ using ruLinear::Vector;
 
 namespace {
 
-// A closed, bumpy torus of around * tube quads: 2 * around * tube triangles (the same mesh as
-// the geometry benchmarks).
-ru::Reference<CompactMesh> makeTorus(int around, int tube) {
-  ru::Reference<CompactMesh> mesh(new CompactMesh());
-  mesh->setNumVertices(around * tube);
-  MeshVertex* v = mesh->editVertices();
-  for (int i = 0; i < around; ++i) {
-    const double u = 2 * ruLinear::pi * i / around;
-    for (int j = 0; j < tube; ++j) {
-      const double w = 2 * ruLinear::pi * j / tube;
-      const double r = 0.7 + 0.02 * std::sin(13 * u) * std::cos(7 * w);
-      v[i * tube + j] = MeshVertex(Point((2 + r * std::cos(w)) * std::cos(u), (2 + r * std::cos(w)) * std::sin(u), r * std::sin(w)));
-    }
-  }
-  mesh->setNumTriangles(2 * around * tube);
-  std::uint32_t* t = mesh->editTriangles();
-  auto at = [&](int i, int j) { return static_cast<std::uint32_t>((i % around) * tube + (j % tube)); };
-  for (int i = 0; i < around; ++i) {
-    for (int j = 0; j < tube; ++j) {
-      std::uint32_t* q = t + 6 * (static_cast<std::size_t>(i) * tube + j);
-      q[0] = at(i, j), q[1] = at(i + 1, j), q[2] = at(i + 1, j + 1);
-      q[3] = at(i, j), q[4] = at(i + 1, j + 1), q[5] = at(i, j + 1);
-    }
-  }
-  return mesh;
-}
+ru::Reference<CompactMesh> makeTorus(int around, int tube) { return bench::torus(around, tube); }
 
 // The torus as the one item of the active database, seen from above in an 800 x 800 viewport.
 struct Setup {

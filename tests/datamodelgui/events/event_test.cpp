@@ -151,7 +151,7 @@ INSTANTIATE_TEST_SUITE_P(
                       MapToMouseCase{TrplTapTouchInteraction, TrplTapTouchInteraction},
                       MapToMouseCase{KeyboardInteraction, KeyboardInteraction},
                       MapToMouseCase{ClickMouseInteraction, ClickMouseInteraction}),
-    [](const auto& info) { return std::string(asString(info.param.from).c_str()); });
+    [](const auto& testInfo) { return std::string(asString(testInfo.param.from).c_str()); });
 
 // ---------------------------------------------------------------------------------------------
 // Point and position
@@ -315,7 +315,7 @@ INSTANTIATE_TEST_SUITE_P(PenTypes, PenAsMouse,
                                            PenAsMouseCase{PenUp, MouseButtonRelease, 0},
                                            PenAsMouseCase{PenHover, MouseMotion, 0},
                                            PenAsMouseCase{KeyPress, MouseMove, 0}),
-                         [](const auto& info) { return std::string(asString(info.param.pen).c_str()); });
+                         [](const auto& testInfo) { return std::string(asString(testInfo.param.pen).c_str()); });
 
 TEST(MapEventForms, NativeFormIsTheSourceAndMouseFormIsMadeOnceAndKept) {
   ru::Reference<Event> pen(new PenEvent(PenDown, Point(4, 5), 1.0, 1.0f, false));

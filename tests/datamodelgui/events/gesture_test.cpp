@@ -358,7 +358,7 @@ INSTANTIATE_TEST_SUITE_P(
                       {"tool:motion MouseMotion(200,200)", "tool:wants ClickMouse MouseButtonPress(200,200)",
                        "tool:started ClickMouse MouseButtonPress(200,200)",
                        "tool:finished ClickMouse MouseButtonRelease(200,200)", "tool:motion MouseMotion(200,200)"}}),
-    [](const auto& info) { return std::string(info.param.name); });
+    [](const auto& testInfo) { return std::string(testInfo.param.name); });
 
 TEST(GestureTieBreak, KeyClickWithIntervalZeroLosesToARecognisedGestureWithAPositiveInterval) {
   // A host's own key gesture with a positive interval, recognised together with KeyClick.

@@ -218,6 +218,6 @@ TEST_P(TouchDispatch, CancellingAPendingTouchEndsItAsATap) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Clients, TouchDispatch, ::testing::Values(true, false),
-                         [](const ::testing::TestParamInfo<bool>& info) {
-                           return std::string(info.param ? "MultiTouchClient" : "MouseOnlyClient");
+                         [](const ::testing::TestParamInfo<bool>& testInfo) {
+                           return std::string(testInfo.param ? "MultiTouchClient" : "MouseOnlyClient");
                          });

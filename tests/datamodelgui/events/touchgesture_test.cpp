@@ -41,7 +41,7 @@ INSTANTIATE_TEST_SUITE_P(
                       DefaultCase{"TapPen", new TapPen(), TapPenInteraction, 0.2},
                       DefaultCase{"DragPen", new DragPen(), DragPenInteraction, 0.0},
                       DefaultCase{"PressPen", new PressPen(), PressPenInteraction, 0.5}),
-    [](const ::testing::TestParamInfo<DefaultCase>& info) { return std::string(info.param.name); });
+    [](const ::testing::TestParamInfo<DefaultCase>& testInfo) { return std::string(testInfo.param.name); });
 
 TEST(TouchGesture, OneFingerTapInPlaceIsATapOnTheLiftAndNoDrag) {
   const EventList events = queue({touches({finger(1, Point(10, 10), TouchBegan, 0.0)}),

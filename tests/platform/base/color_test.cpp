@@ -47,8 +47,8 @@ INSTANTIATE_TEST_SUITE_P(Hues, HSLPrimaries,
                          ::testing::Values(HueCase{0, 1, 0, 0}, HueCase{60, 1, 1, 0}, HueCase{120, 0, 1, 0},
                                            HueCase{180, 0, 1, 1}, HueCase{240, 0, 0, 1}, HueCase{300, 1, 0, 1},
                                            HueCase{360, 1, 0, 0}, HueCase{-120, 0, 0, 1}, HueCase{720, 1, 0, 0}),
-                         [](const auto& info) {
-                           std::string name = "Hue" + std::to_string(static_cast<int>(info.param.hue));
+                         [](const auto& testInfo) {
+                           std::string name = "Hue" + std::to_string(static_cast<int>(testInfo.param.hue));
                            for (char& c : name) {
                              if (c == '-') c = 'm';
                            }

@@ -9,7 +9,7 @@
 namespace {
 
 struct Counted : ru::ReferenceCount {
-  explicit Counted(int* deaths = nullptr) : deaths(deaths) {}
+  explicit Counted(int* deathCount = nullptr) : deaths(deathCount) {}
   ~Counted() override {
     if (deaths) ++*deaths;
   }

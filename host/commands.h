@@ -1,0 +1,15 @@
+#pragma once
+
+namespace CLI {
+class App;
+}
+
+// The subcommands of printprep. Each adds itself to the command line and, when chosen, runs and
+// stores its exit status in `status` (0 on success).
+namespace printprep {
+
+// `printprep demo`: writes a few small models, imports them onto a printer's bed and reports what
+// the print analyses find.
+void addDemoCommand(CLI::App& app, int& status);
+
+}  // namespace printprep

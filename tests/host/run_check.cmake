@@ -1,0 +1,28 @@
+# Runs one printprep command and checks its exit status and output.
+#   cmake -DPROGRAM=<printprep> "-DARGS=demo;--output;<dir>" -DEXPECT_STATUS=0
+#         "-DEXPECT=<regex>;<regex>..." ["-DFILES=<path>=<bytes>;..."] -P run_check.cmake
+# Each regular expression must match somewhere in the standard output and error together.
+execute_process(COMMAND ${PROGRAM} ${ARGS} RESULT_VARIABLE status OUTPUT_VARIABLE out ERROR_VARIABLE err)
+set(all "${out}${err}")
+message("${all}")
+if(NOT "${status}" STREQUAL "${EXPECT_STATUS}")
+  message(SEND_ERROR "printprep ${ARGS}: exit status ${status}, expected ${EXPECT_STATUS}")
+endif()
+foreach(pattern IN LISTS EXPECT)
+  if(NOT all MATCHES "${pattern}")
+    message(SEND_ERROR "printprep ${ARGS}: no line matches \"${pattern}\"")
+  endif()
+endforeach()
+foreach(entry IN LISTS FILES)
+  string(REPLACE "=" ";" parts "${entry}")
+  list(GET parts 0 path)
+  list(GET parts 1 bytes)
+  if(NOT EXISTS "${path}")
+    message(SEND_ERROR "printprep ${ARGS}: ${path} was not written")
+  else()
+    file(SIZE "${path}" size)
+    if(NOT size EQUAL bytes)
+      message(SEND_ERROR "printprep ${ARGS}: ${path} has ${size} bytes, expected ${bytes}")
+    endif()
+  endif()
+endforeach()
