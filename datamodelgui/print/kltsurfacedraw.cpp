@@ -2,6 +2,8 @@
 
 #include "datamodelgui/draw/documentdraw.h"
 #include "datamodelgui/draw/objectdraw.h"
+#include "datamodelgui/print/meshdraw.h"
+#include "datamodelgui/selection/hittester.h"
 #include "platform/datamodel/actions.h"
 #include "platform/datamodel/print.h"
 #include "platform/graphics/device.h"
@@ -19,12 +21,6 @@
 namespace voDMG {
 
 namespace {
-
-// The class whose drawing objects re-emit when the planes change; set by the print start-up.
-std::type_index& meshDrawType() {
-  static std::type_index type = typeid(void);
-  return type;
-}
 
 bool inWorldSpace(const voGR::DrawItem& item) { return item.getSpace() == voGR::SpaceWorld; }
 bool placed(const voGR::DrawItem& item) { return static_cast<bool>(item.getTransformer()); }
@@ -53,13 +49,14 @@ void mergeInto(ruGeom::BoundingBox& out, const ruGeom::BoundingBox& box) {
 
 }  // namespace
 
-void KLTSurfaceDraw::setMeshDrawType(std::type_index drawType) { meshDrawType() = drawType; }
-std::type_index KLTSurfaceDraw::getMeshDrawType() { return meshDrawType(); }
-
 KLTSurfaceDraw::KLTSurfaceDraw(voGR::DrawSystem& system, ru::Reference<voGR::DataNodeStateInfo> stateInfo)
     : DocumentSurfaceDraw(system, std::move(stateInfo)),
       capEditor_(system),
-      documentDraw_(voSupport::ci().find<DocumentDraw>()) {}
+      documentDraw_(voSupport::ci().find<DocumentDraw>()) {
+  // The hit tester works with the camera of the last print surface made.
+  if (auto* hitTester = voSupport::ci().find<DocumentHitTester>())
+    hitTester->setCameraGetter([this] { return getRenderCamera(); });
+}
 
 KLTSurfaceDraw::~KLTSurfaceDraw() {
   std::fputs("~KLTSurfaceDraw called\n", stdout);
@@ -98,7 +95,7 @@ void KLTSurfaceDraw::clearClippingPlanes() {
 }
 
 void KLTSurfaceDraw::modified() {
-  if (documentDraw_) documentDraw_->setDrawPolicyModified(meshDrawType());
+  if (documentDraw_) documentDraw_->setDrawPolicyModified(typeid(KLTMeshDraw));
 }
 
 void KLTSurfaceDraw::updateCapPosition(const ruLinear::Plane& plane, ruLinear::Range3d range) {

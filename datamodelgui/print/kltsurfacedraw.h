@@ -2,11 +2,10 @@
 
 #include "datamodelgui/draw/surfacedraw.h"
 #include "datamodelgui/export.h"
+#include "datamodelgui/print/clipping.h"
 #include "platform/base/linear.h"
 #include "platform/graphics/editors.h"
 
-#include <typeindex>
-#include <vector>
 
 namespace voDMD {
 class KLTMesh;
@@ -21,32 +20,21 @@ namespace voDMG {
 
 class DocumentDraw;
 
-// One plane of the cut-away. A plain plane clips every print mesh; a selection plane clips only
-// the selected ones.
-struct ClippingPlane {
-  ruLinear::Plane plane;
-  bool selectionOnly = false;
-};
-
 // The document surface of the print view: nine filtered worlds, a radial background, the triangle
 // pass with cut-away caps, lines, three glows (selected, hovered, hovered and selected), x-ray and
 // screen-space passes, and beside the main chain an off-screen branch that renders thumbnails of
 // one print mesh or of the whole bed. It keeps the cut-away's planes, which the print meshes' draw
 // policy reads at each emission.
-class DMGUI_API KLTSurfaceDraw : public DocumentSurfaceDraw {
+class DMGUI_API KLTSurfaceDraw : public DocumentSurfaceDraw, public ClippingPlaneSource {
 public:
   KLTSurfaceDraw(voGR::DrawSystem& system, ru::Reference<voGR::DataNodeStateInfo> stateInfo);
   ~KLTSurfaceDraw() override;
 
-  // The drawing-object class whose members redraw when the planes change (the print mesh draw
-  // registers itself here at start-up; until then a plane change marks nothing).
-  static void setMeshDrawType(std::type_index drawType);
-  static std::type_index getMeshDrawType();
-
   void addClippingPlane(const ruLinear::Plane& plane);
   void addSelectionClippingPlane(const ruLinear::Plane& plane);
   void clearClippingPlanes();
-  std::vector<ClippingPlane> planes() const { return clippingPlanes_; }
+  // A copy of the list, oldest first.
+  ClippingPlaneList planes() const override { return clippingPlanes_; }
 
   // The caps are driven from outside: whoever sets the planes also places, rebuilds and shows them.
   void updateCapPosition(const ruLinear::Plane& plane, ruLinear::Range3d range);
@@ -62,7 +50,8 @@ public:
   void setExtendBBoxForMeshesInsideBed(bool extend) noexcept { extendBBoxForMeshesInsideBed_ = extend; }
 
   // The camera the main passes draw with (the view camera with its depth range fitted to the
-  // scene); the hit tester is given the same.
+  // scene); the constructor gives the hit tester of the call info a getter of it, which is not
+  // taken back at destruction: the surface must outlive the hit tester's use of it.
   ruGeom::Camera getRenderCamera() const;
 
   // The nodes, null until initialize (for the host and for inspection).
@@ -89,7 +78,7 @@ private:
   void onPreRenderFrame(ru::Reference<voPLST::Dictionary> parameters) override;
   void onPostRenderFrame(ru::Reference<voPLST::Dictionary> parameters) override;
 
-  // Makes the print meshes emit again, so they take up the new plane list.
+  // Makes the print meshes (KLTMeshDraw) emit again, so they take up the new plane list.
   void modified();
   // The box the camera controls frame (see the source).
   void getCameraControlsBBox(ruGeom::BoundingBox& out);
@@ -110,7 +99,7 @@ private:
   voDMD::Object* thumbObject_ = nullptr;
   bool extendBBoxForMeshesInsideBed_ = true;
   voGR::KLTCapEditor capEditor_;
-  std::vector<ClippingPlane> clippingPlanes_;
+  ClippingPlaneList clippingPlanes_;
   DocumentDraw* documentDraw_ = nullptr;
 };
 

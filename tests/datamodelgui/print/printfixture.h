@@ -2,16 +2,18 @@
 
 // The print view on a real off-screen draw system: a document with a printer and print meshes,
 // a DocumentDraw, the settings, and a KLTSurfaceDraw on a 256 x 256 frame buffer, all entered in
-// the call info as a host enters them. Until the print mesh draw joins, print meshes are drawn by
-// a small drawing object of the test's own: flat colour (a colour per object), the cut-away
-// planes copied into its shader as the print policy does, an optional tag, and a wire box of its
-// extent as a line item. The printer is drawn as the wire box of its total volume (type 2 lines).
+// the call info as a host enters them. Print meshes are drawn by the library's KLTMeshDraw where a
+// test asks (useMeshDraw); elsewhere, so that pixels can be told apart by colour, by a stand-in of
+// the test's own: flat colour (a colour per object), the cut-away planes copied into its shader as
+// the print policy does, an optional tag, and a wire box of its extent as a line item. The printer
+// is drawn as the wire box of its total volume (type 2 lines).
 
 #include "../../platform/graphics/glscene.h"
 #include "../docfixture.h"
 #include "datamodelgui/draw/documentdraw.h"
 #include "datamodelgui/draw/objectdraw.h"
 #include "datamodelgui/print/kltsurfacedraw.h"
+#include "datamodelgui/print/meshdraw.h"
 #include "platform/datamodel/print.h"
 #include "platform/geometry/construct.h"
 #include "platform/graphics/draw.h"
@@ -151,16 +153,16 @@ struct PrintFixture {
     callInfo.set<voDMG::DocumentDraw>(documentDraw);
     documentDraw->setDrawFactory(typeid(voDMD::KLTMeshClass), &makeMeshDraw);
     documentDraw->setDrawFactory(typeid(voDMD::KLTPrinterClass), &makePrinterDraw);
-    voDMG::KLTSurfaceDraw::setMeshDrawType(typeid(StandInMeshDraw));
+    documentDraw->setDrawPolicy(typeid(voDMG::KLTMeshDraw), new voDMG::KLTMeshDrawPolicy());
     surface = new voDMG::KLTSurfaceDraw(*system, info);
     surface->initialize();
+    callInfo.set<voDMG::DocumentSurfaceDraw>(surface.get());
     surface->updateCamera(doc.document.camera()->get());
     StandInMeshDraw::surface() = surface.get();
   }
   ~PrintFixture() {
     StandInMeshDraw::surface() = nullptr;
     StandInMeshDraw::looks().clear();
-    voDMG::KLTSurfaceDraw::setMeshDrawType(typeid(void));
     if (documentDraw) documentDraw->destroy();
     surface = nullptr;
     scope.reset();
@@ -178,6 +180,12 @@ struct PrintFixture {
     ru::Reference<voDMD::Object> object = voDMD::createPrinterObject(doc.document, useable, total);
     doc.document.insert(object, nullptr);
     return object.get();
+  }
+  // Draws `object` with the library's print mesh draw and policy instead of the stand-in.
+  voDMG::KLTMeshDraw* useMeshDraw(voDMD::Object* object) {
+    auto* draw = new voDMG::KLTMeshDraw(documentDraw, kltMesh(object));
+    documentDraw->setDraw(object, draw);
+    return draw;
   }
   static voDMD::KLTMesh* kltMesh(voDMD::Object* object) { return object->findAttribute<voDMD::KLTMesh>(); }
   StandInMeshDraw* standIn(voDMD::Object* object) const {
