@@ -134,6 +134,31 @@ TEST_F(KLTSurfaceDrawGLTest, PassOrderOfTheMainChainAndOfTheThumbnailBranch) {
   EXPECT_EQ(surface->getRenderCamera(), surface->renCameraNode()->getCamera());
 }
 
+TEST_F(KLTSurfaceDrawGLTest, TheHitTesterLooksThroughTheSurfacesCamera) {
+  ASSERT_TRUE(system);
+  voDMD::Object* mesh = addPrintMesh(cube(0, 0, 0, 1));
+  documentDraw->draw();
+  // The document's camera looks away from the mesh; the surface's looks at it.
+  doc.document.camera()->set(lookAt(ruLinear::Point(0, -0.001, 12), ruLinear::Point(30, 0, 0)));
+  surface->updateCamera(lookAt(ruLinear::Point(0, -0.001, 12), ruLinear::Point(0, 0, 0)));
+  voGR::HitTestConfig config;
+  config.radius = 2;
+  int heard = 0;
+  ruRTB::SignalClient listener;
+  hitTester.sigHitsChanged(config, false).addCallback([&] { ++heard; }, listener);
+  hitTester.hitTest(ruLinear::Point2(kSize / 2, kSize / 2), voDMG::DocumentHitTester::Move);
+  const ru::vector<voGR::HitRecord>* records = hitTester.records(config, false);
+  ASSERT_TRUE(records);
+  ASSERT_FALSE(records->empty());
+  EXPECT_EQ(records->front().owner, documentDraw->getDraw(mesh));
+  EXPECT_EQ(heard, 1);
+
+  // Turned away, the surface's camera sees nothing there.
+  surface->updateCamera(lookAt(ruLinear::Point(0, -0.001, 12), ruLinear::Point(-30, 0, 0)));
+  hitTester.hitTest(ruLinear::Point2(kSize / 2, kSize / 2), voDMG::DocumentHitTester::Move);
+  EXPECT_TRUE(hitTester.records(config, false)->empty());
+}
+
 TEST_F(KLTSurfaceDrawNoCapsGLTest, WithoutTheCapsSettingTheChainHasNoCapPass) {
   ASSERT_TRUE(system);
   EXPECT_EQ(passOrder(system->getGraph(), surface->renderTargetNode()->getLastState()),

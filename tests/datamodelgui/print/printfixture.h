@@ -14,6 +14,7 @@
 #include "datamodelgui/draw/objectdraw.h"
 #include "datamodelgui/print/kltsurfacedraw.h"
 #include "datamodelgui/print/meshdraw.h"
+#include "datamodelgui/selection/hittester.h"
 #include "platform/datamodel/print.h"
 #include "platform/geometry/construct.h"
 #include "platform/graphics/draw.h"
@@ -148,6 +149,7 @@ struct PrintFixture {
     callInfo.set<voDMD::Camera>(doc.document.camera());
     callInfo.set<voSupport::PropertySet>(&settings);
     callInfo.set<voDMG::SelectionSet>(&selection);
+    callInfo.set<voDMG::DocumentHitTester>(&hitTester);
     scope = std::make_unique<voSupport::CallScope>(callInfo);
     documentDraw = new voDMG::DocumentDraw(&doc.document);
     callInfo.set<voDMG::DocumentDraw>(documentDraw);
@@ -225,6 +227,7 @@ struct PrintFixture {
   doctest::DocFixture doc;
   voSupport::PropertySet settings;
   voDMG::SelectionSet selection;
+  voDMG::DocumentHitTester hitTester;
   voSupport::CallInfo callInfo;
   std::unique_ptr<voSupport::CallScope> scope;
   voDMG::DocumentDraw* documentDraw = nullptr;
