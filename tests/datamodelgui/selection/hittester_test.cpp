@@ -100,6 +100,15 @@ protected:
   const ru::vector<voGR::HitRecord>* candidateRecords() const {
     return hitTester.records(const_cast<voDMG::CandidateSet&>(candidates).hitTestConfig(), true);
   }
+  // A candidate set made while the settings' radius is `radius`: its key has that radius.
+  static std::unique_ptr<voDMG::CandidateSet> candidatesWithRadius(int radius) {
+    const int saved = voSupport::getHitTestRadius();
+    voSupport::setHitTestRadius(radius);
+    auto made = std::make_unique<voDMG::CandidateSet>();
+    voSupport::setHitTestRadius(saved);
+    EXPECT_EQ(made->hitTestConfig().radius, radius);
+    return made;
+  }
   voGR::HitTestConfig plainConfig() const {
     voGR::HitTestConfig config;
     config.radius = 0;
@@ -338,64 +347,67 @@ TEST_F(HitTesterGLTest, SetOcclusionFiltersMovesTheConnectionToTheNewKey) {
   hitTester.hitTest(overNothing(), DocumentHitTester::Move);
   hitTester.hitTest(overA(), DocumentHitTester::Move);
   EXPECT_EQ(itemsOf(candidates), std::vector<SelectionItem>{SelectionItem(a)});
-  // A direct change of the config does not move the connection.
+  // A direct change of the config does not move the connection; a later setOcclusionFilters then
+  // looks for it on the changed key, so the first connection stays where it was.
+  const voGR::HitTestConfig connected = candidates.hitTestConfig();
   candidates.hitTestConfig().radius = 7;
   EXPECT_EQ(hitTester.sigHitsChanged(candidates.hitTestConfig(), true).numConnections(), 0);
+  candidates.setOcclusionFilters(nullptr, second.get());
+  EXPECT_EQ(hitTester.sigHitsChanged(connected, true).numConnections(), 1);
+  EXPECT_EQ(hitTester.sigHitsChanged(candidates.hitTestConfig(), true).numConnections(), 1);
 }
 
 TEST_F(HitTesterGLTest, FiltersRunInOrderThenPrecedenceFiltersAndNullIsIgnored) {
   twoCubes();
   // A wide pick disc between the cubes sees both.
-  candidates.hitTestConfig().radius = 40;
-  candidates.setOcclusionFilters(nullptr, nullptr);
+  auto wide = candidatesWithRadius(40);
   const ruLinear::Point2 between = pixelOf(ruLinear::Point(0, -1, 0));
   std::vector<std::string> log;
   ru::Reference<voDMG::SelectionFilter> first = new KeepOnly(b, log, "first");
   ru::Reference<voDMG::SelectionFilter> second = new KeepOnly(b, log, "second");
   ru::Reference<voDMG::SelectionFilter> precedence = new KeepOnly(a, log, "precedence");
-  candidates.addPrecedenceFilter(precedence);
-  candidates.addFilter(first);
-  candidates.addFilter(nullptr);
-  candidates.addFilter(second);
+  wide->addPrecedenceFilter(precedence);
+  wide->addFilter(first);
+  wide->addFilter(nullptr);
+  wide->addFilter(second);
   hitTester.hitTest(between, DocumentHitTester::Move);
   EXPECT_EQ(log, (std::vector<std::string>{"first:2", "second:1", "precedence:1"}));
-  EXPECT_TRUE(candidates.empty());
+  EXPECT_TRUE(wide->empty());
   log.clear();
-  candidates.removePrecedenceFilter(precedence);
-  candidates.removeFilter(nullptr);
-  candidates.removeFilter(first);
+  wide->removePrecedenceFilter(precedence);
+  wide->removeFilter(nullptr);
+  wide->removeFilter(first);
   hitTester.hitTest(overNothing(), DocumentHitTester::Move);
   hitTester.hitTest(between, DocumentHitTester::Move);
   EXPECT_EQ(log, (std::vector<std::string>{"second:0", "second:2"}));
-  EXPECT_EQ(itemsOf(candidates), std::vector<SelectionItem>{SelectionItem(b)});
+  EXPECT_EQ(itemsOf(*wide), std::vector<SelectionItem>{SelectionItem(b)});
 }
 
 TEST_F(HitTesterGLTest, TheDefaultRuleIsOfferedOnlyTheFirstItem) {
   twoCubes();
   voDMD::Object* c = doc.addCuboid(box(-1, 5, 3, 1, 6, 4));
   documentDraw->draw();
-  candidates.hitTestConfig().radius = 40;
-  candidates.setOcclusionFilters(nullptr, nullptr);
+  auto wide = candidatesWithRadius(40);
   const ruLinear::Point2 between = pixelOf(ruLinear::Point(0, -1, 0));
   const SelectionItem first = std::min(SelectionItem(a), SelectionItem(b));
   ru::Reference<ExpandRule> rule = new ExpandRule();
   rule->from = first.getObject();
   rule->into = {SelectionItem(c)};
-  candidates.setDefaultRule(rule);
+  wide->setDefaultRule(rule);
   std::vector<std::vector<SelectionItem>> changed;
   ruRTB::SignalClient listener;
-  candidates.sigMembershipChanged.addCallback(
+  wide->sigMembershipChanged.addCallback(
       [&](const ru::set<SelectionItem>& items) { changed.emplace_back(items.begin(), items.end()); }, listener);
   hitTester.hitTest(between, DocumentHitTester::Move);
   EXPECT_EQ(rule->offered, std::vector<SelectionItem>{first});
   // The expansion replaces the whole answer.
-  EXPECT_EQ(itemsOf(candidates), std::vector<SelectionItem>{SelectionItem(c)});
+  EXPECT_EQ(itemsOf(*wide), std::vector<SelectionItem>{SelectionItem(c)});
   ASSERT_EQ(changed.size(), 1u);
   EXPECT_EQ(changed[0], std::vector<SelectionItem>{SelectionItem(c)});
   // A rule that does not apply leaves the items as they are.
   rule->from = nullptr;
   hitTester.hitTest(overB(), DocumentHitTester::Move);
-  EXPECT_EQ(itemsOf(candidates), std::vector<SelectionItem>{SelectionItem(b)});
+  EXPECT_EQ(itemsOf(*wide), std::vector<SelectionItem>{SelectionItem(b)});
   // The symmetric difference: c left, b came.
   ASSERT_EQ(changed.size(), 2u);
   std::vector<SelectionItem> expected{SelectionItem(b), SelectionItem(c)};
