@@ -320,6 +320,8 @@ TEST_F(SelectionEndToEndGLTest, RandomSelectorWorkAgreesWithMembershipSignalsAnd
   std::set<voDMD::Object*> model;
   std::set<voDMD::Object*> lastChanged;
   int emissions = 0;
+  // Undo reaches back no further than the moves made here.
+  const std::size_t movesFrom = doc.manager.undoDepth();
   selection->sigMembershipChanged.addCallback(
       [&](const ru::set<SelectionItem>& items) {
         ++emissions;
@@ -339,7 +341,7 @@ TEST_F(SelectionEndToEndGLTest, RandomSelectorWorkAgreesWithMembershipSignalsAnd
     const std::set<voDMD::Object*> before = model;
     const int emissionsBefore = emissions;
     voDMD::Object* object = objects[random() % objects.size()];
-    const int op = static_cast<int>(random() % 5);
+    const int op = static_cast<int>(random() % 7);
     bool expectEmission = true;
     if (op == 0) {
       voDMG::ObjectSelector(*selection).add(object);
@@ -353,6 +355,20 @@ TEST_F(SelectionEndToEndGLTest, RandomSelectorWorkAgreesWithMembershipSignalsAnd
     } else if (op == 3) {
       voDMG::RawSelector(*selection).set(records(object));
       model = {object};
+    } else if (op == 5) {
+      // The document changes underneath: an object moves in a transaction. The set is untouched.
+      doc.manager.begin("move");
+      ruLinear::AffineMatrix placement;
+      placement.translate(ruLinear::Vector(0, 0, 0.1 * static_cast<double>(random() % 5)));
+      doc.transformOf(object)->setObjToWorld(placement);
+      doc.manager.commit();
+      expectEmission = false;
+    } else if (op == 6) {
+      // And back through undo (only the moves made here).
+      if (doc.manager.undoDepth() > movesFrom) {
+        EXPECT_TRUE(doc.manager.undo());
+      }
+      expectEmission = false;
     } else {
       // Two selectors in nested scopes: one emission at the outer end.
       voDMG::ObjectSelector outer(*selection);
@@ -362,6 +378,10 @@ TEST_F(SelectionEndToEndGLTest, RandomSelectorWorkAgreesWithMembershipSignalsAnd
       model.insert(object);
       if (other != object) model.erase(other);
       else model.erase(object);
+    }
+    if (op == 4) {
+      // One emission for the whole batch: the add in it always reports.
+      EXPECT_EQ(emissions, emissionsBefore + 1) << "step " << step;
     }
     std::set<voDMD::Object*> members;
     for (const SelectionItem& item : selection->items()) members.insert(item.getObject());

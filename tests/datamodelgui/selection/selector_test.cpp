@@ -187,6 +187,22 @@ TEST_F(SelectorGLTest, RecordsOfAnotherSubsystemAreSkipped) {
   EXPECT_EQ(itemsOf(selection), std::vector<SelectionItem>{SelectionItem(a)});
 }
 
+TEST_F(SelectorGLTest, ARecordWithoutADrawingObjectIsSkipped) {
+  twoCubes();
+  voGR::HitRecord stray;
+  stray.id = documentDraw->getID();
+  stray.owner = nullptr;
+  selection.add(setOf({a}));
+  Recorder recorder(selection);
+  {
+    RawSelector selector(selection);
+    selector.add({stray});
+    selector.remove({stray});
+  }
+  EXPECT_EQ(itemsOf(selection), std::vector<SelectionItem>{SelectionItem(a)});
+  EXPECT_TRUE(recorder.calls.empty());
+}
+
 TEST_F(SelectorGLTest, ObjectSelectorAddsObjectsPartsAndListsOnTheCallInfosSet) {
   twoCubes();
   ru::Reference<ru::ReferenceCount> keep;
