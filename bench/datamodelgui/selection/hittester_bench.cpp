@@ -200,6 +200,18 @@ void BM_VisibilityTestAloneSamePixels(benchmark::State& state) {
 }
 BENCHMARK(BM_VisibilityTestAloneSamePixels)->Unit(benchmark::kNanosecond);
 
+// The same with one ray (radius 0), to tell the cost per ray from the cost per item.
+void BM_VisibilityTestAloneRadius0(benchmark::State& state) {
+  Scene& s = scene();
+  voGR::HitTestConfig config = s.candidates->hitTestConfig();
+  config.radius = 0;
+  const ruLinear::Point2 a = s.onTorus();
+  ru::vector<voGR::HitRecord> records;
+  for (auto _ : state) voGR::visibilityTest(*s.system, s.camera, a, config, records);
+  state.counters["records"] = static_cast<double>(records.size());
+}
+BENCHMARK(BM_VisibilityTestAloneRadius0)->Unit(benchmark::kNanosecond);
+
 // The cursor moves between two pixels over the torus: the hits stay the same, so nothing but the
 // test runs (no set, no signal). The candidate set's key has the settings' radius.
 void BM_HitTestMoveSameHits(benchmark::State& state) {
