@@ -440,11 +440,24 @@ TEST_F(HitTesterGLTest, AnObjectRemovedFromTheDocumentLeavesNoDanglingCandidate)
   EXPECT_EQ(itemsOf(candidates), std::vector<SelectionItem>{SelectionItem(b)});
 }
 
-TEST_F(HitTesterGLTest, InitializeCandidateSetMessageReachesHandlersWithTheSet) {
+TEST_F(HitTesterGLTest, InitializeCandidateSetMessageLetsModulesInstallTheirFilters) {
+  twoCubes();
+  // A module's handler installs a filter that keeps A out of the candidates.
+  voSupport::Broadcaster broadcaster;
+  voDMG::CandidateSet* seen = nullptr;
+  broadcaster.addHandler<voDMG::InitializeCandidateSetMsg>(voSupport::Priority(10, 0),
+                                                          [&](voDMG::InitializeCandidateSetMsg& message) {
+                                                            seen = &message.candidateSet();
+                                                            message.candidateSet().addFilter(
+                                                                new voDMG::ObjectFilter(setOf({a})));
+                                                          });
   voDMG::InitializeCandidateSetMsg message(candidates);
-  EXPECT_EQ(&message.candidateSet(), &candidates);
-  const voSupport::Message& base = message;
-  EXPECT_EQ(&dynamic_cast<const voDMG::InitializeCandidateSetMsg&>(base).candidateSet(), &candidates);
+  broadcaster.broadcast(message);
+  EXPECT_EQ(seen, &candidates);
+  hitTester.hitTest(overA(), DocumentHitTester::Move);
+  EXPECT_TRUE(candidates.empty());
+  hitTester.hitTest(overB(), DocumentHitTester::Move);
+  EXPECT_EQ(itemsOf(candidates), std::vector<SelectionItem>{SelectionItem(b)});
 }
 
 TEST_F(HitTesterGLTest, ACopiedHitTesterHasNoKeysAndTheDestructorFreesEverySignal) {
