@@ -1,6 +1,7 @@
 #include "datamodelgui/draw/documentdraw.h"
 
 #include "datamodelgui/draw/objectdraw.h"
+#include "datamodelgui/print/printerdraw.h"
 #include "datamodelgui/selection/hittester.h"
 #include "platform/datamodel/attributes.h"
 #include "platform/datamodel/document.h"
@@ -236,10 +237,9 @@ bool firstTime = true;
 void exposeDocumentClasses(voSupport::InitializeReflectionMsg&) {}
 
 using StartupHook = void (*)();
-// Run on every initialize, in order, up to the null entry. The print classes' start-up (their
-// exposure at (10, 1) and their RegisterObjectDrawMsg and NewDocumentMsg handlers) goes first
-// here when they join.
-constexpr StartupHook startupHooks[] = {nullptr};
+// Run on every initialize, in order, up to the null entry: first the print classes (their exposure
+// at (10, 1) and their RegisterObjectDrawMsg and NewDocumentMsg handlers).
+constexpr StartupHook startupHooks[] = {&initializePrintClasses, nullptr};
 
 }  // namespace
 
