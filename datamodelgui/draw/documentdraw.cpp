@@ -1,8 +1,8 @@
 #include "datamodelgui/draw/documentdraw.h"
 
 #include "datamodelgui/draw/objectdraw.h"
-#include "datamodelgui/selection/hittester.h"
 #include "datamodelgui/print/printerdraw.h"
+#include "datamodelgui/selection/hittester.h"
 #include "platform/datamodel/attributes.h"
 #include "platform/datamodel/document.h"
 #include "platform/graphics/draw.h"

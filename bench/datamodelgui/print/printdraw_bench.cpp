@@ -5,6 +5,7 @@
 #include "../../benchmeshes.h"
 #include "datamodelgui/draw/documentdraw.h"
 #include "datamodelgui/print/meshdraw.h"
+#include "datamodelgui/selection/hittester.h"
 #include "datamodelgui/selection/selectionset.h"
 #include "platform/datamodel/document.h"
 #include "platform/datamodel/print.h"
@@ -19,16 +20,12 @@
 
 #include <memory>
 
-namespace voDMG {
-// The hover set DocumentDraw reads is entered under this name; a plain selection set stands for
-// the hit tester's class here.
-class CandidateSet : public SelectionSet {};
-}  // namespace voDMG
-
 namespace {
 
 using ruLinear::Point;
 
+// The candidate set with its batch interface open, for hovering by hand; made before any hit
+// tester is in the call info, so it listens to none.
 class HoverSet : public voDMG::CandidateSet {
 public:
   using SelectionSet::clear;

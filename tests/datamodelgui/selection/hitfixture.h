@@ -110,8 +110,9 @@ struct HitFixture {
     camera.project(world, out);
     return out;
   }
-  // Emits a cube through another drawing id (a manipulator, say), under `owner` when given.
-  void drawForeignCube(const ruLinear::Range3d& range, voDMG::ObjectDraw* owner = nullptr) {
+  // Emits a cube through another drawing id (a manipulator, say), under `owner` when given; an
+  // x-ray one (depth interaction 1) is never hidden.
+  void drawForeignCube(const ruLinear::Range3d& range, voDMG::ObjectDraw* owner = nullptr, bool xray = false) {
     auto* source = new int(0);
     sources.emplace_back(source);
     voGR::DrawData* data = scene.system->getDrawData(source, true);
@@ -121,7 +122,7 @@ struct HitFixture {
     ruGeom::constructCuboid(range, *mesh);
     voGR::Draw draw(*scene.context, source, false);
     draw.setType(0);
-    draw.setDepthInteraction(0);
+    draw.setDepthInteraction(xray ? 1 : 0);
     draw.setMesh(mesh);
     draw.setDrawable(true);
     draw.emit();
