@@ -57,14 +57,19 @@ bool Scene::load(const std::vector<std::string>& files, std::string& error) {
     const Vector extent = box.getDiagonal();
     // The lowest corner goes where it must for the part to rest on the bed, centred in Y.
     const Point corner(x, centre.y - extent.getY() / 2.0, useable_.getMin().z);
-    ru::Reference<voDMD::Object> object =
-        voDMD::createKLTMeshObject(document_, meshes[i], AffineMatrix::translation(corner - box.getMin()));
-    object->setName(files[i].c_str());
-    document_.insert(object);
-    parts_.push_back({files[i], object, meshes[i]->getNumTriangles()});
+    addPart(files[i], meshes[i], AffineMatrix::translation(corner - box.getMin()));
     x += extent.getX() + gap;
   }
   return true;
+}
+
+voDMD::Object* Scene::addPart(const std::string& file, const ru::Reference<ruGeom::CompactMesh>& mesh,
+                              const AffineMatrix& objToWorld) {
+  ru::Reference<voDMD::Object> object = voDMD::createKLTMeshObject(document_, mesh, objToWorld);
+  object->setName(file.c_str());
+  document_.insert(object);
+  parts_.push_back({file, object, mesh->getNumTriangles()});
+  return object.get();
 }
 
 Range3d Scene::partsBox(int index) const {

@@ -37,6 +37,10 @@ public:
   // Nothing is added when one file fails: false with "FILE: what is wrong" in `error`.
   bool load(const std::vector<std::string>& files, std::string& error);
 
+  // Adds one part made from `mesh`, placed by `objToWorld`, named `file`; returns its object.
+  voDMD::Object* addPart(const std::string& file, const ru::Reference<ruGeom::CompactMesh>& mesh,
+                         const ruLinear::AffineMatrix& objToWorld);
+
   voDMD::Document& document() noexcept { return document_; }
   voSupport::CallInfo& callInfo() noexcept { return info_; }
   voDMD::KLTPrinter* printer() const noexcept { return printer_; }
