@@ -158,8 +158,7 @@ int runCheck(const Options& options) {
 
 void addModels(CLI::App* command, Options& options) {
   command->add_option("MODEL", options.models, "STL, OBJ, 3MF or PLY files, placed side by side on the bed")
-      ->required()
-      ->check(CLI::ExistingFile);
+      ->required();
   command->add_option("--printer", options.printer, "Printer volume WxDxH in mm")
       ->capture_default_str()
       ->check(sizeValidator(3, "WxDxH"));
