@@ -10,7 +10,6 @@
 #include "platform/datamodel/print.h"
 
 #include <CLI/CLI.hpp>
-#include <nlohmann/json.hpp>
 
 #include <chrono>
 #include <cstdio>
