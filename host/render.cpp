@@ -78,8 +78,8 @@ int runRender(const Options& options) {
   if (!loadScene("render", scene, options.models)) return 1;
   for (int index : options.select) {
     if (index < 0 || index >= static_cast<int>(scene.parts().size())) {
-      std::fprintf(stderr, "printprep render: --select %d: there are %zu parts (0 to %zu)\n", index,
-                   scene.parts().size(), scene.parts().size() - 1);
+      std::fprintf(stderr, "printprep render: --select %d: no such part (parts are numbered 0 to %zu)\n", index,
+                   scene.parts().size() - 1);
       return 2;
     }
   }
@@ -120,8 +120,8 @@ int runThumbnail(const Options& options) {
   Scene scene(printerVolume(options.printer));
   if (!loadScene("thumbnail", scene, options.models)) return 1;
   if (options.part >= static_cast<int>(scene.parts().size())) {
-    std::fprintf(stderr, "printprep thumbnail: --part %d: there are %zu parts (0 to %zu)\n", options.part,
-                 scene.parts().size(), scene.parts().size() - 1);
+    std::fprintf(stderr, "printprep thumbnail: --part %d: no such part (parts are numbered 0 to %zu)\n", options.part,
+                 scene.parts().size() - 1);
     return 2;
   }
   std::string error;

@@ -247,7 +247,11 @@ bool View::renderPng(int width, int height, const std::string& path, std::string
   if (!ruImage::writePng(*image, ruString::CString(partial.c_str()), &message)) {
     std::error_code ignored;
     std::filesystem::remove(partial, ignored);
-    error = path + ": " + message.c_str();
+    // The reason without the temporary name the user never asked for.
+    std::string reason = message.c_str();
+    for (std::size_t at = reason.find(partial); at != std::string::npos; at = reason.find(partial))
+      reason.replace(at, partial.size(), path);
+    error = reason.find(path) == std::string::npos ? path + ": " + reason : reason;
     return false;
   }
   std::error_code code;
