@@ -1,5 +1,7 @@
 #include "platform/graphics/draw.h"
 
+#include <cmath>
+
 #include "platform/graphics/internal.h"
 #include "platform/graphics/shader.h"
 #include "platform/graphics/system_impl.h"
@@ -64,6 +66,33 @@ ruGeom::BoundingBox DrawItem::getWorldBoundingBox() const {
   const ruGeom::BoundingBox local = geometry_->getBoundingBox();
   if (!local.valid()) return {};
   return ruGeom::BoundingBox(local.asRange3d() * getLocalToWorld());
+}
+
+bool DrawItem::getWorldBoundingSphere(ruLinear::Point& centre, double& radius) const {
+  const ruGeom::CompactMesh* mesh = getMesh();
+  if (!mesh || mesh->getNumVertices() == 0) return false;
+  const std::uint64_t vertices = mesh->getVertexBufferId();
+  if (!transformer_ && vertices == sphereVertices_) {
+    centre = sphereCentre_;
+    radius = sphereRadius_;
+    return true;
+  }
+  const ruGeom::BoundingBox box = mesh->getBoundingBox();
+  if (!box.valid()) return false;
+  const ruLinear::AffineMatrix toWorld = getLocalToWorld();
+  centre = box.getCenter() * toWorld;
+  // The half diagonal stretched by the placement: the sum of each scaled half edge.
+  const ruLinear::Vector half = (box.getMax() - box.getMin()) * 0.5;
+  radius = (ruLinear::Vector(1, 0, 0) * toWorld).length() * std::abs(half.getX()) +
+           (ruLinear::Vector(0, 1, 0) * toWorld).length() * std::abs(half.getY()) +
+           (ruLinear::Vector(0, 0, 1) * toWorld).length() * std::abs(half.getZ());
+  if (!std::isfinite(radius) || !std::isfinite(centre.x + centre.y + centre.z)) return false;
+  if (!transformer_) {
+    sphereVertices_ = vertices;
+    sphereCentre_ = centre;
+    sphereRadius_ = radius;
+  }
+  return true;
 }
 
 bool DrawItem::contains(const ruString::CString& tag) const {

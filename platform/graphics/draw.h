@@ -125,6 +125,10 @@ public:
   ruLinear::AffineMatrix getLocalToWorld() const;
   // The world box of the geometry now; invalid without geometry.
   ruGeom::BoundingBox getWorldBoundingBox() const;
+  // A sphere holding the mesh's vertices where the item is now: false without a mesh or
+  // vertices. Kept between calls for an item without a transformer while its mesh's vertices stay
+  // the same, so hit testing can pass over far items at the cost of a few loads.
+  bool getWorldBoundingSphere(ruLinear::Point& centre, double& radius) const;
   bool contains(const ruString::CString& tag) const;
   const std::vector<ruString::CString>& getTags() const noexcept { return tags_; }
 
@@ -159,6 +163,10 @@ private:
   bool hasImage_ = false;
   ruLinear::AffineMatrix transform_;
   std::vector<ruString::CString> tags_;
+  // The last world sphere and the vertex buffer it was worked out for (0: none yet).
+  mutable std::uint64_t sphereVertices_ = 0;
+  mutable ruLinear::Point sphereCentre_;
+  mutable double sphereRadius_ = 0;
   // The worlds holding the item, with its place in each (see World).
   struct Membership;
   std::vector<std::unique_ptr<Membership>> memberships_;

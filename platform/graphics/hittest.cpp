@@ -291,29 +291,21 @@ float visibilityTest(const DrawSystem& system, const ruGeom::Camera& camera, con
   const Point coneApex = camera.getEyeLocation();
   const Vector coneAxis = pixelDirection(camera, cx + 0.5, cy + 0.5);
   const double centrePixelX = cx + 0.5 - viewport.x, centrePixelY = cy + 0.5 - viewport.y;
-  // False when the item's bounding sphere, placed by `toWorld`, cannot reach the pick region.
-  auto mayReach = [&](const ruGeom::CompactMesh& mesh, const ruLinear::AffineMatrix& toWorld, bool screen) {
-    const ruGeom::BoundingBox box = mesh.getBoundingBox();
-    if (!box.valid()) return true;
-    const Point centre = box.getCenter() * toWorld;
-    const Vector half = (box.getMax() - box.getMin()) * 0.5;
-    // The sphere's radius: the half diagonal stretched by the largest scale of the placement.
-    double stretch = 0;
-    for (int row = 0; row < 3; ++row) {
-      const Vector axis = Vector(row == 0, row == 1, row == 2) * toWorld;
-      stretch += axis.length() * std::abs(row == 0 ? half.getX() : row == 1 ? half.getY() : half.getZ());
-    }
-    if (!std::isfinite(stretch) || !std::isfinite(centre.x + centre.y + centre.z)) return true;
+  // False when the item's bounding sphere cannot reach the pick region.
+  auto mayReach = [&](const DrawItem& item, bool screen) {
+    Point centre;
+    double radius = 0;
+    if (!item.getWorldBoundingSphere(centre, radius)) return true;
     if (screen) {
       const double dx = centre.x - centrePixelX, dy = centre.y - centrePixelY;
-      return std::sqrt(dx * dx + dy * dy) <= stretch + reachPixels;
+      return std::sqrt(dx * dx + dy * dy) <= radius + reachPixels;
     }
     if (!coneCull) return true;
     const Vector toCentre = centre - coneApex;
     const double along = ruLinear::dot(toCentre, coneAxis);
     const double across = std::sqrt(std::max(0.0, ruLinear::dot(toCentre, toCentre) - along * along));
     // Distance from the centre to the cone's surface, never more than the true one.
-    return across * coneCos - along * coneSin <= stretch;
+    return across * coneCos - along * coneSin <= radius;
   };
   int order = 0;
   database->getAllItems().forEach([&](DrawItem& item) {
@@ -337,9 +329,9 @@ float visibilityTest(const DrawSystem& system, const ruGeom::Camera& camera, con
     c.occluder = c.hidable && c.kind == Kind::Triangles && (!first || first->accepts(item));
     c.reported = !second || second->accepts(item);
     if (!c.occluder && !c.reported) return;
+    if (!mayReach(item, c.screen)) return;
     bool invertible = true;
     c.toWorld = item.getLocalToWorld();
-    if (!mayReach(*mesh, c.toWorld, c.screen)) return;
     c.toLocal = c.toWorld.inverse(&invertible);
     if (!invertible) return;
     if (c.kind == Kind::Triangles) c.triangles = std::make_unique<TriangleSource>(*mesh);
