@@ -1,6 +1,7 @@
 #include "datamodelgui/draw/objectdraw.h"
 
 #include "datamodelgui/draw/documentdraw.h"
+#include "datamodelgui/snap/snapmodel.h"
 #include "platform/datamodel/attributes.h"
 #include "platform/datamodel/document.h"
 #include "platform/geometry/algorithms.h"
@@ -81,6 +82,12 @@ SelectionItem ObjectDraw::getItem(const voGR::HitRecord&) { return SelectionItem
 SelectionItem ObjectDraw::getSubObjectItem(const voGR::HitRecord& hit) { return onGetSubObjectItem(hit); }
 
 SelectionItem ObjectDraw::onGetSubObjectItem(const voGR::HitRecord&) { return SelectionItem(); }
+
+ru::Reference<SnapItemFactory> ObjectDraw::createSnapItemFactory(const voGR::HitRecord& hit) {
+  return onCreateSnapItemFactory(hit);
+}
+
+ru::Reference<SnapItemFactory> ObjectDraw::onCreateSnapItemFactory(const voGR::HitRecord&) { return nullptr; }
 
 void ObjectDraw::onObjectModified(const voDMD::Modification&) { setModified(); }
 
