@@ -1,6 +1,7 @@
 #include "datamodelgui/draw/objectdraw.h"
 
 #include "datamodelgui/draw/documentdraw.h"
+#include "datamodelgui/snap/snapitems.h"
 #include "datamodelgui/snap/snapmodel.h"
 #include "platform/datamodel/attributes.h"
 #include "platform/datamodel/document.h"
@@ -233,6 +234,12 @@ void MeshDraw::onDraw(voGR::DrawContext& context, SelectionIterator selectedBegi
       draw.setShader(nullptr);
     }
   }
+}
+
+ru::Reference<SnapItemFactory> MeshDraw::onCreateSnapItemFactory(const voGR::HitRecord&) {
+  voDMD::Mesh* mesh = getObject() ? getObject()->findAttribute<voDMD::Mesh>() : nullptr;
+  if (!mesh) return nullptr;
+  return ru::Reference<SnapItemFactory>(new MeshSnapFactory(mesh));
 }
 
 }  // namespace voDMG

@@ -115,7 +115,8 @@ protected:
               SelectionIterator hoverBegin, SelectionIterator hoverEnd,
               ru::Reference<voGR::DrawPolicy> policy) override;
   SelectionItem onGetSubObjectItem(const voGR::HitRecord& hit) override;
-  // The mesh's snap factory (onCreateSnapItemFactory) joins here with the snap items.
+  // A MeshSnapFactory for the object's mesh: its corners and faces under the cursor.
+  ru::Reference<SnapItemFactory> onCreateSnapItemFactory(const voGR::HitRecord& hit) override;
 
 private:
   void onDebugChannel(int code);

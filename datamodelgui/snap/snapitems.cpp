@@ -2,10 +2,15 @@
 
 #include "datamodelgui/draw/modelingplanes.h"
 #include "platform/datamodel/attributes.h"
+#include "platform/datamodel/document.h"
+#include "platform/geometry/mesh.h"
+#include "platform/geometry/raycast.h"
 #include "platform/geometry/camera.h"
 #include "platform/graphics/draw.h"
 #include "platform/support/callinfo.h"
 
+#include <cmath>
+#include <cstdint>
 #include <limits>
 
 namespace voDMG {
@@ -211,5 +216,140 @@ void ModelingPlaneSnapItemFactory::getItems(SnapItemSet& items) {
   if (!planes) return;  // no modeling planes in this host: nothing to fall back on
   items.insert(ru::Reference<SnapItem>(new ModelingPlaneSnapItem(planes->getPlane())));
 }
+
+namespace {
+
+// A mesh surface under the cursor. withinDistance searches and remembers; onSnap reads what the
+// last search found, so the two run in that order on one thread.
+class MeshSnapItem : public SnapItem {
+public:
+  explicit MeshSnapItem(voDMD::Mesh* mesh) : SnapItem(SnapPriorityMesh), mesh_(mesh) {}
+
+private:
+  bool withinDistance(const ruLinear::Point2& cursor, int distance, DistanceType) override {
+    subMeshIndex_ = vertexIndex_ = faceIndex_ = -1;
+    if (!mesh_ || mesh_->numSubMeshes() == 0) return false;
+    for (int index = 0; index < mesh_->numSubMeshes(); ++index) {
+      if (search(mesh_->getSubMesh(index), cursor, distance)) {
+        subMeshIndex_ = index;
+        return true;
+      }
+    }
+    return false;
+  }
+
+  bool search(const ruGeom::CompactMesh& subMesh, const ruLinear::Point2& cursor, int distance) {
+    const ruGeom::Camera* camera = currentCamera();
+    if (!camera || !subMesh.hasTriangles()) return false;
+    if (!std::isfinite(cursor.x) || !std::isfinite(cursor.y)) return false;
+    const ruLinear::ProjMatrixFlt matrix(camera->getWorldToViewport());
+    const ruLinear::Line ray = getWorldSpaceRay(cursor);
+    const ruGeom::MeshCoord coord = ruGeom::meshRayIntersectScreen(subMesh, matrix, static_cast<int>(cursor.x),
+                                                                   static_cast<int>(cursor.y), 1, ray);
+    if (!coord.valid()) return false;
+    const std::uint32_t* triangle = subMesh.getTriangles() + 3 * coord.getTriangle();
+    const ruLinear::Point hit = coord.evaluate();
+    // The first corner in reach of the hit point wins, not the nearest.
+    for (int corner = 0; corner < 3; ++corner) {
+      const ruLinear::Point point = subMesh.getVertices()[triangle[corner]].asPoint();
+      double pixels = 0.0;
+      if (camera->pixelDistance(point, hit, pixels) && static_cast<double>(distance) > pixels) {
+        snapPoint_ = point;
+        vertexIndex_ = static_cast<std::int32_t>(triangle[corner]);
+        return true;
+      }
+    }
+    // On the surface counts as within reach, however far the corners are.
+    snapPoint_ = hit;
+    faceIndex_ = coord.getTriangle();
+    return true;
+  }
+
+  ru::Reference<SnapResult> onSnap(const ruLinear::Point2&) const override {
+    if (!mesh_ || subMeshIndex_ < 0) return nullptr;
+    if (vertexIndex_ >= 0) {
+      ru::Reference<SnapResult> result(new MeshVertexSnapResult(mesh_, subMeshIndex_, vertexIndex_));
+      result->setDraw(new ImageSnapResultDraw(result, "DMG/PointSnapResult"));
+      return result;
+    }
+    if (faceIndex_ < 0) return nullptr;
+    ru::Reference<SnapResult> result(new MeshFaceSnapResult(mesh_, subMeshIndex_, faceIndex_, snapPoint_));
+    result->setDraw(new ImageSnapResultDraw(result, "DMG/SurfaceSnapResult"));
+    return result;
+  }
+
+  SelectionItem getCreator() const override { return SelectionItem(); }
+
+  voDMD::Mesh* mesh_;
+  std::int32_t subMeshIndex_ = -1;
+  std::int32_t vertexIndex_ = -1;
+  std::int32_t faceIndex_ = -1;
+  ruLinear::Point snapPoint_;
+};
+
+}  // namespace
+
+ObjectCenterSnapItem::ObjectCenterSnapItem(voDMD::Object* object)
+    : PointSnapItem(SnapPriorityObjectCenter),
+      object_(object),
+      image_(new ImageAtPoint("DMG/CenterSnapCandidate", AffordanceCentred)) {
+  if (const voDMD::BoundingBox* box = object ? object->findAttribute<voDMD::BoundingBox>() : nullptr) {
+    const ruLinear::Range3d range = box->getWorldSpace();
+    const ruLinear::Point& low = range.getMin();
+    const ruLinear::Point& high = range.getMax();
+    setPosition(ruLinear::Point(0.5 * (low.x + high.x), 0.5 * (low.y + high.y), 0.5 * (low.z + high.z)));
+  }
+  image_->setState(0);
+}
+
+ObjectCenterSnapItem::~ObjectCenterSnapItem() = default;
+
+ru::Reference<SnapResult> ObjectCenterSnapItem::onSnap(const ruLinear::Point2&) const {
+  ru::Reference<SnapResult> result(new FreePointSnapResult(position()));
+  result->setDraw(new ImageSnapResultDraw(result, "DMG/CenterSnapResult"));
+  return result;
+}
+
+void ObjectCenterSnapItem::onDraw(voGR::DrawContext& context, const ruLinear::Point2&) {
+  image_->setWorldPosition(position());
+  voGR::Draw draw(context, this, true);
+  image_->draw(draw);
+}
+
+MeshVertexSnapResult::MeshVertexSnapResult(voDMD::Mesh* mesh, int subMeshID, int vertexID)
+    : mesh_(mesh), subMeshID_(subMeshID), vertexID_(vertexID) {
+  computePosition();
+}
+
+MeshVertexSnapResult::~MeshVertexSnapResult() = default;
+
+void MeshVertexSnapResult::computePosition() {
+  if (!mesh_ || subMeshID_ < 0 || subMeshID_ >= mesh_->numSubMeshes()) return;
+  const ruGeom::CompactMesh& subMesh = mesh_->getSubMesh(subMeshID_);
+  if (vertexID_ < 0 || vertexID_ >= subMesh.getNumVertices()) return;
+  setPosition(subMesh.getVertices()[vertexID_].asPoint());
+}
+
+MeshFaceSnapResult::MeshFaceSnapResult(voDMD::Mesh* mesh, int subMeshId, int faceId, const ruLinear::Point& position)
+    : mesh_(mesh), subMeshId_(subMeshId), faceId_(faceId) {
+  setPosition(position);
+  if (!mesh_ || subMeshId_ < 0 || subMeshId_ >= mesh_->numSubMeshes()) return;
+  const ruGeom::CompactMesh& subMesh = mesh_->getSubMesh(subMeshId_);
+  if (faceId_ < 0 || faceId_ >= subMesh.getNumTriangles()) return;
+  const std::uint32_t* triangle = subMesh.getTriangles() + 3 * faceId_;
+  const ruLinear::Point p0 = subMesh.getVertices()[triangle[0]].asPoint();
+  const ruLinear::Vector e1 = subMesh.getVertices()[triangle[1]].asPoint() - p0;
+  const ruLinear::Vector e2 = subMesh.getVertices()[triangle[2]].asPoint() - p0;
+  const ruLinear::Normal normal(ruLinear::cross(e1, e2).normalized());
+  setFrame(ruLinear::ParamPlane(position, normal, e1, e2, false));
+}
+
+MeshFaceSnapResult::~MeshFaceSnapResult() = default;
+
+MeshSnapFactory::MeshSnapFactory(voDMD::Mesh* mesh) : mesh_(mesh) {}
+
+MeshSnapFactory::~MeshSnapFactory() = default;
+
+void MeshSnapFactory::getItems(SnapItemSet& items) { items.insert(ru::Reference<SnapItem>(new MeshSnapItem(mesh_))); }
 
 }  // namespace voDMG

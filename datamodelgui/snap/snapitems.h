@@ -142,3 +142,74 @@ public:
 };
 
 }  // namespace voDMG
+
+namespace voDMD {
+class Mesh;
+class Object;
+}  // namespace voDMD
+
+namespace voDMG {
+
+// An object's centre: the middle of its world box when the item was made. Hinted with an image
+// whenever it is in the list, caught like any point.
+class DMGUI_API ObjectCenterSnapItem : public PointSnapItem {
+public:
+  // `object` must have a voDMD::BoundingBox.
+  explicit ObjectCenterSnapItem(voDMD::Object* object);
+  ~ObjectCenterSnapItem() override;
+  voDMD::Object* object() const noexcept { return object_; }
+
+private:
+  ru::Reference<SnapResult> onSnap(const ruLinear::Point2& cursor) const override;
+  void onDraw(voGR::DrawContext& context, const ruLinear::Point2& cursor) override;
+  SelectionItem getCreator() const override { return SelectionItem(object_); }
+
+  voDMD::Object* object_;
+  ru::Reference<ImageAtPoint> image_;
+};
+
+// A corner of a sub-mesh.
+class DMGUI_API MeshVertexSnapResult : public SnapResult {
+public:
+  MeshVertexSnapResult(voDMD::Mesh* mesh, int subMeshID, int vertexID);
+  ~MeshVertexSnapResult() override;
+  voDMD::Mesh* mesh() const noexcept { return mesh_; }
+  int subMeshID() const noexcept { return subMeshID_; }
+  int vertexID() const noexcept { return vertexID_; }
+
+private:
+  void computePosition();
+
+  voDMD::Mesh* mesh_;
+  int subMeshID_;
+  int vertexID_;
+};
+
+// A point on a triangle of a sub-mesh, with the triangle's frame (its edges from the first corner).
+class DMGUI_API MeshFaceSnapResult : public SnapResult {
+public:
+  MeshFaceSnapResult(voDMD::Mesh* mesh, int subMeshId, int faceId, const ruLinear::Point& position);
+  ~MeshFaceSnapResult() override;
+  voDMD::Mesh* mesh() const noexcept { return mesh_; }
+  int subMeshId() const noexcept { return subMeshId_; }
+  int faceId() const noexcept { return faceId_; }
+
+private:
+  voDMD::Mesh* mesh_;
+  int subMeshId_;
+  int faceId_;
+};
+
+// The snap items of a mesh under the cursor: one new surface item per call.
+class DMGUI_API MeshSnapFactory : public SnapItemFactory {
+public:
+  explicit MeshSnapFactory(voDMD::Mesh* mesh);
+  ~MeshSnapFactory() override;
+  void getItems(SnapItemSet& items) override;
+  voDMD::Mesh* mesh() const noexcept { return mesh_; }
+
+private:
+  voDMD::Mesh* mesh_;
+};
+
+}  // namespace voDMG

@@ -1,6 +1,7 @@
 #include "datamodelgui/snap/snapmanager.h"
 
 #include "datamodelgui/draw/objectdraw.h"
+#include "datamodelgui/snap/snapitems.h"
 #include "platform/datamodel/attributes.h"
 #include "platform/graphics/draw.h"
 #include "platform/support/callinfo.h"
@@ -199,8 +200,15 @@ void SnapManager::addStaticSnapItems(const SnapClient* client, ItemList& list) {
   });
 }
 
-void SnapManager::addObjectCenterSnapItems(const ru::vector<voGR::HitRecord>&, ItemList&) {
-  // Object centre items join with the concrete items; until then there is nothing to add.
+void SnapManager::addObjectCenterSnapItems(const ru::vector<voGR::HitRecord>& records, ItemList& list) {
+  ru::set<voDMD::Object*> objects;
+  for (const auto& record : records) {
+    if (record.owner && record.owner->getObject()) objects.insert(record.owner->getObject());
+  }
+  for (voDMD::Object* object : objects) {
+    FixedSnapItemFactory factory(ru::Reference<SnapItem>(new ObjectCenterSnapItem(object)));
+    addSnapItems(factory, list);
+  }
 }
 
 SnapClient::SnapClient(voGR::HitTestConfig config) : config_(std::move(config)) {

@@ -102,7 +102,6 @@ TEST(SnapManager, SnapLogsTheCursorTheItemsAndTheNewItem) {
   SnapClient client{voGR::HitTestConfig()};
   client.addFactory(fixed(scene.axis));
   SnapLog log;
-  const Point2 cursor{228.5, 138.25};
   ASSERT_TRUE(snapped(client, Point2{scene.off(5).x, scene.off(5).y}));
   char text[160];
   std::snprintf(text, sizeof text, "SnapManager::snap( client = %p, cursorPos = (%g,%g) )",
@@ -114,11 +113,10 @@ TEST(SnapManager, SnapLogsTheCursorTheItemsAndTheNewItem) {
                 static_cast<const void*>(scene.axis.get()), 1, typeid(CoordinateAxisSnapItem).name());
   EXPECT_TRUE(log.has(text));
   for (const auto& line : log.lines) {
-    if (line.text.rfind("SnapManager::snap(", 0) == 0) EXPECT_EQ(line.function, "voDMG::SnapManager::snap");
-    if (line.text == "SnapManager::createSnapItems") EXPECT_EQ(line.function, "voDMG::SnapManager::createSnapItems");
-    if (line.text.rfind("  now have", 0) == 0) EXPECT_EQ(line.function, "voDMG::SnapManager::addStaticSnapItems");
+    if (line.text.rfind("SnapManager::snap(", 0) == 0) { EXPECT_EQ(line.function, "voDMG::SnapManager::snap"); }
+    if (line.text == "SnapManager::createSnapItems") { EXPECT_EQ(line.function, "voDMG::SnapManager::createSnapItems"); }
+    if (line.text.rfind("  now have", 0) == 0) { EXPECT_EQ(line.function, "voDMG::SnapManager::addStaticSnapItems"); }
   }
-  (void)cursor;
 }
 
 TEST(SnapManager, AMeshItemInReachTakesOverFromAnActiveAxisButAnAxisWaitsForAnActiveMeshItemToTear) {
