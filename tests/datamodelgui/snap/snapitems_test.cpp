@@ -245,3 +245,54 @@ TEST(SnapItems, DatamodelCreatorOfAMeshResultIsInvalidOfAnObjectCentreResultTheW
   EXPECT_FALSE(result->datamodelCreator().valid());
   release(result);
 }
+
+TEST(SnapItems, ACameraLookingAlongThePlaneGivesAFinitePlaneResultAndNoCrash) {
+  SnapHost host;
+  // The eye on the plane z = 0, looking along it.
+  host.look(Point(0, 5, 0), Point(0, -5, 0), Vector(0, 0, 1));
+  ru::Reference<SnapItem> plane(new voDMG::ModelingPlaneSnapItem(ruLinear::Plane(Point(0, 0, 0), ruLinear::Normal::z)));
+  for (const Point2& cursor : {Point2{128, 128}, Point2{10, 128}, Point2{250, 128}}) {
+    ru::Reference<SnapResult> result = plane->snap(cursor);
+    ASSERT_TRUE(result);
+    EXPECT_TRUE(std::isfinite(result->getPosition().x));
+    EXPECT_TRUE(std::isfinite(result->getPosition().y));
+    EXPECT_TRUE(std::isfinite(result->getPosition().z));
+  }
+}
+
+TEST(SnapItems, AnAxisOfZeroLengthNeverCatchesAndSnapsToItsOrigin) {
+  SnapHost host;
+  ru::Reference<CoordinateAxisSnapItem> axis(new CoordinateAxisSnapItem(Point(1, 1, 0), Vector(0, 0, 0)));
+  const Point2 at = host.pixel(Point(1, 1, 0));
+  for (double dx : {0.0, 3.0, 70.0, 100.0}) EXPECT_FALSE(axis->shouldSnap(Point2{at.x + dx, at.y})) << dx;
+  EXPECT_TRUE(axis->shouldTear(Point2{at.x + 100.0, at.y}));
+  ru::Reference<SnapResult> result = axis->snap(Point2{at.x + 100.0, at.y});
+  ASSERT_TRUE(result);
+  EXPECT_TRUE(std::isfinite(result->getPosition().x));
+  release(result);
+}
+
+TEST(SnapItems, AnObjectRemovedWhileADragRunsLeavesNothingStaleAfterClearItems) {
+  SnapHost host;
+  voDMD::Object* object = addMesh(host, triangle(Point(0, 0, 0), Point(2, 0, 0), Point(0, 2, 0)));
+  ru::Reference<voDMG::SnapItemFactory> centre(
+      new voDMG::FixedSnapItemFactory(ru::Reference<SnapItem>(new voDMG::ObjectCenterSnapItem(object))));
+  SnapClient client{voGR::HitTestConfig()};
+  client.addFactory(centre);
+  client.addFactory(new voDMG::MeshSnapFactory(object->findAttribute<voDMD::Mesh>()));
+  client.beginSnap();
+  ASSERT_TRUE(snapped(client, host.pixel(Point(1, 1, 0))));
+  ASSERT_TRUE(client.getSnapItem());
+  // The host takes the object away: it clears the manager's items and the tool its factories.
+  host.manager.clearItems();
+  client.removeFactory(centre);
+  client.removeFactory(client.factories().front());
+  client.endSnap();
+  ASSERT_TRUE(host.document.remove(object));
+  EXPECT_FALSE(client.getSnapItem());
+  client.beginSnap();
+  EXPECT_FALSE(snapped(client, host.pixel(Point(1, 1, 0))));
+  EXPECT_FALSE(client.getSnapItem());
+  EXPECT_FALSE(host.manager.activeItem(&client));
+  client.endSnap();
+}
