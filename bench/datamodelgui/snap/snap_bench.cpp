@@ -14,6 +14,7 @@
 #include "platform/geometry/camera.h"
 #include "platform/geometry/construct.h"
 #include "platform/graphics/draw.h"
+#include "platform/graphics/hittest.h"
 #include "platform/graphics/world.h"
 #include "platform/support/callinfo.h"
 
@@ -165,5 +166,31 @@ void BM_SnapActiveItemChanges(benchmark::State& state) {
   }
 }
 BENCHMARK(BM_SnapActiveItemChanges)->Unit(benchmark::kMicrosecond);
+
+// The part of each move above that is the hit test alone (the same call the manager makes), to
+// tell the snap logic's own cost from the hit test's.
+void BM_HitTestAloneStillOnCentre(benchmark::State& state) {
+  Scene scene;
+  if (!scene.system) return state.SkipWithError("no off-screen context");
+  const Point2 cursor = scene.pixel(Point(-4.45, -4.45, -0.95));
+  ru::vector<voGR::HitRecord> records;
+  for (auto _ : state) {
+    benchmark::DoNotOptimize(voGR::visibilityTest(*scene.system, scene.document->camera()->get(), cursor,
+                                                  voGR::HitTestConfig(), records));
+  }
+}
+BENCHMARK(BM_HitTestAloneStillOnCentre)->Unit(benchmark::kMicrosecond);
+
+void BM_HitTestAloneStillOnMesh(benchmark::State& state) {
+  Scene scene;
+  if (!scene.system) return state.SkipWithError("no off-screen context");
+  const Point2 cursor = scene.pixel(Point(2.0, -2.0, 0.7));
+  ru::vector<voGR::HitRecord> records;
+  for (auto _ : state) {
+    benchmark::DoNotOptimize(voGR::visibilityTest(*scene.system, scene.document->camera()->get(), cursor,
+                                                  voGR::HitTestConfig(), records));
+  }
+}
+BENCHMARK(BM_HitTestAloneStillOnMesh)->Unit(benchmark::kMicrosecond);
 
 }  // namespace
