@@ -12,4 +12,9 @@ namespace printprep {
 // the print analyses find.
 void addDemoCommand(CLI::App& app, int& status);
 
+// `printprep render`, `thumbnail` and `check`: models loaded onto the bed, drawn to PNG or reported.
+void addRenderCommands(CLI::App& app, int& status);
+
+// A `script` command (Lua) joins here, registered the same way.
+
 }  // namespace printprep

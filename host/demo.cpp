@@ -1,4 +1,6 @@
 #include "host/commands.h"
+#include "host/scene.h"
+#include "host/view.h"
 
 #include "platform/base/linear.h"
 #include "platform/datamodel/actions.h"
@@ -12,6 +14,7 @@
 #include <CLI/CLI.hpp>
 
 #include <array>
+#include <chrono>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
@@ -31,6 +34,8 @@ using ruLinear::Vector;
 
 struct DemoOptions {
   std::string output;
+  std::string frames = "demo-out";
+  int frameSize = 512;
   double printerSize = 100.0;
   double minimumThickness = 0.8;
 };
@@ -155,6 +160,61 @@ double thinnestWall(const voDMD::KLTMesh& mesh) {
   return thinnest;
 }
 
+double millisecondsSince(std::chrono::steady_clock::time_point start) {
+  return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
+}
+
+// Draws the bed as the steps change it and writes one PNG a step into the frames folder.
+int writeFrames(const DemoOptions& options, Scene& scene, std::vector<Part>& parts) {
+  const fs::path folder(options.frames);
+  std::error_code code;
+  fs::create_directories(folder, code);
+  if (code) {
+    std::fprintf(stderr, "printprep demo: cannot create the folder %s: %s\n", folder.string().c_str(),
+                 code.message().c_str());
+    return 1;
+  }
+  auto start = std::chrono::steady_clock::now();
+  std::string error;
+  std::unique_ptr<View> view = View::create(scene, error);
+  if (!view) {
+    std::fprintf(stderr, "printprep demo: %s\n", error.c_str());
+    return 1;
+  }
+  std::printf("\nFrames (%dx%d, off-screen; context made in %.1f ms)\n", options.frameSize, options.frameSize,
+              millisecondsSince(start));
+  const int n = options.frameSize;
+  // The bed's footprint and the parts: the empty height above them would only push them aside.
+  const Range3d& volume = scene.useableVolume();
+  Range3d box(volume.getMin(), Point(volume.getMax().x, volume.getMax().y, volume.getMin().z));
+  box.include(scene.partsBox());
+  auto frame = [&](const char* name, const std::string& shows) {
+    start = std::chrono::steady_clock::now();
+    view->look(box, ViewDirection::Iso, n, n);
+    if (!view->renderPng(n, n, (folder / name).string(), error)) {
+      std::fprintf(stderr, "printprep demo: %s\n", error.c_str());
+      return false;
+    }
+    std::printf("  %-20s %-62s %7.1f ms\n", name, shows.c_str(), millisecondsSince(start));
+    return true;
+  };
+  if (!frame("1_bed.png", "the bed with its parts; the bracket past the volume in red")) return 1;
+  view->select({1});
+  if (!frame("2_selected.png", "the thin plate selected, with its glow")) return 1;
+  view->select({});
+  // The open box slides half off the bed's -X side.
+  voDMD::Object* box2 = parts[2].object.get();
+  voDMD::Transform* transform = box2->findAttribute<voDMD::Transform>();
+  transform->setObjToWorld(transform->getObjToWorld() * AffineMatrix::translation(Vector(-20, 0, 0)));
+  const voDMD::KLTMesh* moved = box2->findAttribute<voDMD::KLTMesh>();
+  const std::string shows = std::string("the open box moved 20 mm to -X: ") +
+                            (moved->isOutOfBounds() ? "out of bounds (" + sides(moved->outOfBoundsFaces()) + "), red"
+                                                    : "still inside");
+  if (!frame("3_moved_out.png", shows)) return 1;
+  std::printf("Frames written to %s\n", folder.string().c_str());
+  return 0;
+}
+
 int runDemo(const DemoOptions& options) {
   const double size = options.printerSize;
   // The bracket sits in the printer's far corner and passes two sides of its volume.
@@ -171,19 +231,8 @@ int runDemo(const DemoOptions& options) {
     return 1;
   }
 
-  voDMA::TxnManager txn;
-  voDMD::Document document(*txn.get());
-  voSupport::CallInfo info;
-  info.set(&document);
-  info.set(&txn);
-  voSupport::CallScope scope(info);
-
-  const Range3d useable(Point(0, 0, 0), Point(size, size, size));
-  const Range3d total(Point(-10, -10, -5), Point(size + 10, size + 10, size + 5));
-  ru::Reference<voDMD::Object> printerObject = voDMD::createPrinterObject(document, useable, total);
-  document.insert(printerObject);
-  voDMD::KLTPrinter* printer = printerObject->findAttribute<voDMD::KLTPrinter>();
-  printer->setMinimumThickness(options.minimumThickness);
+  Scene scene(Vector(size, size, size), options.minimumThickness);
+  voDMD::KLTPrinter* printer = scene.printer();
 
   std::printf("printprep demo: %zu parts on a %g x %g x %g mm printer (walls from %g mm)\n", parts.size(), size,
               size, size, options.minimumThickness);
@@ -201,9 +250,7 @@ int runDemo(const DemoOptions& options) {
     // Lowest corner of the mesh onto the chosen spot of the bed.
     const Range3d box = mesh->getBoundingBox().asRange3d();
     const Vector move = part.corner - box.getMin();
-    part.object = voDMD::createKLTMeshObject(document, mesh, AffineMatrix::translation(move));
-    part.object->setName(part.file);
-    document.insert(part.object);
+    part.object = scene.addPart(part.file, mesh, AffineMatrix::translation(move));
     const Vector extent = box.getDiagonal();
     std::printf("  %-15s %-10s %3d vertices %3d triangles  %g x %g x %g mm at (%g, %g, %g): %s\n", part.file.c_str(),
                 part.format.c_str(), mesh->getNumVertices(), mesh->getNumTriangles(), extent.getX(), extent.getY(), extent.getZ(),
@@ -269,7 +316,7 @@ int runDemo(const DemoOptions& options) {
 
   std::printf("\nSummary: %d of %zu parts out of bounds, %d too thin, %d repaired (%d re-analysed)\n", outside,
               parts.size(), thin, repaired, reanalysed);
-  return 0;
+  return writeFrames(options, scene, parts);
 }
 
 }  // namespace
@@ -280,6 +327,10 @@ void addDemoCommand(CLI::App& app, int& status) {
       "demo", "Write three small models (STL and OBJ), import them onto a printer's bed and report what the print "
               "analyses find: out of bounds, wall thickness, health and repair");
   demo->add_option("-o,--output", options->output, "Folder for the models (default: <temp>/printprep-demo)");
+  demo->add_option("--frames", options->frames, "Folder for the PNG frames")->capture_default_str();
+  demo->add_option("--frame-size", options->frameSize, "Edge of the frames in pixels")
+      ->capture_default_str()
+      ->check(CLI::Range(64, 4096));
   demo->add_option("--printer-size", options->printerSize, "Edge of the printer's cubic volume in mm")
       ->capture_default_str()
       ->check(CLI::Range(50.0, 1000.0));

@@ -1,13 +1,14 @@
 #include "datamodelgui/draw/documentdraw.h"
 
 #include "datamodelgui/draw/objectdraw.h"
+#include "datamodelgui/print/printerdraw.h"
+#include "datamodelgui/selection/hittester.h"
 #include "platform/datamodel/attributes.h"
 #include "platform/datamodel/document.h"
 #include "platform/graphics/draw.h"
 #include "platform/support/callinfo.h"
 #include "platform/support/debug.h"
 
-#include <string_view>
 #include <typeinfo>
 
 namespace voDMG {
@@ -26,17 +27,6 @@ void objectRange(const SelectionItems& items, voDMD::Object* object, SelectionIt
   begin = items.lower_bound(SelectionItem(object));
   end = begin;
   while (end != items.end() && end->getObject() == object) ++end;
-}
-
-// The voDMG::CandidateSet entry of the call info, seen as the SelectionSet it derives from (its
-// first and only base). The hit tester's classes build on this library, so the entry is matched by
-// the type's name.
-const SelectionSet* findCandidateSet(const voSupport::CallInfo& info) {
-  static constexpr std::string_view candidateSetName = "N5voDMG12CandidateSetE";
-  for (const voSupport::CallInfo::Entry& entry : info.entries()) {
-    if (entry.object && candidateSetName == entry.type->name()) return static_cast<const SelectionSet*>(entry.object);
-  }
-  return nullptr;
 }
 
 }  // namespace
@@ -140,7 +130,7 @@ void DocumentDraw::draw() {
   static const SelectionItems none;
   const SelectionSet* selection = info.find<SelectionSet>();
   const SelectionItems& selected = selection ? selection->items() : none;
-  const SelectionSet* candidates = findCandidateSet(info);
+  const CandidateSet* candidates = info.find<CandidateSet>();
   const SelectionItems* hover = candidates ? &candidates->items() : &none;
 
   for (auto& entry : objectDraws_) {
@@ -247,10 +237,9 @@ bool firstTime = true;
 void exposeDocumentClasses(voSupport::InitializeReflectionMsg&) {}
 
 using StartupHook = void (*)();
-// Run on every initialize, in order, up to the null entry. The print classes' start-up (their
-// exposure at (10, 1) and their RegisterObjectDrawMsg and NewDocumentMsg handlers) goes first
-// here when they join.
-constexpr StartupHook startupHooks[] = {nullptr};
+// Run on every initialize, in order, up to the null entry: first the print classes (their exposure
+// at (10, 1) and their RegisterObjectDrawMsg and NewDocumentMsg handlers).
+constexpr StartupHook startupHooks[] = {&initializePrintClasses, nullptr};
 
 }  // namespace
 

@@ -88,6 +88,8 @@ public:
   ruRTB::SignalArg<const ru::set<SelectionItem>&> sigMembershipChanged;
 
 protected:
+  // Selectors edit a set one item at a time inside the batch they hold.
+  friend class SelectorBase;
   // For selectors: a batch that they hold open for their whole life.
   void lock() noexcept;
   void unlock();

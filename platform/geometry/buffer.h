@@ -41,10 +41,23 @@ public:
   void renew() noexcept;
   // Set by a cache that keeps derived data for this identity, so that it hears of its release.
   void markCached() const noexcept { cached_ = true; }
+  // A box of the contents (min x, y, z, max x, y, z) that a reader worked out once, shared by
+  // every copy and forgotten when the contents change: the vertex buffer's bounding box.
+  bool getCachedBox(float box[6]) const noexcept {
+    if (!boxValid_) return false;
+    for (int i = 0; i < 6; ++i) box[i] = box_[i];
+    return true;
+  }
+  void setCachedBox(const float box[6]) const noexcept {
+    for (int i = 0; i < 6; ++i) box_[i] = box[i];
+    boxValid_ = true;
+  }
 
 private:
   BufferId id_;
   mutable bool cached_ = false;
+  mutable bool boxValid_ = false;
+  mutable float box_[6] = {};
 };
 
 template <class T>

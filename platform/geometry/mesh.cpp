@@ -69,6 +69,7 @@ BufferStorageBase::~BufferStorageBase() {
 void BufferStorageBase::renew() noexcept {
   if (cached_) releaseCachedBuffer(id_);
   cached_ = false;
+  boxValid_ = false;
   id_ = nextBufferId.fetch_add(1, std::memory_order_relaxed);
 }
 
@@ -214,6 +215,12 @@ BoundingBox PointMesh::getBoundingBox() const noexcept {
   BoundingBox box;
   const MeshVertex* v = vertices_.data();
   if (!v) return box;
+  // Worked out once per contents: every copy of the mesh shares the vertex storage and its box.
+  float cached[6];
+  if (vertices_.storage()->getCachedBox(cached)) {
+    box.set(ruLinear::Point(cached[0], cached[1], cached[2]), ruLinear::Point(cached[3], cached[4], cached[5]));
+    return box;
+  }
   float lo[3] = {v[0].x, v[0].y, v[0].z};
   float hi[3] = {v[0].x, v[0].y, v[0].z};
   for (std::size_t i = 1; i < vertices_.size(); ++i) {
@@ -221,6 +228,8 @@ BoundingBox PointMesh::getBoundingBox() const noexcept {
     lo[1] = std::min(lo[1], v[i].y), hi[1] = std::max(hi[1], v[i].y);
     lo[2] = std::min(lo[2], v[i].z), hi[2] = std::max(hi[2], v[i].z);
   }
+  const float computed[6] = {lo[0], lo[1], lo[2], hi[0], hi[1], hi[2]};
+  vertices_.storage()->setCachedBox(computed);
   box.set(ruLinear::Point(lo[0], lo[1], lo[2]), ruLinear::Point(hi[0], hi[1], hi[2]));
   return box;
 }

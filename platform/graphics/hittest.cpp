@@ -276,6 +276,45 @@ float visibilityTest(const DrawSystem& system, const ruGeom::Camera& camera, con
   const HitFilter* first = config.firstFilter.get();
   const HitFilter* second = config.secondFilter.get();
   std::vector<Candidate>& candidates = scratch.candidates;
+  // Every ray a world item is tested along (disc pixels, and lines within reach of the centre)
+  // lies in a cone around the ray through the centre pixel. Two rays through points s apart on
+  // the image plane at unit distance make an angle of at most s, so the cone's half-angle is the
+  // reach in pixels times the larger pixel side there. An item whose bounding sphere misses the
+  // cone can neither be seen nor hide anything, and is left out before any ray is cast.
+  const double reachPixels = config.radius + 2.0;
+  const double unitPixel =
+      2.0 * std::tan(0.5 * camera.getFrustum().getAngle()) *
+      std::max(1.0 / viewport.height, std::max(camera.getFrustum().getAspectRatio(), 1e-12) / viewport.width);
+  const double coneAngle = reachPixels * unitPixel;
+  const bool coneCull = std::isfinite(coneAngle) && coneAngle > 0 && coneAngle < 1.5;
+  const double coneSin = std::sin(coneAngle), coneCos = std::cos(coneAngle);
+  const Point coneApex = camera.getEyeLocation();
+  const Vector coneAxis = pixelDirection(camera, cx + 0.5, cy + 0.5);
+  const double centrePixelX = cx + 0.5 - viewport.x, centrePixelY = cy + 0.5 - viewport.y;
+  // False when the item's bounding sphere, placed by `toWorld`, cannot reach the pick region.
+  auto mayReach = [&](const ruGeom::CompactMesh& mesh, const ruLinear::AffineMatrix& toWorld, bool screen) {
+    const ruGeom::BoundingBox box = mesh.getBoundingBox();
+    if (!box.valid()) return true;
+    const Point centre = box.getCenter() * toWorld;
+    const Vector half = (box.getMax() - box.getMin()) * 0.5;
+    // The sphere's radius: the half diagonal stretched by the largest scale of the placement.
+    double stretch = 0;
+    for (int row = 0; row < 3; ++row) {
+      const Vector axis = Vector(row == 0, row == 1, row == 2) * toWorld;
+      stretch += axis.length() * std::abs(row == 0 ? half.getX() : row == 1 ? half.getY() : half.getZ());
+    }
+    if (!std::isfinite(stretch) || !std::isfinite(centre.x + centre.y + centre.z)) return true;
+    if (screen) {
+      const double dx = centre.x - centrePixelX, dy = centre.y - centrePixelY;
+      return std::sqrt(dx * dx + dy * dy) <= stretch + reachPixels;
+    }
+    if (!coneCull) return true;
+    const Vector toCentre = centre - coneApex;
+    const double along = ruLinear::dot(toCentre, coneAxis);
+    const double across = std::sqrt(std::max(0.0, ruLinear::dot(toCentre, toCentre) - along * along));
+    // Distance from the centre to the cone's surface, never more than the true one.
+    return across * coneCos - along * coneSin <= stretch;
+  };
   int order = 0;
   database->getAllItems().forEach([&](DrawItem& item) {
     const int index = order++;
@@ -300,6 +339,7 @@ float visibilityTest(const DrawSystem& system, const ruGeom::Camera& camera, con
     if (!c.occluder && !c.reported) return;
     bool invertible = true;
     c.toWorld = item.getLocalToWorld();
+    if (!mayReach(*mesh, c.toWorld, c.screen)) return;
     c.toLocal = c.toWorld.inverse(&invertible);
     if (!invertible) return;
     if (c.kind == Kind::Triangles) c.triangles = std::make_unique<TriangleSource>(*mesh);

@@ -1,6 +1,7 @@
 # Runs one printprep command and checks its exit status and output.
 #   cmake -DPROGRAM=<printprep> "-DARGS=demo;--output;<dir>" -DEXPECT_STATUS=0
-#         "-DEXPECT=<regex>;<regex>..." ["-DFILES=<path>=<bytes>;..."] -P run_check.cmake
+#         "-DEXPECT=<regex>;<regex>..." ["-DFILES=<path>=<bytes>;..."] ["-DPNGS=<path>=<W>x<H>;..."]
+#         -P run_check.cmake
 # Each regular expression must match somewhere in the standard output and error together.
 execute_process(COMMAND ${PROGRAM} ${ARGS} RESULT_VARIABLE status OUTPUT_VARIABLE out ERROR_VARIABLE err)
 set(all "${out}${err}")
@@ -23,6 +24,25 @@ foreach(entry IN LISTS FILES)
     file(SIZE "${path}" size)
     if(NOT size EQUAL bytes)
       message(SEND_ERROR "printprep ${ARGS}: ${path} has ${size} bytes, expected ${bytes}")
+    endif()
+  endif()
+endforeach()
+foreach(entry IN LISTS PNGS)
+  string(REPLACE "=" ";" parts "${entry}")
+  list(GET parts 0 path)
+  list(GET parts 1 expected)
+  if(NOT EXISTS "${path}")
+    message(SEND_ERROR "printprep ${ARGS}: ${path} was not written")
+  else()
+    # The PNG signature, then the header chunk: width and height, big-endian, from byte 16.
+    file(READ "${path}" signature LIMIT 8 HEX)
+    file(READ "${path}" header OFFSET 16 LIMIT 8 HEX)
+    string(SUBSTRING "${header}" 0 8 width_hex)
+    string(SUBSTRING "${header}" 8 8 height_hex)
+    math(EXPR width "0x${width_hex}")
+    math(EXPR height "0x${height_hex}")
+    if(NOT signature STREQUAL "89504e470d0a1a0a" OR NOT "${width}x${height}" STREQUAL expected)
+      message(SEND_ERROR "printprep ${ARGS}: ${path} is not a ${expected} PNG (${signature}, ${width}x${height})")
     endif()
   endif()
 endforeach()

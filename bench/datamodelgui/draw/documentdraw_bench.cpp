@@ -3,6 +3,7 @@
 
 #include "datamodelgui/draw/documentdraw.h"
 #include "datamodelgui/draw/objectdraw.h"
+#include "datamodelgui/selection/hittester.h"
 #include "datamodelgui/selection/selectionset.h"
 #include "platform/datamodel/attributes.h"
 #include "platform/datamodel/document.h"
@@ -18,12 +19,6 @@
 #include <cstdio>
 #include <memory>
 #include <vector>
-
-namespace voDMG {
-// The hover set DocumentDraw reads is entered under this name; the hit tester's real class joins
-// later, and a plain selection set stands for it here.
-class CandidateSet : public SelectionSet {};
-}  // namespace voDMG
 
 namespace {
 
@@ -43,7 +38,8 @@ struct Scene {
   voTXN::Manager manager;
   std::unique_ptr<voDMD::Document> document;
   voDMG::SelectionSet selection;
-  voDMG::CandidateSet candidates;
+  voDMG::DocumentHitTester hitTester;
+  std::unique_ptr<voDMG::CandidateSet> candidates;
   voSupport::CallInfo info;
   std::unique_ptr<voSupport::CallScope> scope;
   voDMG::DocumentDraw* documentDraw = nullptr;
@@ -62,8 +58,11 @@ struct Scene {
     info.set<voDMD::Document>(document.get());
     info.set<voDMD::Camera>(document->camera());
     info.set<voDMG::SelectionSet>(&selection);
-    info.set<voDMG::CandidateSet>(&candidates);
+    info.set<voDMG::DocumentHitTester>(&hitTester);
     scope = std::make_unique<voSupport::CallScope>(info);
+    // Made inside the scope: it connects to the hit tester of the call info.
+    candidates = std::make_unique<voDMG::CandidateSet>();
+    info.set<voDMG::CandidateSet>(candidates.get());
   }
   ~Scene() {
     client.disconnectAll();
@@ -76,7 +75,7 @@ struct Scene {
     info.set<voDMG::DocumentDraw>(documentDraw);
     client.disconnectAll();
     selection.sigMembershipChanged.connect(documentDraw, &voDMG::DocumentDraw::onSelectionModified, client);
-    candidates.sigMembershipChanged.connect(documentDraw, &voDMG::DocumentDraw::onSelectionModified, client);
+    candidates->sigMembershipChanged.connect(documentDraw, &voDMG::DocumentDraw::onSelectionModified, client);
   }
   voDMD::Object* add(const ru::Reference<ruGeom::CompactMesh>& mesh, const ruLinear::AffineMatrix& placement) {
     ru::Reference<voDMD::Object> object = voDMD::Object::create(*document, voDMD::MeshClass::get());
@@ -200,9 +199,9 @@ void BM_HoverChangeOnAMillionTriangleMesh(benchmark::State& state) {
     state.PauseTiming();
     on = !on;
     if (on) {
-      scene.candidates.add(hover);
+      scene.candidates->add(hover);
     } else {
-      scene.candidates.clear();
+      scene.candidates->clear();
     }
     state.ResumeTiming();
     scene.documentDraw->draw();

@@ -6,6 +6,7 @@
 #include "bench/benchmeshes.h"
 #include "datamodelgui/draw/documentdraw.h"
 #include "datamodelgui/draw/objectdraw.h"
+#include "datamodelgui/selection/hittester.h"
 #include "datamodelgui/selection/selectionset.h"
 #include "datamodelgui/snap/snapitems.h"
 #include "datamodelgui/snap/snapmanager.h"
@@ -23,12 +24,6 @@
 #include <memory>
 #include <vector>
 
-namespace voDMG {
-// The hover set DocumentDraw reads is entered under this name; a plain selection set stands for
-// the hit tester's class here.
-class CandidateSet : public SelectionSet {};
-}  // namespace voDMG
-
 namespace {
 
 using ruLinear::Point;
@@ -40,7 +35,7 @@ struct Scene {
   voTXN::Manager manager;
   std::unique_ptr<voDMD::Document> document;
   voDMG::SelectionSet selection;
-  voDMG::CandidateSet candidates;
+  std::unique_ptr<voDMG::CandidateSet> candidates;
   voSupport::CallInfo info;
   std::unique_ptr<voSupport::CallScope> scope;
   voDMG::DocumentDraw* documentDraw = nullptr;
@@ -67,10 +62,11 @@ struct Scene {
     info.set<voDMD::Document>(document.get());
     info.set<voDMD::Camera>(document->camera());
     info.set<voDMG::SelectionSet>(&selection);
-    info.set<voDMG::CandidateSet>(&candidates);
     snapManager = std::make_unique<voDMG::SnapManager>();
     info.set<voDMG::SnapManager>(snapManager.get());
     scope = std::make_unique<voSupport::CallScope>(info);
+    candidates = std::make_unique<voDMG::CandidateSet>();
+    info.set<voDMG::CandidateSet>(candidates.get());
 
     manager.begin("populate");
     add(bench::torus(1000, 500), ruLinear::AffineMatrix::Identity);
@@ -107,6 +103,7 @@ struct Scene {
     xAxis = nullptr;
     if (snapManager) snapManager->clearItems();
     if (documentDraw) documentDraw->destroy();
+    candidates.reset();
     scope.reset();
     document.reset();
   }

@@ -432,11 +432,12 @@ TEST(DocumentDrawInitialize, SubscribesTheDocumentGroupOnceAndAgainAfterAReset) 
   const std::size_t before = broadcaster.numHandlers(typeid(voSupport::InitializeReflectionMsg));
   voDMG::initialize();
   voDMG::initialize();
-  EXPECT_EQ(broadcaster.numHandlers(typeid(voSupport::InitializeReflectionMsg)), before + 1);
+  // The document group at (10, 0) and the print group at (10, 1).
+  EXPECT_EQ(broadcaster.numHandlers(typeid(voSupport::InitializeReflectionMsg)), before + 2);
   // After a reset the module subscribes again.
   broadcaster.reset();
   voDMG::initialize();
-  EXPECT_EQ(broadcaster.numHandlers(typeid(voSupport::InitializeReflectionMsg)), 1u);
+  EXPECT_EQ(broadcaster.numHandlers(typeid(voSupport::InitializeReflectionMsg)), 2u);
 }
 
 }  // namespace

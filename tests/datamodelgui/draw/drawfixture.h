@@ -1,26 +1,21 @@
 #pragma once
 
 // A document drawn on a real off-screen draw system, connected as a host connects it: the draw
-// system, the document, its camera, the selection set, the candidate set and the document draw
-// are entered in the call info; the sets' membership signals reach DocumentDraw::onSelectionModified.
+// system, the document, its camera, the selection set, the hit tester, the candidate set and the
+// document draw are entered in the call info; the sets' membership signals reach DocumentDraw::onSelectionModified.
 // The scene renders the world "SceneW" (every item); "SelectedW" collects the active items.
 
 #include "../../platform/graphics/glscene.h"
 #include "../docfixture.h"
 #include "datamodelgui/draw/documentdraw.h"
 #include "datamodelgui/draw/objectdraw.h"
+#include "datamodelgui/selection/hittester.h"
 #include "datamodelgui/selection/selectionset.h"
 #include "platform/graphics/world.h"
 #include "platform/support/callinfo.h"
 
 #include <memory>
 #include <vector>
-
-namespace voDMG {
-// The hit tester's candidate set builds on the selection set; until it joins this library, the
-// drawing tests enter a plain selection set under its name, which is all DocumentDraw reads of it.
-class CandidateSet : public SelectionSet {};
-}  // namespace voDMG
 
 namespace drawtest {
 
@@ -41,15 +36,7 @@ inline voDMG::SelectionSet setOf(std::initializer_list<voDMG::SelectionItem> ite
 
 struct DrawFixture {
   DrawFixture() {
-    selectedWorld = new voGR::ListWorld(true);
-    const int index = scene.database->addWorld(selectedWorld, [](voGR::DrawItem& item) { return item.isActive(); });
-    scene.database->getWorldNode(index)->setName("SelectedW");
-    info.set<voGR::DrawSystem>(scene.system.get());
-    info.set<voDMD::Document>(&doc.document);
-    info.set<voDMD::Camera>(doc.document.camera());
-    info.set<voDMG::SelectionSet>(&selection);
     info.set<voDMG::CandidateSet>(&candidates);
-    scope = std::make_unique<voSupport::CallScope>(info);
     documentDraw = new voDMG::DocumentDraw(&doc.document);
     info.set<voDMG::DocumentDraw>(documentDraw);
     selection.sigMembershipChanged.connect(documentDraw, &voDMG::DocumentDraw::onSelectionModified, client);
@@ -87,11 +74,26 @@ struct DrawFixture {
   doctest::DocFixture doc;
   voGR::World* selectedWorld = nullptr;
   voDMG::SelectionSet selection;
-  voDMG::CandidateSet candidates;
+  voDMG::DocumentHitTester hitTester;
   voSupport::CallInfo info;
-  std::unique_ptr<voSupport::CallScope> scope;
+  // Entered before the candidate set is made: it connects to the hit tester of the call info.
+  std::unique_ptr<voSupport::CallScope> scope = enter();
+  voDMG::CandidateSet candidates;
   voDMG::DocumentDraw* documentDraw = nullptr;
   ruRTB::SignalClient client;
+
+private:
+  std::unique_ptr<voSupport::CallScope> enter() {
+    selectedWorld = new voGR::ListWorld(true);
+    const int index = scene.database->addWorld(selectedWorld, [](voGR::DrawItem& item) { return item.isActive(); });
+    scene.database->getWorldNode(index)->setName("SelectedW");
+    info.set<voGR::DrawSystem>(scene.system.get());
+    info.set<voDMD::Document>(&doc.document);
+    info.set<voDMD::Camera>(doc.document.camera());
+    info.set<voDMG::SelectionSet>(&selection);
+    info.set<voDMG::DocumentHitTester>(&hitTester);
+    return std::make_unique<voSupport::CallScope>(info);
+  }
 };
 
 }  // namespace drawtest

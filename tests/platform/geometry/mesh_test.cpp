@@ -333,3 +333,18 @@ TEST(BufferRelease, AnUnsubscribedListenerHearsNothingMore) {
   unsubscribeBufferRelease(0);
   unsubscribeBufferRelease(token);  // twice is harmless
 }
+
+TEST(CompactMesh, TheBoxIsWorkedOutOnceForCopiesAndAgainAfterAWrite) {
+  CompactMesh mesh;
+  mesh.addVertex(Point(0, 0, 0));
+  mesh.addVertex(Point(1, 2, 3));
+  const CompactMesh copy = mesh;
+  EXPECT_EQ(mesh.getBoundingBox().getMax(), Point(1, 2, 3));
+  EXPECT_EQ(copy.getBoundingBox().getMax(), Point(1, 2, 3));  // the shared storage's box
+  mesh.editVertices()[1] = ruGeom::MeshVertex(Point(-4, 5, 6));
+  EXPECT_EQ(mesh.getBoundingBox().getMin(), Point(-4, 0, 0));
+  EXPECT_EQ(mesh.getBoundingBox().getMax(), Point(0, 5, 6));
+  EXPECT_EQ(copy.getBoundingBox().getMax(), Point(1, 2, 3));  // the copy kept its contents
+  mesh.addVertex(Point(9, 9, 9));  // written in place: no other copy shares it now
+  EXPECT_EQ(mesh.getBoundingBox().getMax(), Point(9, 9, 9));
+}
