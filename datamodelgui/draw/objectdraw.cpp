@@ -1,6 +1,8 @@
 #include "datamodelgui/draw/objectdraw.h"
 
 #include "datamodelgui/draw/documentdraw.h"
+#include "datamodelgui/snap/snapitems.h"
+#include "datamodelgui/snap/snapmodel.h"
 #include "platform/datamodel/attributes.h"
 #include "platform/datamodel/document.h"
 #include "platform/geometry/algorithms.h"
@@ -81,6 +83,12 @@ SelectionItem ObjectDraw::getItem(const voGR::HitRecord&) { return SelectionItem
 SelectionItem ObjectDraw::getSubObjectItem(const voGR::HitRecord& hit) { return onGetSubObjectItem(hit); }
 
 SelectionItem ObjectDraw::onGetSubObjectItem(const voGR::HitRecord&) { return SelectionItem(); }
+
+ru::Reference<SnapItemFactory> ObjectDraw::createSnapItemFactory(const voGR::HitRecord& hit) {
+  return onCreateSnapItemFactory(hit);
+}
+
+ru::Reference<SnapItemFactory> ObjectDraw::onCreateSnapItemFactory(const voGR::HitRecord&) { return nullptr; }
 
 void ObjectDraw::onObjectModified(const voDMD::Modification&) { setModified(); }
 
@@ -226,6 +234,12 @@ void MeshDraw::onDraw(voGR::DrawContext& context, SelectionIterator selectedBegi
       draw.setShader(nullptr);
     }
   }
+}
+
+ru::Reference<SnapItemFactory> MeshDraw::onCreateSnapItemFactory(const voGR::HitRecord&) {
+  voDMD::Mesh* mesh = getObject() ? getObject()->findAttribute<voDMD::Mesh>() : nullptr;
+  if (!mesh) return nullptr;
+  return ru::Reference<SnapItemFactory>(new MeshSnapFactory(mesh));
 }
 
 }  // namespace voDMG

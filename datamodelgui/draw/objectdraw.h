@@ -27,6 +27,7 @@ class HitRecord;
 namespace voDMG {
 
 class DocumentDraw;
+class SnapItemFactory;
 
 // The drawing of one document object. It listens to its object and remembers that it must be
 // redrawn; the next DocumentDraw::draw calls onDraw, which emits draw items through voGR::Draw
@@ -63,7 +64,8 @@ public:
   // The whole object; the hit record is not read.
   SelectionItem getItem(const voGR::HitRecord& hit);
   SelectionItem getSubObjectItem(const voGR::HitRecord& hit);
-  // createSnapItemFactory (over a virtual onCreateSnapItemFactory) joins here with the snap items.
+  // Where a snap under the cursor gets its items for this hit; null when the object offers none.
+  ru::Reference<SnapItemFactory> createSnapItemFactory(const voGR::HitRecord& hit);
 
 protected:
   // Emits the object's items. Selected and hover ranges are the object's items in the selection
@@ -77,6 +79,8 @@ protected:
   virtual void onObjectModified(const voDMD::Modification& modification);
   // A transaction touched the object; called after the object is already marked. Default: nothing.
   virtual void onObjectTxnModified();
+  // The snap items of a hit; the default offers none.
+  virtual ru::Reference<SnapItemFactory> onCreateSnapItemFactory(const voGR::HitRecord& hit);
 
   ruRTB::SignalClient client_;
 
@@ -111,7 +115,8 @@ protected:
               SelectionIterator hoverBegin, SelectionIterator hoverEnd,
               ru::Reference<voGR::DrawPolicy> policy) override;
   SelectionItem onGetSubObjectItem(const voGR::HitRecord& hit) override;
-  // The mesh's snap factory (onCreateSnapItemFactory) joins here with the snap items.
+  // A MeshSnapFactory for the object's mesh: its corners and faces under the cursor.
+  ru::Reference<SnapItemFactory> onCreateSnapItemFactory(const voGR::HitRecord& hit) override;
 
 private:
   void onDebugChannel(int code);
