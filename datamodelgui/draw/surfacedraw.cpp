@@ -175,6 +175,22 @@ void DocumentSurfaceDraw::onPostRenderFrame(ru::Reference<voPLST::Dictionary>) {
   if (viewCamera_) viewCamera_->setCamera(savedCamera_);
 }
 
+ru::Reference<voGR::Database> DocumentSurfaceDraw::makeActiveDatabase(
+    std::function<void(ruGeom::BoundingBox&)> cameraControlsBox) {
+  ru::Reference<voGR::Database> database = new voGR::Database(ds().getGraph());
+  ds().setActiveDatabase(database);
+  database->setCameraControlsBBox(std::move(cameraControlsBox));
+  return database;
+}
+
+voGR::WorldNode* DocumentSurfaceDraw::addNamedWorld(voGR::Database& database, const char* name,
+                                                   std::function<bool(voGR::DrawItem&)> filter) {
+  const int index = database.addWorld(new voGR::ListWorld(true), std::move(filter));
+  voGR::WorldNode* node = database.getWorldNode(index);
+  if (node) node->setName(name);
+  return node;
+}
+
 // ---------------------------------------------------------------------------------------------
 
 DefaultDocumentSurfaceDraw::DefaultDocumentSurfaceDraw(voGR::DrawSystem& system,
@@ -193,15 +209,10 @@ bool normalDepth(const voGR::DrawItem& item) { return item.getDepthInteraction()
 }  // namespace
 
 ru::Reference<voGR::Database> DefaultDocumentSurfaceDraw::onSetupDatabase() {
-  ru::Reference<voGR::Database> database = new voGR::Database(ds().getGraph());
-  ds().setActiveDatabase(database);
-  database->setCameraControlsBBox([this](ruGeom::BoundingBox& box) { getCameraControlsBBox(box); });
-
+  ru::Reference<voGR::Database> database =
+      makeActiveDatabase([this](ruGeom::BoundingBox& box) { getCameraControlsBBox(box); });
   auto add = [&](const char* name, voGR::Database::Filter filter) {
-    const int index = database->addWorld(new voGR::ListWorld(true), std::move(filter));
-    voGR::WorldNode* node = database->getWorldNode(index);
-    if (node) node->setName(name);
-    return node;
+    return addNamedWorld(*database, name, std::move(filter));
   };
   ssPositionedWorld_ = add("SSPW", [](voGR::DrawItem& item) { return inWorldSpace(item) && placed(item); });
   sceneTriWorld_ = add("SceneTriW", [](voGR::DrawItem& item) {

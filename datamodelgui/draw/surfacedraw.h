@@ -9,12 +9,14 @@
 #include "platform/support/broadcaster.h"
 #include "platform/support/plist.h"
 
+#include <functional>
 #include <list>
 
 namespace voGR {
 class CameraNode;
 class DataNodeStateInfo;
 class Database;
+class DrawItem;
 class DrawSystem;
 class RenderTargetNode;
 class WorldNode;
@@ -90,6 +92,13 @@ public:
 
 protected:
   voGR::CameraNode* viewCameraNode() const noexcept { return viewCamera_; }
+  // For onSetupDatabase: a database on the draw system's graph, made the active one, whose
+  // camera-controls box is answered by `cameraControlsBox`.
+  ru::Reference<voGR::Database> makeActiveDatabase(std::function<void(ruGeom::BoundingBox&)> cameraControlsBox);
+  // Adds a world named `name` to `database`, holding the items `filter` accepts at emission;
+  // answers its node (owned by the graph).
+  static voGR::WorldNode* addNamedWorld(voGR::Database& database, const char* name,
+                                        std::function<bool(voGR::DrawItem&)> filter);
   void onPreRenderFrame(ru::Reference<voPLST::Dictionary> parameters) override;
   void onPostRenderFrame(ru::Reference<voPLST::Dictionary> parameters) override;
 

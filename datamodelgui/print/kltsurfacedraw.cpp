@@ -112,15 +112,10 @@ void KLTSurfaceDraw::updateCapVisibility(bool visible) {
 // Database and graph
 
 ru::Reference<voGR::Database> KLTSurfaceDraw::onSetupDatabase() {
-  ru::Reference<voGR::Database> database = new voGR::Database(ds().getGraph());
-  ds().setActiveDatabase(database);
-  database->setCameraControlsBBox([this](ruGeom::BoundingBox& box) { getCameraControlsBBox(box); });
-
+  ru::Reference<voGR::Database> database =
+      makeActiveDatabase([this](ruGeom::BoundingBox& box) { getCameraControlsBBox(box); });
   auto add = [&](const char* name, voGR::Database::Filter filter) {
-    const int index = database->addWorld(new voGR::ListWorld(true), std::move(filter));
-    voGR::WorldNode* node = database->getWorldNode(index);
-    if (node) node->setName(name);
-    return node;
+    return addNamedWorld(*database, name, std::move(filter));
   };
   ssPositionedWorld_ = add("SSPW", [](voGR::DrawItem& item) { return inWorldSpace(item) && placed(item); });
   sceneTriWorld_ = add("SceneTriW", [](voGR::DrawItem& item) {
