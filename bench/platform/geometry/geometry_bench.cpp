@@ -7,6 +7,7 @@
 #include "platform/geometry/raycast.h"
 
 #include "bench/benchmeshes.h"
+#include "bench/rawembree.h"
 
 #include <benchmark/benchmark.h>
 #include <embree3/rtcore.h>
@@ -60,28 +61,8 @@ const std::vector<Ray>& rays() {
   return list;
 }
 
-RTCDevice rawDevice() {
-  static RTCDevice device = rtcNewDevice("threads=0");
-  return device;
-}
-
-// The yardstick: Embree used directly, same geometry, same build quality.
-RTCScene rawScene(const CompactMesh& mesh) {
-  RTCScene scene = rtcNewScene(rawDevice());
-  rtcSetSceneBuildQuality(scene, RTC_BUILD_QUALITY_MEDIUM);
-  RTCGeometry geometry = rtcNewGeometry(rawDevice(), RTC_GEOMETRY_TYPE_TRIANGLE);
-  auto* vertices = static_cast<float*>(rtcSetNewGeometryBuffer(geometry, RTC_BUFFER_TYPE_VERTEX, 0, RTC_FORMAT_FLOAT3,
-                                                               12, mesh.getNumVertices()));
-  std::copy_n(reinterpret_cast<const float*>(mesh.getVertices()), 3 * static_cast<std::size_t>(mesh.getNumVertices()), vertices);
-  auto* indices = static_cast<std::uint32_t*>(rtcSetNewGeometryBuffer(geometry, RTC_BUFFER_TYPE_INDEX, 0, RTC_FORMAT_UINT3,
-                                                                      12, mesh.getNumTriangles()));
-  std::copy_n(mesh.getTriangles(), 3 * static_cast<std::size_t>(mesh.getNumTriangles()), indices);
-  rtcCommitGeometry(geometry);
-  rtcAttachGeometry(scene, geometry);
-  rtcReleaseGeometry(geometry);
-  rtcCommitScene(scene);
-  return scene;
-}
+using bench::rawDevice;
+using bench::rawScene;
 
 void BM_RawEmbreeBuild(benchmark::State& state) {
   const CompactMesh& mesh = millionTriangles();
