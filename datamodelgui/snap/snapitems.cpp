@@ -326,6 +326,11 @@ private:
     const ruGeom::Camera* camera = currentCamera();
     if (!camera || !subMesh.hasTriangles()) return false;
     if (!std::isfinite(cursor.x) || !std::isfinite(cursor.y)) return false;
+    // The search takes whole pixels; a cursor beyond what an int holds stands for no pixel.
+    constexpr double kLowest = static_cast<double>(std::numeric_limits<int>::min());
+    constexpr double kHighest = static_cast<double>(std::numeric_limits<int>::max());
+    if (!(cursor.x > kLowest - 1.0 && cursor.x < kHighest + 1.0 && cursor.y > kLowest - 1.0 && cursor.y < kHighest + 1.0))
+      return false;
     const ViewportTransform& transform = viewportTransform(*camera);
     MeshSearch key;
     key.vertices = subMesh.getVertexBufferId();
