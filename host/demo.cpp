@@ -249,7 +249,8 @@ int runDemo(const DemoOptions& options) {
     }
     // Lowest corner of the mesh onto the chosen spot of the bed.
     const Range3d box = mesh->getBoundingBox().asRange3d();
-    const Vector move = part.corner - box.getMin();
+    // The corners are measured from the bed's corner; the scene's volume is centred on the origin.
+    const Vector move = part.corner + (scene.useableVolume().getMin() - Point(0, 0, 0)) - box.getMin();
     part.object = scene.addPart(part.file, mesh, AffineMatrix::translation(move));
     const Vector extent = box.getDiagonal();
     std::printf("  %-15s %-10s %3d vertices %3d triangles  %g x %g x %g mm at (%g, %g, %g): %s\n", part.file.c_str(),
