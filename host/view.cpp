@@ -33,7 +33,8 @@ public:
   using SelectionSet::insert;
 };
 
-// Writes `image` to `path` through a temporary file renamed into place.
+}  // namespace
+
 bool writePngInPlace(const ru::Reference<ruImage::Image>& image, const std::string& path, std::string& error) {
   if (!image) {
     error = path + ": the frame could not be drawn";
@@ -60,8 +61,6 @@ bool writePngInPlace(const ru::Reference<ruImage::Image>& image, const std::stri
   }
   return true;
 }
-
-}  // namespace
 
 bool parseViewDirection(const std::string& text, ViewDirection& direction) {
   if (text == "iso") direction = ViewDirection::Iso;

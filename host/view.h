@@ -123,6 +123,10 @@ private:
   ruRTB::SignalClient client_;
 };
 
+// Writes `image` as a PNG to a temporary file renamed to `path`, so a failure leaves no half-written
+// file. False with "PATH: what is wrong" in `error` (a null image counts as a frame not drawn).
+bool writePngInPlace(const ru::Reference<ruImage::Image>& image, const std::string& path, std::string& error);
+
 // The number of pixels of `image` unlike the print view's background: a pixel counts unless it is
 // a light neutral grey (the radial gradient runs from 0.93 to 0.99 grey) or fully transparent.
 int pixelsUnlikeBackground(const ruImage::Image& image);
