@@ -2,27 +2,27 @@
 #include "host/scene.h"
 #include "host/view.h"
 
-#include "platform/base/linear.h"
-#include "platform/datamodel/actions.h"
-#include "platform/datamodel/document.h"
-#include "platform/datamodel/print.h"
-#include "platform/geometry/box.h"
-#include "platform/geometry/construct.h"
-#include "platform/geometry/meshio.h"
-#include "platform/support/callinfo.h"
 #include "datamodelgui/snap/projector.h"
 #include "datamodelgui/snap/snapitems.h"
 #include "datamodelgui/snap/snapmanager.h"
+#include "platform/base/linear.h"
+#include "platform/datamodel/actions.h"
 #include "platform/datamodel/attributes.h"
+#include "platform/datamodel/document.h"
+#include "platform/datamodel/print.h"
+#include "platform/geometry/box.h"
 #include "platform/geometry/camera.h"
+#include "platform/geometry/construct.h"
+#include "platform/geometry/meshio.h"
+#include "platform/support/callinfo.h"
 #include "platform/transaction/transaction.h"
 
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
 #include <array>
-#include <cmath>
 #include <chrono>
+#include <cmath>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
@@ -308,8 +308,7 @@ int writeFrames(const DemoOptions& options, Scene& scene, std::vector<Part>& par
   const double length = std::max(1e-9, std::sqrt(towardX * towardX + towardY * towardY));
   const ruLinear::Point2 endPixel{cornerPixel.x + 5.0 * towardX / length, cornerPixel.y + 5.0 * towardY / length};
 
-  voTXN::Manager* manager = &txn;
-  manager->begin("move");
+  txn.begin("move");
   voDMG::SnapClient snap{voGR::HitTestConfig()};
   snap.addFactory(new voDMG::MeshSnapFactory(target->findAttribute<voDMD::Mesh>()));
   ru::Reference<voDMG::PlaneProjector> projector =
@@ -347,9 +346,9 @@ int writeFrames(const DemoOptions& options, Scene& scene, std::vector<Part>& par
   if (result) result->setDraw(nullptr);
   result = nullptr;
   snap.endSnap();
-  manager->commit();
+  txn.commit();
   // One undo puts the plate back where it was.
-  manager->undo();
+  txn.undo();
   if (!written) return 1;
 
   start = std::chrono::steady_clock::now();
@@ -493,9 +492,10 @@ void addDemoCommand(CLI::App& app, int& status) {
   auto options = std::make_shared<DemoOptions>();
   CLI::App* demo = app.add_subcommand(
       "demo", "Write three small models (STL and OBJ), import them onto a printer's bed and report what the print "
-              "analyses find: out of bounds, wall thickness, health and repair");
+              "analyses find (out of bounds, wall thickness, health and repair), then draw PNG frames of the print view: "
+              "the bed, a part moved out, thin walls, hover and selection, a snapped drag, the cut-away, thumbnails");
   demo->add_option("-o,--output", options->output, "Folder for the models (default: <temp>/printprep-demo)");
-  demo->add_option("--frames", options->frames, "Folder for the PNG frames")->capture_default_str();
+  demo->add_option("--frames", options->frames, "Folder for the PNG frames (thumbnails are half the frame size)")->capture_default_str();
   demo->add_option("--frame-size", options->frameSize, "Edge of the frames in pixels")
       ->capture_default_str()
       ->check(CLI::Range(64, 4096));
