@@ -1053,14 +1053,16 @@ TEST(HitTestGLTest, AVertexBufferWrittenInPlaceMovesItsItem) {
   const HitTestConfig config;
   ruLinear::Point2 first, second;
   ASSERT_TRUE(scene.camera.project(Point(-22, 18, 0), first));
-  ASSERT_TRUE(scene.camera.project(Point(-19.75, 19.75, 0), second));
+  // Across the field: far from the tree's nodes around its old place.
+  ASSERT_TRUE(scene.camera.project(Point(18, 18, 0), second));
+  ASSERT_LT(second.x, voGR::test::kSize);
   visibilityTest(*scene.gl.system, scene.camera, first, config, records);
   ASSERT_FALSE(records.empty());
   EXPECT_EQ(records.front().label, 1000);
   // The same item, its vertices rewritten to another spot without re-emission.
   ruGeom::MeshVertex* vertices = own->editVertices();
   for (int v = 0; v < own->getNumVertices(); ++v) {
-    vertices[v] = ruGeom::MeshVertex(vertices[v].asPoint() + Vector(2.25, 1.75, 0));
+    vertices[v] = ruGeom::MeshVertex(vertices[v].asPoint() + Vector(40, 0, 0));
   }
   visibilityTest(*scene.gl.system, scene.camera, second, config, records);
   ASSERT_FALSE(records.empty());
