@@ -192,6 +192,10 @@ struct Candidate {
   ruLinear::AffineMatrix toWorld;
   ruLinear::AffineMatrix toLocal;
   TriangleSource* triangles = nullptr;
+  // The world sphere holding the item's vertices, when it has one (world items only).
+  bool bounded = false;
+  Point centre;
+  double radius = 0;
 };
 
 struct Found {
@@ -239,7 +243,23 @@ Vector pixelDirection(const ruGeom::Camera& camera, double x, double y) {
 }
 
 // The nearest hit of a world ray on the item's triangles, in world units along the (unit) ray.
+// True when the ray from `origin` along `direction` (t >= 0) certainly passes the item's sphere, so
+// it cannot hit the item: a few multiplications instead of a trip through the acceleration
+// structure. The slack keeps rounding from turning away a ray that grazes the sphere.
+bool passesSphere(const Candidate& c, const Point& origin, const Vector& direction) {
+  if (!c.bounded) return false;
+  const Vector toCentre = c.centre - origin;
+  const double length2 = dotInline(direction, direction);
+  if (!(length2 > 0)) return false;
+  const double along = dotInline(toCentre, direction) / std::sqrt(length2);
+  const double squared = dotInline(toCentre, toCentre);
+  const double reach = c.radius + 1e-6 * (c.radius + std::sqrt(squared)) + 1e-12;
+  if (along < -reach) return true;  // wholly behind the origin
+  return squared - along * along > reach * reach;
+}
+
 int hitWorld(const Candidate& c, const Point& eye, const Vector& direction, float& t) {
+  if (passesSphere(c, eye, direction)) return -1;
   return c.triangles->intersect(eye * c.toLocal, direction * c.toLocal, t);
 }
 
@@ -319,10 +339,8 @@ float visibilityTest(const DrawSystem& system, const ruGeom::Camera& camera, con
   cone.bounded = coneCull;
   const double centrePixelX = cx + 0.5 - viewport.x, centrePixelY = cy + 0.5 - viewport.y;
   // False when the item's bounding sphere cannot reach the pick region.
-  auto mayReach = [&](const DrawItem& item, bool screen) {
-    Point centre;
-    double radius = 0;
-    if (!item.getWorldBoundingSphere(centre, radius)) return true;
+  auto mayReach = [&](bool bounded, const Point& centre, double radius, bool screen) {
+    if (!bounded) return true;
     if (screen) {
       const double dx = centre.x - centrePixelX, dy = centre.y - centrePixelY;
       return std::sqrt(dx * dx + dy * dy) <= radius + reachPixels;
@@ -353,7 +371,10 @@ float visibilityTest(const DrawSystem& system, const ruGeom::Camera& camera, con
     } else {
       c.kind = mesh->hasLines() ? Kind::Lines : Kind::Points;
     }
-    if (!mayReach(item, c.screen)) continue;
+    c.bounded = item.getWorldBoundingSphere(c.centre, c.radius);
+    if (!mayReach(c.bounded, c.centre, c.radius, c.screen)) continue;
+    // Viewport items are not tested along world rays.
+    if (c.screen) c.bounded = false;
     c.hidable = !c.screen && item.getDepthInteraction() == DepthNormal;
     c.occluder = c.hidable && c.kind == Kind::Triangles && (!first || first->accepts(item));
     c.reported = !second || second->accepts(item);
@@ -397,9 +418,8 @@ float visibilityTest(const DrawSystem& system, const ruGeom::Camera& camera, con
   auto hitAt = [&](std::size_t i, std::size_t k) {
     const std::size_t at = slot[i] * numPixels + k;
     if (hitT[at] == kNotCast) {
-      const Candidate& c = candidates[i];
       float t = kNoHit;
-      const int triangle = c.triangles->intersect(eye * c.toLocal, directionAt(k) * c.toLocal, t);
+      const int triangle = hitWorld(candidates[i], eye, directionAt(k), t);
       hitT[at] = triangle < 0 ? kNoHit : t;
       hitTriangle[at] = triangle;
     }

@@ -25,13 +25,18 @@ struct PickCone {
   bool bounded = false;
 };
 
+// ruLinear::dot, inline for the loops over many items and rays (the same sums in the same order).
+inline double dotInline(const ruLinear::Vector& a, const ruLinear::Vector& b) noexcept {
+  return a.getX() * b.getX() + a.getY() * b.getY() + a.getZ() * b.getZ();
+}
+
 // A lower bound of the distance from `centre` to the cone's surface (negative inside): the
 // distance to the axis times the cosine, less the distance along it times the sine. Shared by the
 // index and the per-item test, so both read a sphere the same way.
 inline double coneDistance(const PickCone& cone, const ruLinear::Point& centre, double& fromApex) {
   const ruLinear::Vector toCentre = centre - cone.apex;
-  const double along = ruLinear::dot(toCentre, cone.axis);
-  const double squared = ruLinear::dot(toCentre, toCentre);
+  const double along = dotInline(toCentre, cone.axis);
+  const double squared = dotInline(toCentre, toCentre);
   fromApex = std::sqrt(squared);
   const double across = std::sqrt(std::max(0.0, squared - along * along));
   return across * cone.cosine - along * cone.sine;
