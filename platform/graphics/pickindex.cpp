@@ -184,7 +184,6 @@ void PickIndex::takeReleases() {
 }
 
 void PickIndex::build() {
-  ++builds_;
   tree_.clear();
   nodes_.clear();
   recent_.clear();

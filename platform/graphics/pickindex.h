@@ -77,11 +77,6 @@ public:
   // test against the cone (coneDistance <= radius) would pass.
   void collect(const PickCone& cone, std::vector<std::pair<std::uint64_t, DrawItem*>>& out);
 
-  // For tests and diagnostics: items kept, of them always visited, and builds of the tree so far.
-  std::size_t size() const noexcept { return live_; }
-  std::size_t numAlwaysVisited() const noexcept { return always_.size(); }
-  std::uint64_t numBuilds() const noexcept { return builds_; }
-
 private:
   enum class State : std::uint8_t { Unplaced, Placed, Always };
   struct Entry {
@@ -118,7 +113,6 @@ private:
   std::uint64_t nextOrder_ = 0;
   std::size_t live_ = 0, dead_ = 0;
   bool dirty_ = true;  // the tree must be built before the next query
-  std::uint64_t builds_ = 0;
   // Buffer identities that died, heard from libGeometry (any thread).
   struct Releases;
   Releases* releases_;

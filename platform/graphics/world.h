@@ -67,7 +67,9 @@ private:
 };
 
 // The items of a surface and its worlds. A new item (emitted while the database is active) joins
-// every world whose filter accepts it, each filter asked once, at emission. Reference counted.
+// every world whose filter accepts it, each filter asked once, at emission. The database also
+// keeps its pickable items in a spatial index, so that a hit test (hittest.h) visits only those
+// near the pick point. Reference counted.
 class VO_GR_API Database : public ru::ReferenceCount {
 public:
   using Filter = std::function<bool(DrawItem&)>;

@@ -370,8 +370,11 @@ struct PickScene {
 };
 
 ::testing::AssertionResult sameRecords(const ru::vector<HitRecord>& got, const std::vector<Reference::Rec>& want) {
-  if (got.size() != want.size())
-    return ::testing::AssertionFailure() << got.size() << " records, the reference has " << want.size();
+  if (got.size() != want.size()) {
+    auto failure = ::testing::AssertionFailure() << got.size() << " records, the reference has " << want.size();
+    for (const auto& w : want) failure << "; reference label " << w.item->getLabel() << " triangle " << w.triangle << " line " << w.line << " depth " << w.depth;
+    return failure;
+  }
   for (std::size_t i = 0; i < got.size(); ++i) {
     const HitRecord& g = got[i];
     const Reference::Rec& w = want[i];
@@ -910,7 +913,8 @@ TEST(HitTestGLTest, RandomEmitsMovesHidesAndRemovalsMatchAWalkOverEveryItem) {
         break;
       case 8:
         what = "sent far away";
-        object.where = object.where + Vector(4e4, -3e4, 2e4);
+        // Out of view but in front of the eye (the reference projects without clipping).
+        object.where = object.where + Vector(4e4, 3e4, -2e4);
         scene.emit(index);
         break;
       case 9:
@@ -935,7 +939,7 @@ TEST(HitTestGLTest, RandomEmitsMovesHidesAndRemovalsMatchAWalkOverEveryItem) {
     // What went far away comes back some steps later.
     for (ChurnScene::Object& o : scene.objects) {
       if (o.where.x > 1e4 && pickStep(scene.random) < 3) {
-        o.where = o.where - Vector(4e4, -3e4, 2e4);
+        o.where = o.where - Vector(4e4, 3e4, -2e4);
         scene.emit(int(&o - scene.objects.data()));
       }
     }
@@ -943,6 +947,61 @@ TEST(HitTestGLTest, RandomEmitsMovesHidesAndRemovalsMatchAWalkOverEveryItem) {
   scene.gl.frame("hittest_churn_end");
   // The picks really found things.
   EXPECT_GT(records, 300);
+}
+
+TEST(HitTestGLTest, OtherViewsOfTheChangedFieldMatchTheWalk) {
+  ChurnScene scene(120);
+  for (std::size_t i = 0; i < scene.objects.size(); ++i) {
+    scene.objects[i].where = scene.randomPlace(scene.objects[i]);
+    scene.emit(int(i));
+  }
+  // Changes after a first pick, so that some items sit in the tree and some joined since.
+  ru::vector<HitRecord> records;
+  visibilityTest(*scene.gl.system, scene.camera, ruLinear::Point2(128, 128), HitTestConfig(), records);
+  std::uniform_int_distribution<int> pickObject(0, int(scene.objects.size()) - 1);
+  for (int i = 0; i < 40; ++i) {
+    ChurnScene::Object& object = scene.objects[pickObject(scene.random)];
+    object.where = scene.randomPlace(object);
+    scene.emit(int(&object - scene.objects.data()));
+  }
+  // From below, from the side, closer; and a 16 x 16 view at 150 degrees, whose pick cone at
+  // radius 2 is too wide to cut anything away. Every object stays in front of the eye, as the
+  // reference projects without clipping.
+  std::vector<ruGeom::Camera> cameras = {GLScene::camera(Point(5, 10, -50), Point(0, 0, 0)),
+                                         GLScene::camera(Point(-60, 3, 2), Point(0, 0, 0)),
+                                         GLScene::camera(Point(2, -12, 30), Point(0, 0, 0))};
+  ruGeom::Camera wide = GLScene::camera(Point(0, -30, 25), Point(0, 0, 0));
+  wide.setViewport(ruGeom::Viewport(0, 0, 16, 16));
+  ruGeom::AngleAspect frustum = wide.getFrustum();
+  frustum.setAngle(150.0 * M_PI / 180.0);
+  wide.setFrustum(frustum);
+  std::mt19937 random(99);
+  int seen = 0;
+  for (const ruGeom::Camera& camera : cameras) {
+    std::uniform_real_distribution<double> coordinate(0.0, 255.999);
+    std::vector<ruLinear::Point2> pixels;
+    for (int i = 0; i < 60; ++i) pixels.emplace_back(coordinate(random), coordinate(random));
+    HitTestConfig config;
+    const int narrow = compareAt(*scene.gl.system, camera, config, pixels, "a view");
+    ASSERT_GE(narrow, 0);
+    config.radius = 3;
+    pixels.resize(15);
+    const int disc = compareAt(*scene.gl.system, camera, config, pixels, "a view, radius 3");
+    ASSERT_GE(disc, 0);
+    seen += narrow + disc;
+  }
+  for (int radius : {0, 2}) {
+    HitTestConfig config;
+    config.radius = radius;
+    std::vector<ruLinear::Point2> pixels;
+    for (int y = 0; y < 16; y += 3) {
+      for (int x = 0; x < 16; x += 3) pixels.emplace_back(x + 0.5, y + 0.5);
+    }
+    const int found = compareAt(*scene.gl.system, wide, config, pixels, "the wide view, radius " + std::to_string(radius));
+    ASSERT_GE(found, 0);
+    seen += found;
+  }
+  EXPECT_GT(seen, 60);
 }
 
 TEST(HitTestGLTest, AnItemMovedFarAwayAndBackIsFoundWhereItIs) {
