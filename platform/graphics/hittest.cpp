@@ -242,7 +242,6 @@ Vector pixelDirection(const ruGeom::Camera& camera, double x, double y) {
   return camera.getWorldSpaceRay(ruLinear::Point2(x, y)).getDirection();
 }
 
-// The nearest hit of a world ray on the item's triangles, in world units along the (unit) ray.
 // True when the ray from `origin` along `direction` (t >= 0) certainly passes the item's sphere, so
 // it cannot hit the item: a few multiplications instead of a trip through the acceleration
 // structure. The slack keeps rounding from turning away a ray that grazes the sphere.
@@ -258,6 +257,7 @@ bool passesSphere(const Candidate& c, const Point& origin, const Vector& directi
   return squared - along * along > reach * reach;
 }
 
+// The nearest hit of a world ray on the item's triangles, in world units along the (unit) ray.
 int hitWorld(const Candidate& c, const Point& eye, const Vector& direction, float& t) {
   if (passesSphere(c, eye, direction)) return -1;
   return c.triangles->intersect(eye * c.toLocal, direction * c.toLocal, t);
