@@ -411,4 +411,14 @@ TEST_F(KLTMeshThinStateGLTest, OnALargeMeshNewValuesAndAnnouncedChangesAreNotice
   EXPECT_FALSE(voDMA::isPartThick(meshOf(object)));
 }
 
+TEST_F(KLTMeshDrawGLTest, ItemsAreNamedKLTMeshAndPlacedByTheObjectsTransform) {
+  voDMD::Object* object = addPrintMesh(cuboid(kUnitCube), translation(2, 3, 4));
+  redraw();
+  ASSERT_EQ(itemsOf(object).size(), 1u);
+  voGR::DrawItem* item = itemsOf(object)[0];
+  EXPECT_EQ(item->getDebugString(), "KLTMesh");
+  EXPECT_EQ(item->getTransform().getTranslation(), ruLinear::Vector(2, 3, 4));
+  EXPECT_EQ(item->getObjectDrawOwner(), drawOf(object));
+}
+
 }  // namespace
