@@ -305,7 +305,7 @@ TEST_F(KLTMeshDrawPolicyGLTest, PlanesAlongXAndYDecideOnTheirOwnAxis) {
 TEST_F(KLTMeshDrawPolicyGLTest, HoverTagsComeOffAfterEachPartWhileActiveStaysAsTheLastPartSetIt) {
   voDMD::Object* object = slabZ(0, 1);
   const voDMD::KLTMesh* mesh = meshOf(object);
-  ru::Reference<ruGeom::CompactMesh> part = mesh->getMesh();
+  ru::Reference<ruGeom::CompactMesh> part = const_cast<ruGeom::CompactMesh*>(mesh->getMesh().get());
   int source = 0;
   voGR::DrawContext context(scene.system.get(), 7);
   {
@@ -343,6 +343,43 @@ TEST_F(KLTMeshDrawPolicyGLTest, EveryEmissionGetsANewShader) {
   ru::Reference<voGR::Shader> keep = only(object)->getShader();
   redraw();
   EXPECT_NE(only(object)->getShader().get(), first);
+}
+
+TEST_F(KLTMeshDrawPolicyGLTest, AFirstPlaneThatClipsOnlySelectedMeshesStillDecidesForEveryMesh) {
+  voDMD::Object* below = slabZ(0, 1);
+  setPlanes({plane(ruLinear::Point(0, 0, 2), ruLinear::Vector(0, 0, 1), true)});
+  EXPECT_FALSE(policy()->shouldDraw(meshOf(below)));
+  voDMD::Object* above = slabZ(3, 4);
+  redraw();
+  // Drawn, but the selection plane does not clip an unselected mesh.
+  voGR::DrawItem* item = only(above);
+  ASSERT_NE(item, nullptr);
+  EXPECT_EQ(item->getShader()->clippingPlanes().size(), 0);
+}
+
+TEST_F(KLTMeshDrawPolicyGLTest, ReportModeKeepsTheRepairColourButDropsOutOfBoundsAndClipping) {
+  DistinctTables tables;
+  ru::Reference<ruGeom::CompactMesh> open = cuboid(ruLinear::Range3d(ruLinear::Point(-1, -1, 0), ruLinear::Point(1, 1, 1)));
+  open->setNumTriangles(open->getNumTriangles() - 2);
+  voDMD::Object* broken = addPrintMesh(open);
+  voDMD::Object* outside = addPrintMesh(cuboid(ruLinear::Range3d(ruLinear::Point(-1, -1, 0), ruLinear::Point(1, 1, 1))),
+                                        translation(10, 0, 0));
+  ASSERT_TRUE(meshOf(broken)->needsRepair());
+  ASSERT_TRUE(meshOf(outside)->isOutOfBounds());
+  setPlanes({plane(ruLinear::Point(0, 0, 0.5), ruLinear::Vector(0, 0, -1))});
+  policy()->setChangeDrawStatesForReport(true);
+  redraw();
+  voGR::DrawItem* repairItem = only(broken);
+  voGR::DrawItem* outsideItem = only(outside);
+  ASSERT_TRUE(repairItem && outsideItem);
+  EXPECT_TRUE(same(colorOf(repairItem), KLTMeshDrawPolicy::needsRepairColors[0]));
+  EXPECT_TRUE(same(colorOf(outsideItem), KLTMeshDrawPolicy::baseColors[0]));
+  EXPECT_EQ(repairItem->getShader()->clippingPlanes().size(), 0);
+  EXPECT_EQ(outsideItem->getShader()->clippingPlanes().size(), 0);
+  // The flag's accessors change nothing else: the meshes were redrawn above by hand.
+  policy()->setChangeDrawStatesForReport(false);
+  EXPECT_FALSE(policy()->getChangeDrawStatesForReport());
+  EXPECT_FALSE(drawOf(broken)->isModified());
 }
 
 }  // namespace
