@@ -550,3 +550,27 @@ TEST_F(KLTSurfaceDrawGLTest, ThumbnailRowsStandBottomUpAsTheReadBackGivesThem) {
   EXPECT_EQ(rowsOf(high.color, 0, middle - 2), 0);
   EXPECT_GT(rowsOf(low.color, 0, middle), 50);
 }
+
+TEST_F(KLTSurfaceDrawGLTest, ANewSurfaceHoldsNoNodesNoPlanesAndNoThumbObjectUntilInitialize) {
+  ASSERT_TRUE(system);
+  ru::Reference<voGR::DataNodeStateInfo> otherInfo = system->createRenderTarget("Other", key);
+  testing::internal::CaptureStdout();
+  {
+    ru::Reference<voDMG::KLTSurfaceDraw> fresh = new voDMG::KLTSurfaceDraw(*system, otherInfo);
+    EXPECT_EQ(fresh->renCameraNode(), nullptr);
+    for (voGR::WorldNode* world : {fresh->sceneWorldNode(), fresh->sceneTriWorldNode(), fresh->sceneLinesWorldNode(),
+                                   fresh->selectedWorldNode(), fresh->xRayWorldNode(), fresh->ssPositionedWorldNode(),
+                                   fresh->screenSpaceWorldNode(), fresh->hoverWorldNode(), fresh->hoverSelWorldNode()})
+      EXPECT_EQ(world, nullptr);
+    EXPECT_EQ(fresh->thumbCameraNode(), nullptr);
+    EXPECT_EQ(fresh->thumbRenderNode(), nullptr);
+    EXPECT_EQ(fresh->thumbTargetNode(), nullptr);
+    EXPECT_EQ(fresh->thumbObject(), nullptr);
+    EXPECT_TRUE(fresh->planes().empty());
+    EXPECT_FALSE(fresh->capEditor().hasCapGeometry());
+  }
+  EXPECT_EQ(testing::internal::GetCapturedStdout(), "~KLTSurfaceDraw called\n");
+  // The getter of the surface just gone is left in the hit tester: give it the fixture's back.
+  voDMG::KLTSurfaceDraw* kept = surface.get();
+  hitTester.setCameraGetter([kept] { return kept->getRenderCamera(); });
+}
