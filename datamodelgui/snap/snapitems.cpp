@@ -216,9 +216,11 @@ void CoordinateAxisSnapItem::onDraw(voGR::DrawContext& context, const ruLinear::
 
 ModelingPlaneSnapResult::ModelingPlaneSnapResult(const ruLinear::Plane& plane, const ruLinear::Point& position) {
   setPosition(position);
-  const ruLinear::Vector u = plane.getNormal().orthogonalVector();
-  const ruLinear::Vector v = ruLinear::cross(plane.getNormal().asVector(), u);
-  setFrame(ruLinear::ParamPlane(position, plane.getNormal(), u, v, false));
+  // The frame is made of the two in-plane vectors alone; its normal is theirs (v x w), which may
+  // differ from the plane's in the last bits.
+  const ruLinear::Vector v = plane.getNormal().orthogonalVector();
+  const ruLinear::Vector w = ruLinear::cross(plane.getNormal().asVector(), v);
+  setFrame(ruLinear::ParamPlane(position, v, w, false));
 }
 
 ModelingPlaneSnapResult::~ModelingPlaneSnapResult() = default;
