@@ -9,7 +9,6 @@
 #include "platform/graphics/draw.h"
 #include "platform/support/callinfo.h"
 
-#include <atomic>
 #include <bit>
 #include <cmath>
 #include <cstring>
@@ -42,10 +41,10 @@ struct ViewportTransform {
 static_assert(std::is_trivially_copyable_v<ruGeom::Camera>, "cameras are compared bitwise");
 
 const ViewportTransform& viewportTransform(const ruGeom::Camera& camera) {
-  // Generations are unique across threads, so an item measured on two threads never takes one
-  // camera's projection for another's.
-  static std::atomic<std::uint64_t> generations{0};
-  thread_local ViewportTransform cache;
+  // Snapping runs on the one thread that drives events, like the rest of this library: a plain
+  // counter and one cache, no atomic value.
+  static std::uint64_t generations = 0;
+  static ViewportTransform cache;
   // Bitwise, so that a changed sign of zero or a NaN counts as a change, never as a match.
   if (cache.generation == 0 || std::memcmp(&cache.camera, &camera, sizeof(ruGeom::Camera)) != 0) {
     cache.camera = camera;
@@ -216,9 +215,11 @@ void CoordinateAxisSnapItem::onDraw(voGR::DrawContext& context, const ruLinear::
 
 ModelingPlaneSnapResult::ModelingPlaneSnapResult(const ruLinear::Plane& plane, const ruLinear::Point& position) {
   setPosition(position);
-  const ruLinear::Vector u = plane.getNormal().orthogonalVector();
-  const ruLinear::Vector v = ruLinear::cross(plane.getNormal().asVector(), u);
-  setFrame(ruLinear::ParamPlane(position, plane.getNormal(), u, v, false));
+  // The frame is made of the two in-plane vectors alone; its normal is theirs (v x w), which may
+  // differ from the plane's in the last bits.
+  const ruLinear::Vector v = plane.getNormal().orthogonalVector();
+  const ruLinear::Vector w = ruLinear::cross(plane.getNormal().asVector(), v);
+  setFrame(ruLinear::ParamPlane(position, v, w, false));
 }
 
 ModelingPlaneSnapResult::~ModelingPlaneSnapResult() = default;
@@ -292,8 +293,8 @@ struct MeshSearch {
 // The entry answering `key`, or the oldest of the few kept, emptied for it (answered false).
 MeshSearch& recentMeshSearch(const MeshSearch& key) {
   constexpr int kKept = 4;
-  thread_local MeshSearch kept[kKept];
-  thread_local int next = 0;
+  static MeshSearch kept[kKept];
+  static int next = 0;
   for (MeshSearch& entry : kept) {
     if (entry.answered && entry.sameQuestion(key)) return entry;
   }

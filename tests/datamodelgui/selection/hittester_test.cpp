@@ -415,6 +415,73 @@ TEST_F(HitTesterGLTest, TheDefaultRuleIsOfferedOnlyTheFirstItem) {
   EXPECT_EQ(changed[1], expected);
 }
 
+TEST_F(HitTesterGLTest, AnAnswerEquivalentToTheCandidatesSignalsNothingButOneARuleChangedSwapsAgain) {
+  twoCubes();
+  std::vector<std::string> signals;
+  std::vector<std::vector<SelectionItem>> changed;
+  ruRTB::SignalClient listener;
+  candidates.sigModified.addCallback([&](SelectionSet*) { signals.push_back("modified"); }, listener);
+  candidates.sigModified2.addCallback([&](SelectionSet*) { signals.push_back("modified2"); }, listener);
+  candidates.sigMembershipChanged.addCallback(
+      [&](const ru::set<SelectionItem>& items) {
+        signals.push_back("membership");
+        changed.emplace_back(items.begin(), items.end());
+      },
+      listener);
+  candidates.sigCandidatesChanged.addCallback([&](DocumentHitTester::EventType) { signals.push_back("candidates"); },
+                                              listener);
+  hitTester.hitTest(overA(), DocumentHitTester::Move);
+  const std::vector<std::string> oneChange{"modified", "modified2", "membership", "candidates"};
+  ASSERT_EQ(signals, oneChange);
+  const ru::vector<voGR::HitRecord> records = *candidateRecords();
+  const std::string obtained = kCandidates + "Number of hit records obtained = " + std::to_string(records.size()) + " ";
+  DocumentHitTester::HitsSignal& key = hitTester.sigHitsChanged(candidates.hitTestConfig(), true);
+
+  // The same answer told again: filtered, it equals the candidates, so nothing is signalled.
+  signals.clear();
+  {
+    DebugLog log;
+    key.emit(records, DocumentHitTester::Move);
+    EXPECT_EQ(ours(log), (std::vector<std::string>{kCandidates + "CandidateSet::onHitsChanged", obtained}));
+  }
+  EXPECT_TRUE(signals.empty());
+  // Event type 1 stops at once.
+  {
+    DebugLog log;
+    key.emit(ru::vector<voGR::HitRecord>(), DocumentHitTester::Passive);
+    EXPECT_EQ(ours(log), std::vector<std::string>{kCandidates + "CandidateSet::onHitsChanged"});
+  }
+  EXPECT_EQ(itemsOf(candidates), std::vector<SelectionItem>{SelectionItem(a)});
+
+  // A rule that turns A into B: the candidates hold B after the rule, so the same answer, filtered
+  // to A again, differs from them and swaps again, with an empty difference.
+  ru::Reference<ExpandRule> rule = new ExpandRule();
+  rule->from = a;
+  rule->into = {SelectionItem(b)};
+  candidates.setDefaultRule(rule);
+  key.emit(ru::vector<voGR::HitRecord>(), DocumentHitTester::Move);
+  ASSERT_TRUE(candidates.empty());
+  signals.clear();
+  changed.clear();
+  key.emit(records, DocumentHitTester::Move);
+  EXPECT_EQ(signals, oneChange);
+  EXPECT_EQ(itemsOf(candidates), std::vector<SelectionItem>{SelectionItem(b)});
+  ASSERT_EQ(changed.size(), 1u);
+  EXPECT_EQ(changed[0], std::vector<SelectionItem>{SelectionItem(b)});
+  signals.clear();
+  changed.clear();
+  {
+    DebugLog log;
+    key.emit(records, DocumentHitTester::Move);
+    EXPECT_EQ(ours(log), (std::vector<std::string>{kCandidates + "CandidateSet::onHitsChanged", obtained,
+                                                   kCandidates + "CandidateSet changed (have 1 items)."}));
+  }
+  EXPECT_EQ(signals, oneChange);
+  ASSERT_EQ(changed.size(), 1u);
+  EXPECT_TRUE(changed[0].empty());
+  EXPECT_EQ(rule->offered, (std::vector<SelectionItem>{SelectionItem(a), SelectionItem(a)}));
+}
+
 TEST_F(HitTesterGLTest, APointOutsideTheViewportLeavesNoCandidate) {
   twoCubes();
   hitTester.hitTest(overA(), DocumentHitTester::Move);

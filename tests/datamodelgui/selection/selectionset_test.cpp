@@ -7,7 +7,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -299,6 +301,121 @@ TEST_F(SelectionSetTest, AssignCopiesMembersAndEmitsTheDifference) {
   EXPECT_TRUE(set.equivalent(setOf({b, c})));
   EXPECT_EQ(recorder.calls, kOneEmission);
   EXPECT_EQ(recorder.changed[0].size(), 3u);
+}
+
+TEST_F(SelectionSetTest, SwapExchangesTheDocumentDrawsAndAssignTakesTheOthers) {
+  voSupport::CallInfo info;
+  // Only compared, never used.
+  auto* first = reinterpret_cast<voDMG::DocumentDraw*>(&info);
+  auto* second = reinterpret_cast<voDMG::DocumentDraw*>(&doc);
+  info.set<voDMG::DocumentDraw>(first);
+  std::unique_ptr<SelectionSet> left;
+  {
+    voSupport::CallScope scope(info);
+    left = std::make_unique<SelectionSet>();
+  }
+  voSupport::CallInfo otherInfo;
+  otherInfo.set<voDMG::DocumentDraw>(second);
+  std::unique_ptr<SelectionSet> right;
+  {
+    voSupport::CallScope scope(otherInfo);
+    right = std::make_unique<SelectionSet>();
+  }
+  ASSERT_EQ(left->getDraw(), first);
+  ASSERT_EQ(right->getDraw(), second);
+  left->swap(*right);
+  EXPECT_EQ(left->getDraw(), second);
+  EXPECT_EQ(right->getDraw(), first);
+  SelectionSet plain;  // no document draw
+  left->assign(plain);
+  EXPECT_EQ(left->getDraw(), nullptr);
+  EXPECT_EQ(plain.getDraw(), nullptr);
+}
+
+TEST_F(SelectionSetTest, ToggleAndClearInsideABatchReplaceWhatTheBatchListedSoFar) {
+  Batch set;
+  set.lock();
+  set.insert(SelectionItem(a));
+  set.unlock();
+  Recorder recorder(set);
+  // A held batch lists c, then a toggle replaces the list by the toggled set's items.
+  set.lock();
+  set.insert(SelectionItem(c));
+  set.toggle(setOf({b}));
+  set.unlock();
+  ASSERT_EQ(recorder.changed.size(), 1u);
+  EXPECT_EQ(recorder.changed[0], std::vector<SelectionItem>{SelectionItem(b)});
+  // The same for clear: the former members replace what was listed.
+  set.lock();
+  set.toggle(setOf({b}));
+  set.clear();
+  set.unlock();
+  ASSERT_EQ(recorder.changed.size(), 2u);
+  std::vector<SelectionItem> members{SelectionItem(a), SelectionItem(c)};
+  std::sort(members.begin(), members.end());
+  EXPECT_EQ(recorder.changed[1], members);
+  EXPECT_TRUE(set.empty());
+}
+
+TEST_F(SelectionSetTest, ACopyMadeDuringABatchHasNoConnectionsNoPendingItemsAndNoBatch) {
+  Batch set;
+  Recorder recorder(set);
+  set.lock();
+  set.insert(SelectionItem(a));
+  SelectionSet copy(set);
+  // Not locked: the copy's own change emits at once, and only its own item; the source's
+  // listeners hear nothing of it.
+  int copyEmissions = 0;
+  std::vector<SelectionItem> copyChanged;
+  ruRTB::SignalClient listener;
+  copy.sigMembershipChanged.addCallback(
+      [&](const ru::set<SelectionItem>& items) {
+        ++copyEmissions;
+        copyChanged.assign(items.begin(), items.end());
+      },
+      listener);
+  copy.add(setOf({b}));
+  EXPECT_EQ(copyEmissions, 1);
+  EXPECT_EQ(copyChanged, std::vector<SelectionItem>{SelectionItem(b)});
+  EXPECT_TRUE(recorder.calls.empty());
+  EXPECT_EQ(copy.items().size(), 2u);
+  set.unlock();
+  EXPECT_EQ(recorder.calls, kOneEmission);
+  EXPECT_EQ(recorder.changed[0], std::vector<SelectionItem>{SelectionItem(a)});
+}
+
+TEST_F(SelectionSetTest, AListenerThatChangesTheSetStartsANewBatchWhileTheListIsStillFull) {
+  SelectionSet set = setOf({a});
+  std::vector<std::string> calls;
+  std::vector<std::vector<SelectionItem>> changed;
+  ruRTB::SignalClient listener;
+  bool once = true;
+  set.sigModified.addCallback(
+      [&](SelectionSet* self) {
+        calls.push_back("modified");
+        // From inside the first emission: a batch of its own, reported at once with the list of
+        // the batch under way still in it.
+        if (once) {
+          once = false;
+          self->add(setOf({c}));
+        }
+      },
+      listener);
+  set.sigMembershipChanged.addCallback(
+      [&](const ru::set<SelectionItem>& items) {
+        calls.push_back("membership");
+        changed.emplace_back(items.begin(), items.end());
+      },
+      listener);
+  set.add(setOf({b}));
+  EXPECT_EQ(calls, (std::vector<std::string>{"modified", "modified", "membership", "membership"}));
+  ASSERT_EQ(changed.size(), 2u);
+  std::vector<SelectionItem> both{SelectionItem(b), SelectionItem(c)};
+  std::sort(both.begin(), both.end());
+  EXPECT_EQ(changed[0], both);
+  // The inner emission emptied the list the outer one then reports.
+  EXPECT_TRUE(changed[1].empty());
+  EXPECT_EQ(set.items().size(), 3u);
 }
 
 TEST_F(SelectionSetTest, AWholeItemAndASubItemOfOneObjectAreTwoMembersAndOneUniqueObject) {

@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <string>
+#include <vector>
 
 using ruLinear::distance;
 using projectortest::Host;
@@ -383,4 +385,68 @@ TEST(ModelingPlanes, ViewBasedDominantPlaneTakesThePositiveAxisClosestToTheView)
   EXPECT_TRUE(sameNormal(voDMG::viewBasedDominantModelingPlane(host.camera()).getNormal(), Normal::x));
   host.look(Point(0, 0, 0), Point(1, 1, 0), Vector(0, 0, 1));  // a tie between x and y goes to x
   EXPECT_TRUE(sameNormal(voDMG::viewBasedDominantModelingPlane(host.camera()).getNormal(), Normal::x));
+}
+
+// --- What a transaction sees of a projector -----------------------------------------------------
+
+namespace {
+
+// Writes down each call a projector makes on a serializer.
+class RecordingSerializer : public voTXN::Serializer {
+public:
+  void beginScope(const voTXN::Object* object, int flags) override {
+    calls.push_back(std::string("begin ") + (object == expected ? "self " : "other ") + std::to_string(flags));
+  }
+  void field(void* value, const voTXN::FieldOps& operations) override {
+    // The field's own write operation saves it; reading it back as each candidate type tells
+    // which one it was.
+    voTXN::Writer writer;
+    operations.write(writer, value);
+    voTXN::Writer::Record record = writer.takeRecord();
+    Line line;
+    Plane plane;
+    bool flag = false;
+    if (voTXN::Reader(record).restore(line)) {
+      calls.push_back("line");
+      EXPECT_EQ(line.getPoint().getX(), lineX);
+    } else if (voTXN::Reader(record).restore(plane)) {
+      calls.push_back("plane");
+    } else if (voTXN::Reader(record).restore(flag)) {
+      calls.push_back("base");
+    } else {
+      calls.push_back("unknown");
+    }
+  }
+  void endScope() override { calls.push_back("end"); }
+  using voTXN::Serializer::field;
+
+  const voTXN::Object* expected = nullptr;
+  double lineX = 0.0;
+  std::vector<std::string> calls;
+};
+
+}  // namespace
+
+TEST(Projector, OnTransactOpensItsScopeWithZeroPassesTheBaseThenItsOneFieldAndCloses) {
+  Host host;
+  ru::Reference<LineProjector> line = LineProjector::create(Line(Point(4, 0, 0), Vector(0, 0, 1)));
+  RecordingSerializer lineCalls;
+  lineCalls.expected = line.get();
+  lineCalls.lineX = 4.0;
+  line->onTransact(lineCalls);
+  EXPECT_EQ(lineCalls.calls, (std::vector<std::string>{"begin self 0", "base", "line", "end"}));
+
+  ru::Reference<PlaneProjector> plane = PlaneProjector::create(Plane(Point(0, 0, 0), Normal::z));
+  RecordingSerializer planeCalls;
+  planeCalls.expected = plane.get();
+  plane->onTransact(planeCalls);
+  EXPECT_EQ(planeCalls.calls, (std::vector<std::string>{"begin self 0", "base", "plane", "end"}));
+
+  // The supporting projector adds a scope of its own around the plane projector's, and no field.
+  ru::Reference<SupportingPlaneProjector> supporting = SupportingPlaneProjector::create();
+  RecordingSerializer supportingCalls;
+  supportingCalls.expected = supporting.get();
+  supporting->onTransact(supportingCalls);
+  EXPECT_EQ(supportingCalls.calls,
+            (std::vector<std::string>{"begin self 0", "begin self 0", "base", "plane", "end", "end"}));
 }

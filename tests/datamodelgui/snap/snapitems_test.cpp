@@ -382,3 +382,32 @@ TEST(SnapItems, AMeshItemSearchesAgainWhenTheMeshOrTheCameraChangesUnderAStillCu
   item->setSnapDistance(40);
   EXPECT_EQ(vertexAt(between), 2);
 }
+
+TEST(SnapItems, AModelingPlaneResultsFrameSpansTheNormalsOrthogonalVectorAndItsCrossWithTheNormal) {
+  SnapHost host;
+  // A tilted plane, so that a frame built any other way differs in its last bits at least.
+  const ruLinear::Normal n(Vector(-3, -3, 2));
+  const ruLinear::Plane tilted(Point(0.25, -0.5, 0), n);
+  ru::Reference<SnapItem> item(new voDMG::ModelingPlaneSnapItem(tilted));
+  ru::Reference<SnapResult> result = item->snap(Point2{97, 141});
+  ASSERT_TRUE(voDMG::ModelingPlaneSnapResult::asModelingPlaneSnapResult(result));
+  ASSERT_TRUE(result->hasPosition());
+  ASSERT_TRUE(result->hasFrame());
+  EXPECT_FALSE(result->hasVector());
+  const Vector v = n.orthogonalVector();
+  const Vector w = ruLinear::cross(n.asVector(), v);
+  // The frame through the point with v and w alone: its normal is the one of v x w.
+  const ruLinear::ParamPlane expected(result->getPosition(), v, w, false);
+  const ruLinear::ParamPlane& frame = result->getFrame();
+  for (int k = 0; k < 3; ++k) {
+    EXPECT_EQ(frame.getOrigin()[k], result->getPosition()[k]) << k;
+    EXPECT_EQ(frame.getFirstVector()[k], v[k]) << k;
+    EXPECT_EQ(frame.getSecondVector()[k], w[k]) << k;
+    EXPECT_EQ(frame.getNormal()[k], expected.getNormal()[k]) << k;
+  }
+  // The position is the cursor's ray on the plane.
+  EXPECT_NEAR(tilted.signedDistance(result->getPosition()), 0.0, 1e-9);
+  const Point2 back = host.pixel(result->getPosition());
+  EXPECT_NEAR(back.x, 97.0, 1e-6);
+  EXPECT_NEAR(back.y, 141.0, 1e-6);
+}

@@ -429,3 +429,116 @@ TEST(SnapManager, AFactoryDerivedFromTheFixedOneOffersWhatItsOwnGetItemsGives) {
   EXPECT_EQ((*list)[0].get(), extra.get());
   EXPECT_EQ((*list)[1].get(), own.get());
 }
+
+namespace {
+
+// A point item that looks at its client and the manager when the drag ends.
+class WatchingPoint : public voDMG::PointSnapItem {
+public:
+  WatchingPoint(const Point& position, const SnapClient*& client, voDMG::SnapManager& manager)
+      : PointSnapItem(voDMG::SnapPriority(3), position), client_(client), manager_(manager) {}
+  using PointSnapItem::position;
+  bool clientHeldItem = true;
+  bool clientSnapping = true;
+  bool managerHeldItem = false;
+  int endSnaps = 0;
+
+private:
+  ru::Reference<voDMG::SnapResult> onSnap(const Point2&) const override {
+    return ru::Reference<voDMG::SnapResult>(new voDMG::FreePointSnapResult(position()));
+  }
+  void onEndSnap() override {
+    ++endSnaps;
+    clientHeldItem = static_cast<bool>(client_->getSnapItem());
+    clientSnapping = client_->isSnapping();
+    managerHeldItem = static_cast<bool>(manager_.activeItem(client_));
+  }
+  voDMG::SelectionItem getCreator() const override { return voDMG::SelectionItem(); }
+
+  const SnapClient*& client_;
+  voDMG::SnapManager& manager_;
+};
+
+std::vector<std::string> textsOf(const SnapLog& log) {
+  std::vector<std::string> texts;
+  for (const auto& line : log.lines) texts.push_back(line.text);
+  return texts;
+}
+
+std::string cursorLine(const SnapClient& client, const Point2& cursor) {
+  char text[160];
+  std::snprintf(text, sizeof text, "SnapManager::snap( client = %p, cursorPos = (%g,%g) )",
+                static_cast<const void*>(&client), cursor.x, cursor.y);
+  return text;
+}
+
+std::string foundLine(const SnapItem* item, const char* type) {
+  char text[200];
+  std::snprintf(text, sizeof text, "  found a new item to snap (%p) priority=%d, type=%s", static_cast<const void*>(item),
+                static_cast<int>(item->priority()), type);
+  return text;
+}
+
+}  // namespace
+
+TEST(SnapManager, ASnapLogsTheGatheringThenTheCursorThenATearThenTheCatchAndAHeldItemCaughtAgainIsFoundAgain) {
+  SnapHost host;
+  AxisScene scene{host};
+  ru::Reference<HostPoint> point(new HostPoint(voDMG::SnapPriority(4), Point(0.4, 2.5, 0)));
+  const Point2 onPoint = host.pixel(point->position());
+  ASSERT_GT(onPoint.y - scene.origin.y, 60.0);  // far beyond the axis's tear distance
+  SnapClient client{voGR::HitTestConfig()};
+  client.addFactory(fixed(scene.axis));
+  const char* axisType = typeid(CoordinateAxisSnapItem).name();
+  {
+    SnapLog log;
+    ASSERT_TRUE(snapped(client, scene.off(5.0)));
+    EXPECT_EQ(textsOf(log), (std::vector<std::string>{"SnapManager::createSnapItems", "  now have 1 SnapItems",
+                                                      cursorLine(client, scene.off(5.0)),
+                                                      foundLine(scene.axis.get(), axisType)}));
+  }
+  {
+    // The active axis is in the list once, and catching again it says so again.
+    SnapLog log;
+    ASSERT_TRUE(snapped(client, scene.off(3.0)));
+    EXPECT_EQ(textsOf(log), (std::vector<std::string>{"SnapManager::createSnapItems", "  now have 1 SnapItems",
+                                                      cursorLine(client, scene.off(3.0)),
+                                                      foundLine(scene.axis.get(), axisType)}));
+  }
+  {
+    // Held between its catch and tear radii: no line about an item at all.
+    SnapLog log;
+    ASSERT_TRUE(snapped(client, scene.off(30.0)));
+    EXPECT_EQ(textsOf(log), (std::vector<std::string>{"SnapManager::createSnapItems", "  now have 1 SnapItems",
+                                                      cursorLine(client, scene.off(30.0))}));
+  }
+  client.addFactory(fixed(point));
+  {
+    SnapLog log;
+    ASSERT_TRUE(snapped(client, onPoint));
+    EXPECT_EQ(client.getSnapItem().get(), point.get());
+    EXPECT_EQ(textsOf(log), (std::vector<std::string>{"SnapManager::createSnapItems", "  now have 2 SnapItems",
+                                                      cursorLine(client, onPoint),
+                                                      format("Active item (%p) priority=%d is tearing.",
+                                                             scene.axis.get(), 1),
+                                                      foundLine(point.get(), typeid(HostPoint).name())}));
+  }
+}
+
+TEST(SnapManager, EndSnapOfAClientLetsGoOfItsItemBeforeTheItemsEndAndTheManagersActiveEntryAfter) {
+  SnapHost host;
+  const SnapClient* watched = nullptr;
+  ru::Reference<WatchingPoint> point(new WatchingPoint(Point(0, 0, 0), watched, host.manager));
+  SnapClient client{voGR::HitTestConfig()};
+  watched = &client;
+  client.addFactory(fixed(point));
+  client.beginSnap();
+  ASSERT_TRUE(snapped(client, host.pixel(point->position())));
+  ASSERT_EQ(client.getSnapItem().get(), point.get());
+  client.endSnap();
+  EXPECT_EQ(point->endSnaps, 1);
+  EXPECT_FALSE(point->clientHeldItem);
+  EXPECT_FALSE(point->clientSnapping);
+  EXPECT_TRUE(point->managerHeldItem);
+  EXPECT_FALSE(host.manager.activeItem(&client));
+}
