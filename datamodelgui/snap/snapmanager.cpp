@@ -6,6 +6,7 @@
 #include "platform/graphics/draw.h"
 #include "platform/support/callinfo.h"
 #include "platform/support/debug.h"
+#include "platform/base/typename.h"
 
 #include <algorithm>
 #include <typeinfo>
@@ -85,7 +86,7 @@ ru::Reference<SnapItem> SnapManager::snap(const SnapClient* client, const ruLine
     activeItems_[client] = winner;
     SnapItem& found = *winner;
     log("  found a new item to snap (%p) priority=%d, type=%s", static_cast<const void*>(winner.get()),
-        static_cast<int>(winner->priority()), typeid(found).name());
+        static_cast<int>(winner->priority()), ru::classNameOf(found).c_str());
   }
   // The copy lets go of its items now, and its room goes back for the next move.
   list.clear();
