@@ -347,3 +347,67 @@ TEST(AffordanceGLTest, TextIsABillboardOfConstantPixelSize) {
   EXPECT_NEAR(boxes[0][2] - boxes[0][0], boxes[1][2] - boxes[1][0], 1);
   EXPECT_NEAR(boxes[0][3] - boxes[0][1], boxes[1][3] - boxes[1][1], 1);
 }
+
+TEST(AffordanceGLTest, DrawBillboardEmitsAWhitePixelSizedImageAndTakesItsImageAndTransformerOff) {
+  SurfaceFixture f;
+  ASSERT_TRUE(f.system);
+  f.loader.addImage("DMG//Wide", solidImage(32, 16, kGreen));
+  const voRES::ImageKey key = f.loader.createImageKey("DMG//Wide", 0);
+  ASSERT_TRUE(key.valid());
+  int source = 0;
+  voGR::Draw draw(*f.context, &source, false);
+  draw.setSpace(voGR::SpaceScreen);
+  draw.setColor(1.0f, 0.0f, 0.0f, 1.0f);
+  voDMG::drawBillboard(draw, key, ruLinear::Point(1, 2, 0), ruLinear::Vector(0, 0, 0));
+  ASSERT_EQ(draw.getDrawData()->getItems().size(), 1u);
+  const voGR::DrawItem& item = *draw.getDrawData()->getItems()[0];
+  EXPECT_EQ(item.getSpace(), voGR::SpaceWorld);
+  EXPECT_EQ(item.getColor(), ruUtil::Color(1.0f, 1.0f, 1.0f, 1.0f));
+  EXPECT_TRUE(item.getImageKey() == key);
+  EXPECT_TRUE(dynamic_cast<voDMG::BillboardTransformer*>(item.getTransformer().get()));
+  EXPECT_TRUE(item.isTriangles());
+  // In local units, which are pixels: the image's size, centred, flat in z.
+  ASSERT_NE(item.getMesh(), nullptr);
+  const ruGeom::BoundingBox local = item.getGeometry()->getBoundingBox();
+  EXPECT_EQ(local.getMin(), ruLinear::Point(-16, -8, 0));
+  EXPECT_EQ(local.getMax(), ruLinear::Point(16, 8, 0));
+  // The image and the transformer are taken off the Draw; the space stays at 0.
+  const voGR::DrawItem& after = *draw.emit();
+  EXPECT_FALSE(after.hasImageKey());
+  EXPECT_FALSE(after.getTransformer());
+  EXPECT_EQ(after.getSpace(), voGR::SpaceWorld);
+}
+
+TEST(AffordanceGLTest, ImageOnPlaneIsLiftedByItsNormalOffsetAndPutsTheTransformBack) {
+  SurfaceFixture f;
+  ASSERT_TRUE(f.system);
+  f.loader.addImage("DMG//Tile", solidImage(40, 20, kGreen));
+  // Lifted by a tenth of its distance to the eye.
+  ru::Reference<voDMG::ImageOnPlane> tile = new voDMG::ImageOnPlane("DMG//Tile", 2, 0.0, 0.0, 0.1);
+  tile->setPlane(ruLinear::ParamPlane());
+  int source = 0;
+  voGR::Draw draw(*f.context, &source, false);
+  const ruLinear::AffineMatrix before = ruLinear::AffineMatrix::translation(ruLinear::Vector(3, 0, 0));
+  draw.setTransform(before);
+  draw.setLabel(9);
+  tile->draw(draw);
+  const voGR::DrawItem& item = *draw.getDrawData()->getItems()[0];
+  EXPECT_EQ(item.getColor(), ruUtil::Color(1.0f, 1.0f, 1.0f, 0.99f));
+  EXPECT_EQ(item.getLabel(), 2);
+  // The transform is the rotation alone (none at 0 degrees), not the one the Draw had.
+  EXPECT_TRUE(item.getTransform().isIdentity());
+  const double scale = voDMG::getScreenSpaceScale(ruLinear::Point::origin);
+  const ruGeom::BoundingBox box = item.getWorldBoundingBox();
+  ASSERT_TRUE(box.valid());
+  EXPECT_NEAR(box.getMax().x - box.getMin().x, 40 * scale, 1e-6);
+  EXPECT_NEAR(box.getMax().y - box.getMin().y, 20 * scale, 1e-6);
+  // The rectangle's origin is 10 from the eye at (0, 0, 10) when unlifted: lifted along +z.
+  const ruLinear::Point corner(-20 * scale, -10 * scale, 0);
+  const double d = (corner - ruLinear::Point(0, 0, 10)).length();
+  EXPECT_NEAR(box.getMin().z, 0.1 * d, 1e-5);
+  EXPECT_NEAR(box.getMax().z, 0.1 * d, 1e-5);
+  // pushTransform and popTransform put the Draw's transform back; the label goes to 0.
+  const voGR::DrawItem& after = *draw.emit();
+  EXPECT_EQ(after.getTransform(), before);
+  EXPECT_EQ(after.getLabel(), 0);
+}
