@@ -1,5 +1,7 @@
 #include "surfacefixture.h"
 
+#include "datamodelgui/draw/affordance.h"
+
 #include "platform/geometry/construct.h"
 #include "platform/graphics/editors.h"
 #include "platform/graphics/graph.h"
@@ -431,4 +433,82 @@ TEST(SurfaceDrawGLTest, ThumbnailMessagesAreEmptyMessages) {
   const voSupport::Message* asMessage = &pushCopy;
   EXPECT_TRUE(dynamic_cast<const voDMG::PushThumbnailRenderStateMsg*>(asMessage));
   EXPECT_FALSE(dynamic_cast<const voDMG::PopThumbnailRenderStateMsg*>(asMessage));
+}
+
+// The centre box of the frame, drawn red.
+struct CentreBox {
+  explicit CentreBox(SurfaceFixture& fixture, bool active = false) {
+    voGR::Draw draw(*fixture.context, this, false);
+    draw.setColor(1.0f, 0.0f, 0.0f, 1.0f);
+    draw.setActive(active);
+    draw.setMesh(cuboid(ruLinear::Point(-1, -1, -1), ruLinear::Point(1, 1, 1)));
+    item = draw.emit();
+  }
+  ru::Reference<voGR::DrawItem> item;
+};
+
+TEST(SurfaceDrawGLTest, BillboardsBehindTheSceneShowThroughOnlyWhenActiveOrInXRay) {
+  SurfaceFixture f;
+  ASSERT_TRUE(f.system);
+  f.loader.addImage("DMG//Mark", solidImage(16, 16, ruImage::Byte4{0, 200, 0, 255}));
+  const voRES::ImageKey mark = f.loader.createImageKey("DMG//Mark", 0);
+  int source = 0;
+  // A billboard at the box's centre, wholly hidden by its front face. (It stays within the render
+  // camera's clip planes, which are fitted to the scene and x-ray worlds only.)
+  auto place = [&](bool active, voGR::DepthInteraction depth) {
+    voGR::Draw draw(*f.context, &source, false);
+    draw.setActive(active);
+    draw.setDepthInteraction(depth);
+    voDMG::drawBillboard(draw, mark, ruLinear::Point(0, 0, 0), ruLinear::Vector(0, 0, 0));
+    return draw.getDrawData()->getItems()[0];
+  };
+  auto centreGreen = [&](const std::string& name) {
+    const auto image = f.frame(name);
+    return static_cast<int>(image.pixel(kSize / 2, kSize / 2).g);
+  };
+  // Without the box the billboard is seen.
+  auto shown = place(false, voGR::DepthNormal);
+  EXPECT_EQ(f.worldsOf(shown.get()), "SSPW");
+  EXPECT_GT(centreGreen("billboard_alone"), 150);
+  CentreBox box(f);
+  const int hidden = centreGreen("billboard_hidden");
+  EXPECT_LT(hidden, 40);
+  // In x-ray, or active, it shows through the box, dimmed.
+  place(false, voGR::DepthXRay);
+  EXPECT_GT(centreGreen("billboard_xray_through"), hidden + 40);
+  place(true, voGR::DepthNormal);
+  EXPECT_GT(centreGreen("billboard_active_through"), hidden + 40);
+}
+
+TEST(SurfaceDrawGLTest, TheGlowOfAnActiveItemIsAWhiteHaloOfAboutEightPixelsOutsideIt) {
+  SurfaceFixture f;
+  ASSERT_TRUE(f.system);
+  ruImage::TypedImage<ruImage::Byte4> plain, glowing;
+  {
+    CentreBox box(f, false);
+    plain = f.frame("glow_plain");
+  }
+  {
+    CentreBox box(f, true);
+    glowing = f.frame("glow_active");
+  }
+  // The box's columns along the middle row, from the plain frame.
+  const int row = kSize / 2;
+  int left = -1, right = -1;
+  for (int x = 0; x < kSize; ++x)
+    if (reddish(plain.pixel(x, row))) {
+      if (left < 0) left = x;
+      right = x;
+    }
+  ASSERT_GT(left, 20);
+  ASSERT_LT(right, kSize - 20);
+  auto white = [](const ruImage::Byte4& p) { return p.r > 200 && p.g > 200 && p.b > 200; };
+  // Close outside the silhouette: white; well past eight pixels: as before.
+  EXPECT_TRUE(white(glowing.pixel(right + 4, row)));
+  EXPECT_TRUE(white(glowing.pixel(left - 4, row)));
+  EXPECT_FALSE(white(plain.pixel(right + 4, row)));
+  EXPECT_TRUE(rgbNear(glowing.pixel(right + 12, row), plain.pixel(right + 12, row), 3));
+  EXPECT_TRUE(rgbNear(glowing.pixel(left - 12, row), plain.pixel(left - 12, row), 3));
+  // Only outside: the box's own pixels keep their colour.
+  EXPECT_TRUE(rgbNear(glowing.pixel(kSize / 2, row), plain.pixel(kSize / 2, row), 3));
 }
