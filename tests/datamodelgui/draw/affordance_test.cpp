@@ -34,7 +34,7 @@ const ruImage::Byte4 kGreen{0, 200, 0, 255};
 
 }  // namespace
 
-TEST(AffordanceTest, ScreenSpaceScaleDoublesWhenTheDepthDoubles) {
+TEST(AffordanceTest, GetScreenSpaceScaleDoublesWhenThePointsDepthDoublesInAPerspectiveView) {
   const ruGeom::Camera camera = lookAt(ruLinear::Point(0, 0, 10), ruLinear::Point(0, 0, 0));
   const double near = voDMG::getScreenSpaceScale(camera, ruLinear::Point(1, 0, 5));
   const double far = voDMG::getScreenSpaceScale(camera, ruLinear::Point(2, 0, 0));
@@ -53,7 +53,7 @@ TEST(AffordanceTest, ScreenSpaceScaleDoublesWhenTheDepthDoubles) {
   EXPECT_NEAR(ray.getDirection().getZ(), -1.0, 1e-2);
 }
 
-TEST(AffordanceTest, SetRotateStoresRadians) {
+TEST(AffordanceTest, SetRotate90StoresHalfOfPi) {
   voSupport::CallInfo info;
   voSupport::CallScope scope(info);
   ru::Reference<voDMG::ImageOnPlane> image = new voDMG::ImageOnPlane("DMG//Missing", 3, 1.0, 2.0, 0.0);
@@ -65,7 +65,7 @@ TEST(AffordanceTest, SetRotateStoresRadians) {
   EXPECT_EQ(copy->refCount(), 1);
 }
 
-TEST(AffordanceTest, StateWithoutItsImageShowsTheDefaultImage) {
+TEST(AffordanceTest, AfterSetState1OnAnAffordanceWithoutAHighlightImageCurrentImageIsTheDefaultImage) {
   voRES::Loader loader;
   loader.addImage("DMG//Plain", solidImage(4, 4, kGreen));
   loader.addImage("DMG//States", "default", solidImage(4, 4, kGreen));
@@ -96,7 +96,7 @@ TEST(AffordanceTest, StateWithoutItsImageShowsTheDefaultImage) {
   EXPECT_FALSE(missing->getCurrentImage().valid());
 }
 
-TEST(AffordanceTest, CornerAlignmentAddsHalfTheImage) {
+TEST(AffordanceTest, WithAlignment1AndA32By16ImageTheOffsetIs16And8PlusTheScreenOffset) {
   voRES::Loader loader;
   loader.addImage("DMG//Wide", solidImage(32, 16, kGreen));
   voSupport::CallInfo info;
@@ -113,7 +113,7 @@ TEST(AffordanceTest, CornerAlignmentAddsHalfTheImage) {
   EXPECT_EQ(copy->getOffset(), ruLinear::Vector(19.0, 6.0, 0.0));
 }
 
-TEST(AffordanceGLTest, LockedDashedLineOneSpanAwayHasPatternOffsetOne) {
+TEST(AffordanceGLTest, ADashedLineWithALockedOriginOneFullSpanFromItsPointHasAPatternOffsetOf1) {
   doctest::DocFixture doc;
   doc.document.camera()->set(lookAt(ruLinear::Point(0, 0, 10), ruLinear::Point(0, 0, 0)));
   voSupport::CallInfo info;
@@ -150,7 +150,7 @@ TEST(AffordanceGLTest, LockedDashedLineOneSpanAwayHasPatternOffsetOne) {
   EXPECT_FLOAT_EQ(line->getShader()->patternOffset, -0.5f);
 }
 
-TEST(AffordanceTest, BillboardBehindTheCameraStillGetsAMatrix) {
+TEST(AffordanceTest, ABillboardAnchoredBehindTheCameraStillGetsAMatrix) {
   doctest::DocFixture doc;
   doc.document.camera()->set(lookAt(ruLinear::Point(0, 0, 10), ruLinear::Point(0, 0, 0)));
   voSupport::CallInfo info;

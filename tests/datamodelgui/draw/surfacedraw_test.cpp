@@ -381,7 +381,7 @@ TEST(SurfaceDrawGLTest, RenderFrameRestoresTheFrameBufferAndTheViewCamera) {
   EXPECT_EQ(countReddish(f.frame("surface_after_renderframe")), 0);
 }
 
-TEST(SurfaceDrawGLTest, RenderFrameTruncatesTheSize) {
+TEST(SurfaceDrawGLTest, AWidthOf100Point9GivesAnImage100PixelsWide) {
   SurfaceFixture f;
   ASSERT_TRUE(f.system);
   ru::Reference<ruImage::Image> image = f.surface->renderFrame(SurfaceFixture::frameParameters(100.9, 50.5, false));
