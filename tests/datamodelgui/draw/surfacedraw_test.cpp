@@ -512,3 +512,44 @@ TEST(SurfaceDrawGLTest, TheGlowOfAnActiveItemIsAWhiteHaloOfAboutEightPixelsOutsi
   // Only outside: the box's own pixels keep their colour.
   EXPECT_TRUE(rgbNear(glowing.pixel(kSize / 2, row), plain.pixel(kSize / 2, row), 3));
 }
+
+// Opens the protected view camera accessor.
+class OpenSurface : public voDMG::DefaultDocumentSurfaceDraw {
+public:
+  using DefaultDocumentSurfaceDraw::DefaultDocumentSurfaceDraw;
+  using DocumentSurfaceDraw::viewCameraNode;
+};
+
+TEST(SurfaceDrawGLTest, ConstructionMakesOnlyTheViewCameraAndUpdateCameraSetsTheCurrentViewCameraNode) {
+  SurfaceFixture f;
+  ASSERT_TRUE(f.system);
+  ru::Reference<OpenSurface> surface =
+      new OpenSurface(*f.system, f.system->createRenderTarget("Second", ruRen::FBOKey()));
+  // Nothing of the database or the graph but the view camera, named "ViewCam".
+  EXPECT_FALSE(surface->getDatabase());
+  EXPECT_EQ(surface->renCameraNode(), nullptr);
+  EXPECT_EQ(surface->sceneWorldNode(), nullptr);
+  EXPECT_EQ(surface->sceneTriWorldNode(), nullptr);
+  EXPECT_EQ(surface->sceneLinesWorldNode(), nullptr);
+  EXPECT_EQ(surface->selectedWorldNode(), nullptr);
+  EXPECT_EQ(surface->xRayWorldNode(), nullptr);
+  EXPECT_EQ(surface->ssPositionedWorldNode(), nullptr);
+  EXPECT_EQ(surface->screenSpaceWorldNode(), nullptr);
+  EXPECT_TRUE(surface->getRenderStates().empty());
+  voGR::CameraNode* view = surface->viewCameraNode();
+  ASSERT_NE(view, nullptr);
+  EXPECT_STREQ(view->getName().c_str(), "ViewCam");
+  EXPECT_EQ(view->getGraph(), f.system->getGraph());
+  const ruGeom::Camera first = lookAt(ruLinear::Point(0, 0, 5), ruLinear::Point(0, 0, 0));
+  surface->updateCamera(first);
+  EXPECT_TRUE(view->getCamera() == first);
+  // A replaced view camera node is the one updateCamera sets from then on.
+  auto* replacement = new voGR::CameraNode();
+  voGR::GraphEditor(f.system->getGraph()).addNode(replacement);
+  surface->setCameraNode(replacement);
+  EXPECT_EQ(surface->viewCameraNode(), replacement);
+  const ruGeom::Camera second = lookAt(ruLinear::Point(0, 3, 5), ruLinear::Point(0, 0, 0));
+  surface->updateCamera(second);
+  EXPECT_TRUE(replacement->getCamera() == second);
+  EXPECT_TRUE(view->getCamera() == first);
+}
