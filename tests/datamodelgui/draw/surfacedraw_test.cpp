@@ -553,3 +553,20 @@ TEST(SurfaceDrawGLTest, ConstructionMakesOnlyTheViewCameraAndUpdateCameraSetsThe
   EXPECT_TRUE(replacement->getCamera() == second);
   EXPECT_TRUE(view->getCamera() == first);
 }
+
+TEST(SurfaceDrawGLTest, RenderFrameFitsTheDocumentCameraToTheImageAspect) {
+  SurfaceFixture f;
+  ASSERT_TRUE(f.system);
+  CentreBox box(f);
+  // A wide image: the box's square face stays square and centred.
+  ru::Reference<ruImage::Image> image = f.surface->renderFrame(SurfaceFixture::frameParameters(200, 100, false));
+  ASSERT_TRUE(asBytes(image));
+  voGR::test::writeFrame(*asBytes(image), "surface_renderframe_wide");
+  int x0, y0, x1, y1;
+  ASSERT_TRUE(pixelBox(*asBytes(image), ruImage::Byte4{255, 0, 0, 255}, 100, x0, y0, x1, y1));
+  const int width = x1 - x0 + 1, height = y1 - y0 + 1;
+  EXPECT_GT(height, 10);
+  EXPECT_NEAR(width, height, 2);
+  EXPECT_NEAR((x0 + x1 + 1) / 2.0, 100.0, 1.5);
+  EXPECT_NEAR((y0 + y1 + 1) / 2.0, 50.0, 1.5);
+}
