@@ -411,3 +411,23 @@ TEST(AffordanceGLTest, ImageOnPlaneIsLiftedByItsNormalOffsetAndPutsTheTransformB
   EXPECT_EQ(after.getTransform(), before);
   EXPECT_EQ(after.getLabel(), 0);
 }
+
+TEST(AffordanceGLTest, ABillboardsTransformerDiesWithItsItemAndTakesItsCameraConnectionAlong) {
+  SurfaceFixture f;
+  ASSERT_TRUE(f.system);
+  f.loader.addImage("DMG//Wide", solidImage(32, 16, kGreen));
+  const voRES::ImageKey key = f.loader.createImageKey("DMG//Wide", 0);
+  voDMD::Camera* camera = f.doc.document.camera();
+  const int before = camera->sigCameraChanged.numConnections();
+  int source = 0;
+  {
+    voGR::Draw draw(*f.context, &source, false);
+    voDMG::drawBillboard(draw, key, ruLinear::Point(0, 0, 0), ruLinear::Vector(0, 0, 0));
+  }
+  EXPECT_EQ(camera->sigCameraChanged.numConnections(), before + 1);
+  {
+    // Emitting nothing for the source drops the item, and with it the transformer.
+    voGR::Draw draw(*f.context, &source, false);
+  }
+  EXPECT_EQ(camera->sigCameraChanged.numConnections(), before);
+}
