@@ -349,3 +349,22 @@ TEST(OriginAxisGLTest, TheAxesAreUnitCylindersOfRadiusAFloatHundredthAndGiveThei
   EXPECT_EQ(next, id);
   f.system->freeID(next);
 }
+
+TEST(ModelingPlanes, EachCameraChangeTurnsThePlaneAndSignalsEvenWhenTheAxisStaysTheSame) {
+  doctest::DocFixture doc;
+  voDMD::Camera* camera = doc.document.camera();
+  camera->set(viewing(Vector(0, 0, -1)));
+  voDMG::ModelingPlanes planes;
+  Counter counter;
+  planes.sigModified.connect(&counter, &Counter::onModified, counter.client);
+  voDMG::ModelingPlanesFromView fromView(planes, *camera);
+  // Turned at once, with a signal.
+  EXPECT_EQ(counter.count, 1);
+  const ruLinear::ParamPlane turned = planes.getParamPlane();
+  // Another view closest to z: the same plane, signalled again.
+  camera->set(viewing(Vector(0.1, 0.2, -1).normalized()));
+  EXPECT_EQ(counter.count, 2);
+  EXPECT_EQ(planes.getParamPlane().getNormal(), turned.getNormal());
+  EXPECT_EQ(planes.getParamPlane().getFirstVector(), turned.getFirstVector());
+  EXPECT_EQ(planes.getParamPlane().getOrigin(), turned.getOrigin());
+}
