@@ -111,6 +111,11 @@ TEST(AffordanceTest, WithAlignment1AndA32By16ImageTheOffsetIs16And8PlusTheScreen
   // Copies carry every field.
   ru::Reference<voDMG::ImageAtPoint> copy = new voDMG::ImageAtPoint(*corner);
   EXPECT_EQ(copy->getOffset(), ruLinear::Vector(19.0, 6.0, 0.0));
+  // The alignment by value: 1 is the corner, any other value centres.
+  ru::Reference<voDMG::ImageAtPoint> byValue = new voDMG::ImageAtPoint("DMG//Wide", 1);
+  EXPECT_EQ(byValue->getOffset(), ruLinear::Vector(16.0, 8.0, 0.0));
+  ru::Reference<voDMG::ImageAtPoint> other = new voDMG::ImageAtPoint("DMG//Wide", 5);
+  EXPECT_EQ(other->getOffset(), ruLinear::Vector(0.0, 0.0, 0.0));
 }
 
 TEST(AffordanceGLTest, ADashedLineWithALockedOriginOneFullSpanFromItsPointHasAPatternOffsetOf1) {
