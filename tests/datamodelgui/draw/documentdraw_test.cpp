@@ -474,3 +474,28 @@ TEST(DocumentDrawInitialize, ThePrintDrawHandlersComeOnceAtPriority10And1) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST_F(DocumentDrawGLTest, RemovingASubtreeDeletesEveryDrawBeneathWithoutMarkingTheDocumentDraw) {
+  voDMD::Object* parent = doc.addCuboid(ruLinear::Range3d(ruLinear::Point(0, 0, 0), ruLinear::Point(1, 1, 1)));
+  voDMD::Object* child = doc.addCuboid(ruLinear::Range3d(ruLinear::Point(2, 0, 0), ruLinear::Point(3, 1, 1)),
+                                       ruLinear::AffineMatrix::Identity, parent);
+  voDMD::Object* other = doc.addCuboid(ruLinear::Range3d(ruLinear::Point(4, 0, 0), ruLinear::Point(5, 1, 1)));
+  countPostDraws();
+  documentDraw->draw();
+  ASSERT_EQ(postDraws, 1);
+  ASSERT_EQ(documentDraw->numDraws(), 3);
+  ASSERT_EQ(scene.database->getAllItems().size(), 3u);
+  ru::Reference<voDMD::Object> keepParent(parent), keepChild(child);
+  ASSERT_TRUE(doc.document.remove(parent));
+  EXPECT_EQ(documentDraw->getDraw(parent), nullptr);
+  EXPECT_EQ(documentDraw->getDraw(child), nullptr);
+  EXPECT_NE(documentDraw->getDraw(other), nullptr);
+  // The drawing objects took their items with them, so there is nothing to re-emit.
+  EXPECT_EQ(scene.database->getAllItems().size(), 1u);
+  documentDraw->draw();
+  EXPECT_EQ(postDraws, 1);
+}
+
+}  // namespace
