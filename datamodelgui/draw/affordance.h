@@ -70,6 +70,9 @@ protected:
 class DMGUI_API ImageAtPoint : public ImageAffordance {
 public:
   ImageAtPoint(const ruString::CString& name, AffordanceAlignment alignment);
+  // The alignment by its value, as scripts give it.
+  ImageAtPoint(const ruString::CString& name, int alignment)
+      : ImageAtPoint(name, static_cast<AffordanceAlignment>(alignment)) {}
   ImageAtPoint(const ImageAtPoint& other);
   ImageAtPoint& operator=(const ImageAtPoint& other);
 

@@ -34,7 +34,7 @@ const ruImage::Byte4 kGreen{0, 200, 0, 255};
 
 }  // namespace
 
-TEST(AffordanceTest, ScreenSpaceScaleDoublesWhenTheDepthDoubles) {
+TEST(AffordanceTest, GetScreenSpaceScaleDoublesWhenThePointsDepthDoublesInAPerspectiveView) {
   const ruGeom::Camera camera = lookAt(ruLinear::Point(0, 0, 10), ruLinear::Point(0, 0, 0));
   const double near = voDMG::getScreenSpaceScale(camera, ruLinear::Point(1, 0, 5));
   const double far = voDMG::getScreenSpaceScale(camera, ruLinear::Point(2, 0, 0));
@@ -53,7 +53,7 @@ TEST(AffordanceTest, ScreenSpaceScaleDoublesWhenTheDepthDoubles) {
   EXPECT_NEAR(ray.getDirection().getZ(), -1.0, 1e-2);
 }
 
-TEST(AffordanceTest, SetRotateStoresRadians) {
+TEST(AffordanceTest, SetRotate90StoresHalfOfPi) {
   voSupport::CallInfo info;
   voSupport::CallScope scope(info);
   ru::Reference<voDMG::ImageOnPlane> image = new voDMG::ImageOnPlane("DMG//Missing", 3, 1.0, 2.0, 0.0);
@@ -65,7 +65,7 @@ TEST(AffordanceTest, SetRotateStoresRadians) {
   EXPECT_EQ(copy->refCount(), 1);
 }
 
-TEST(AffordanceTest, StateWithoutItsImageShowsTheDefaultImage) {
+TEST(AffordanceTest, AfterSetState1OnAnAffordanceWithoutAHighlightImageCurrentImageIsTheDefaultImage) {
   voRES::Loader loader;
   loader.addImage("DMG//Plain", solidImage(4, 4, kGreen));
   loader.addImage("DMG//States", "default", solidImage(4, 4, kGreen));
@@ -96,7 +96,7 @@ TEST(AffordanceTest, StateWithoutItsImageShowsTheDefaultImage) {
   EXPECT_FALSE(missing->getCurrentImage().valid());
 }
 
-TEST(AffordanceTest, CornerAlignmentAddsHalfTheImage) {
+TEST(AffordanceTest, WithAlignment1AndA32By16ImageTheOffsetIs16And8PlusTheScreenOffset) {
   voRES::Loader loader;
   loader.addImage("DMG//Wide", solidImage(32, 16, kGreen));
   voSupport::CallInfo info;
@@ -111,9 +111,14 @@ TEST(AffordanceTest, CornerAlignmentAddsHalfTheImage) {
   // Copies carry every field.
   ru::Reference<voDMG::ImageAtPoint> copy = new voDMG::ImageAtPoint(*corner);
   EXPECT_EQ(copy->getOffset(), ruLinear::Vector(19.0, 6.0, 0.0));
+  // The alignment by value: 1 is the corner, any other value centres.
+  ru::Reference<voDMG::ImageAtPoint> byValue = new voDMG::ImageAtPoint("DMG//Wide", 1);
+  EXPECT_EQ(byValue->getOffset(), ruLinear::Vector(16.0, 8.0, 0.0));
+  ru::Reference<voDMG::ImageAtPoint> other = new voDMG::ImageAtPoint("DMG//Wide", 5);
+  EXPECT_EQ(other->getOffset(), ruLinear::Vector(0.0, 0.0, 0.0));
 }
 
-TEST(AffordanceGLTest, LockedDashedLineOneSpanAwayHasPatternOffsetOne) {
+TEST(AffordanceGLTest, ADashedLineWithALockedOriginOneFullSpanFromItsPointHasAPatternOffsetOf1) {
   doctest::DocFixture doc;
   doc.document.camera()->set(lookAt(ruLinear::Point(0, 0, 10), ruLinear::Point(0, 0, 0)));
   voSupport::CallInfo info;
@@ -150,7 +155,7 @@ TEST(AffordanceGLTest, LockedDashedLineOneSpanAwayHasPatternOffsetOne) {
   EXPECT_FLOAT_EQ(line->getShader()->patternOffset, -0.5f);
 }
 
-TEST(AffordanceTest, BillboardBehindTheCameraStillGetsAMatrix) {
+TEST(AffordanceTest, ABillboardAnchoredBehindTheCameraStillGetsAMatrix) {
   doctest::DocFixture doc;
   doc.document.camera()->set(lookAt(ruLinear::Point(0, 0, 10), ruLinear::Point(0, 0, 0)));
   voSupport::CallInfo info;
@@ -346,4 +351,88 @@ TEST(AffordanceGLTest, TextIsABillboardOfConstantPixelSize) {
   }
   EXPECT_NEAR(boxes[0][2] - boxes[0][0], boxes[1][2] - boxes[1][0], 1);
   EXPECT_NEAR(boxes[0][3] - boxes[0][1], boxes[1][3] - boxes[1][1], 1);
+}
+
+TEST(AffordanceGLTest, DrawBillboardEmitsAWhitePixelSizedImageAndTakesItsImageAndTransformerOff) {
+  SurfaceFixture f;
+  ASSERT_TRUE(f.system);
+  f.loader.addImage("DMG//Wide", solidImage(32, 16, kGreen));
+  const voRES::ImageKey key = f.loader.createImageKey("DMG//Wide", 0);
+  ASSERT_TRUE(key.valid());
+  int source = 0;
+  voGR::Draw draw(*f.context, &source, false);
+  draw.setSpace(voGR::SpaceScreen);
+  draw.setColor(1.0f, 0.0f, 0.0f, 1.0f);
+  voDMG::drawBillboard(draw, key, ruLinear::Point(1, 2, 0), ruLinear::Vector(0, 0, 0));
+  ASSERT_EQ(draw.getDrawData()->getItems().size(), 1u);
+  const voGR::DrawItem& item = *draw.getDrawData()->getItems()[0];
+  EXPECT_EQ(item.getSpace(), voGR::SpaceWorld);
+  EXPECT_EQ(item.getColor(), ruUtil::Color(1.0f, 1.0f, 1.0f, 1.0f));
+  EXPECT_TRUE(item.getImageKey() == key);
+  EXPECT_TRUE(dynamic_cast<voDMG::BillboardTransformer*>(item.getTransformer().get()));
+  EXPECT_TRUE(item.isTriangles());
+  // In local units, which are pixels: the image's size, centred, flat in z.
+  ASSERT_NE(item.getMesh(), nullptr);
+  const ruGeom::BoundingBox local = item.getGeometry()->getBoundingBox();
+  EXPECT_EQ(local.getMin(), ruLinear::Point(-16, -8, 0));
+  EXPECT_EQ(local.getMax(), ruLinear::Point(16, 8, 0));
+  // The image and the transformer are taken off the Draw; the space stays at 0.
+  const voGR::DrawItem& after = *draw.emit();
+  EXPECT_FALSE(after.hasImageKey());
+  EXPECT_FALSE(after.getTransformer());
+  EXPECT_EQ(after.getSpace(), voGR::SpaceWorld);
+}
+
+TEST(AffordanceGLTest, ImageOnPlaneIsLiftedByItsNormalOffsetAndPutsTheTransformBack) {
+  SurfaceFixture f;
+  ASSERT_TRUE(f.system);
+  f.loader.addImage("DMG//Tile", solidImage(40, 20, kGreen));
+  // Lifted by a tenth of its distance to the eye.
+  ru::Reference<voDMG::ImageOnPlane> tile = new voDMG::ImageOnPlane("DMG//Tile", 2, 0.0, 0.0, 0.1);
+  tile->setPlane(ruLinear::ParamPlane());
+  int source = 0;
+  voGR::Draw draw(*f.context, &source, false);
+  const ruLinear::AffineMatrix before = ruLinear::AffineMatrix::translation(ruLinear::Vector(3, 0, 0));
+  draw.setTransform(before);
+  draw.setLabel(9);
+  tile->draw(draw);
+  const voGR::DrawItem& item = *draw.getDrawData()->getItems()[0];
+  EXPECT_EQ(item.getColor(), ruUtil::Color(1.0f, 1.0f, 1.0f, 0.99f));
+  EXPECT_EQ(item.getLabel(), 2);
+  // The transform is the rotation alone (none at 0 degrees), not the one the Draw had.
+  EXPECT_TRUE(item.getTransform().isIdentity());
+  const double scale = voDMG::getScreenSpaceScale(ruLinear::Point::origin);
+  const ruGeom::BoundingBox box = item.getWorldBoundingBox();
+  ASSERT_TRUE(box.valid());
+  EXPECT_NEAR(box.getMax().x - box.getMin().x, 40 * scale, 1e-6);
+  EXPECT_NEAR(box.getMax().y - box.getMin().y, 20 * scale, 1e-6);
+  // The rectangle's origin is 10 from the eye at (0, 0, 10) when unlifted: lifted along +z.
+  const ruLinear::Point corner(-20 * scale, -10 * scale, 0);
+  const double d = (corner - ruLinear::Point(0, 0, 10)).length();
+  EXPECT_NEAR(box.getMin().z, 0.1 * d, 1e-5);
+  EXPECT_NEAR(box.getMax().z, 0.1 * d, 1e-5);
+  // pushTransform and popTransform put the Draw's transform back; the label goes to 0.
+  const voGR::DrawItem& after = *draw.emit();
+  EXPECT_EQ(after.getTransform(), before);
+  EXPECT_EQ(after.getLabel(), 0);
+}
+
+TEST(AffordanceGLTest, ABillboardsTransformerDiesWithItsItemAndTakesItsCameraConnectionAlong) {
+  SurfaceFixture f;
+  ASSERT_TRUE(f.system);
+  f.loader.addImage("DMG//Wide", solidImage(32, 16, kGreen));
+  const voRES::ImageKey key = f.loader.createImageKey("DMG//Wide", 0);
+  voDMD::Camera* camera = f.doc.document.camera();
+  const int before = camera->sigCameraChanged.numConnections();
+  int source = 0;
+  {
+    voGR::Draw draw(*f.context, &source, false);
+    voDMG::drawBillboard(draw, key, ruLinear::Point(0, 0, 0), ruLinear::Vector(0, 0, 0));
+  }
+  EXPECT_EQ(camera->sigCameraChanged.numConnections(), before + 1);
+  {
+    // Emitting nothing for the source drops the item, and with it the transformer.
+    voGR::Draw draw(*f.context, &source, false);
+  }
+  EXPECT_EQ(camera->sigCameraChanged.numConnections(), before);
 }

@@ -1,5 +1,6 @@
 #include "datamodelgui/draw/documentdraw.h"
 
+#include "datamodelgui/print/meshdraw.h"
 #include "drawfixture.h"
 #include "platform/support/broadcaster.h"
 #include "platform/support/debug.h"
@@ -438,6 +439,63 @@ TEST(DocumentDrawInitialize, SubscribesTheDocumentGroupOnceAndAgainAfterAReset) 
   broadcaster.reset();
   voDMG::initialize();
   EXPECT_EQ(broadcaster.numHandlers(typeid(voSupport::InitializeReflectionMsg)), 2u);
+  // Leave the module ready to subscribe again for the tests that follow.
+  broadcaster.reset();
+}
+
+TEST(DocumentDrawInitialize, ThePrintDrawHandlersComeOnceAtPriority10And1) {
+  voSupport::Broadcaster broadcaster;
+  {
+    voSupport::CallInfo info;
+    info.set<voSupport::Broadcaster>(&broadcaster);
+    voSupport::CallScope scope(info);
+    voDMG::initialize();
+    voDMG::initialize();
+  }
+  EXPECT_EQ(broadcaster.numHandlers(typeid(voDMG::RegisterObjectDrawMsg)), 1u);
+  EXPECT_EQ(broadcaster.numHandlers(typeid(voDMD::NewDocumentMsg)), 1u);
+  // The print handler runs after a handler at (10, 0) and before one at (10, 2): only the
+  // second sees the print meshes' policy it places.
+  std::vector<bool> policySeen;
+  auto probe = [&](voDMG::RegisterObjectDrawMsg& message) {
+    policySeen.push_back(static_cast<bool>(message.documentDraw().getDrawPolicy(typeid(voDMG::KLTMeshDraw))));
+  };
+  broadcaster.addHandler<voDMG::RegisterObjectDrawMsg>(voSupport::Priority(10, 2), probe);
+  broadcaster.addHandler<voDMG::RegisterObjectDrawMsg>(voSupport::Priority(10, 0), probe);
+  doctest::DocFixture doc;
+  DocumentDraw* documentDraw = new DocumentDraw(&doc.document);
+  voDMG::RegisterObjectDrawMsg message(*documentDraw);
+  broadcaster.broadcast(message);
+  ASSERT_EQ(policySeen.size(), 2u);
+  EXPECT_FALSE(policySeen[0]);
+  EXPECT_TRUE(policySeen[1]);
+  documentDraw->destroy();
+  broadcaster.reset();
+}
+
+}  // namespace
+
+namespace {
+
+TEST_F(DocumentDrawGLTest, RemovingASubtreeDeletesEveryDrawBeneathWithoutMarkingTheDocumentDraw) {
+  voDMD::Object* parent = doc.addCuboid(ruLinear::Range3d(ruLinear::Point(0, 0, 0), ruLinear::Point(1, 1, 1)));
+  voDMD::Object* child = doc.addCuboid(ruLinear::Range3d(ruLinear::Point(2, 0, 0), ruLinear::Point(3, 1, 1)),
+                                       ruLinear::AffineMatrix::Identity, parent);
+  voDMD::Object* other = doc.addCuboid(ruLinear::Range3d(ruLinear::Point(4, 0, 0), ruLinear::Point(5, 1, 1)));
+  countPostDraws();
+  documentDraw->draw();
+  ASSERT_EQ(postDraws, 1);
+  ASSERT_EQ(documentDraw->numDraws(), 3);
+  ASSERT_EQ(scene.database->getAllItems().size(), 3u);
+  ru::Reference<voDMD::Object> keepParent(parent), keepChild(child);
+  ASSERT_TRUE(doc.document.remove(parent));
+  EXPECT_EQ(documentDraw->getDraw(parent), nullptr);
+  EXPECT_EQ(documentDraw->getDraw(child), nullptr);
+  EXPECT_NE(documentDraw->getDraw(other), nullptr);
+  // The drawing objects took their items with them, so there is nothing to re-emit.
+  EXPECT_EQ(scene.database->getAllItems().size(), 1u);
+  documentDraw->draw();
+  EXPECT_EQ(postDraws, 1);
 }
 
 }  // namespace

@@ -1,6 +1,8 @@
 #include "datamodelgui/draw/objectdraw.h"
 
+#include "datamodelgui/snap/snapitems.h"
 #include "drawfixture.h"
+#include "platform/graphics/hittest.h"
 #include "platform/graphics/shader.h"
 #include "platform/resources/resources.h"
 #include "platform/support/debug.h"
@@ -370,3 +372,71 @@ TEST_F(MeshDrawGLTest, EndToEndThreeMeshesThroughEditsSelectionHidingUndoAndDele
 }
 
 }  // namespace
+
+namespace {
+
+// A drawing object that ignores attribute changes and notes when it hears of a transaction, and
+// whether it was marked by then.
+class TxnListeningDraw : public voDMG::ObjectDraw {
+public:
+  using ObjectDraw::ObjectDraw;
+  int txns = 0;
+  bool markedWhenTold = false;
+
+protected:
+  void onDraw(voGR::DrawContext&, voDMG::SelectionIterator, voDMG::SelectionIterator, voDMG::SelectionIterator,
+              voDMG::SelectionIterator, ru::Reference<voGR::DrawPolicy>) override {}
+  void onObjectModified(const voDMD::Modification&) override {}
+  void onObjectTxnModified() override {
+    ++txns;
+    markedWhenTold = isModified();
+  }
+};
+
+}  // namespace
+
+TEST_F(MeshDrawGLTest, ATransactionOnTheObjectMarksItBeforeTheSubclassHearsOfIt) {
+  voDMD::Object* object = doc.addCuboid(kUnitCube);
+  auto* listening = new TxnListeningDraw(documentDraw, object);
+  documentDraw->setDraw(object, listening);
+  documentDraw->draw();
+  ASSERT_FALSE(listening->isModified());
+  doc.transformOf(object)->setObjToWorld(translation(0, 0, 1));
+  EXPECT_EQ(listening->txns, 1);
+  EXPECT_TRUE(listening->markedWhenTold);
+  EXPECT_TRUE(listening->isModified());
+}
+
+TEST_F(MeshDrawGLTest, HitHooksAnswerTheWholeObjectAndAMeshSnapFactory) {
+  voDMD::Object* object = doc.addCuboid(kUnitCube);
+  voDMG::ObjectDraw* mesh = documentDraw->getDraw(object);
+  ASSERT_NE(mesh, nullptr);
+  const voGR::HitRecord hit;
+  EXPECT_EQ(mesh->getObject(), object);
+  EXPECT_EQ(mesh->getItem(hit), voDMG::SelectionItem(object));
+  EXPECT_EQ(mesh->getSubObjectItem(hit), voDMG::SelectionItem(object));
+  ru::Reference<voDMG::SnapItemFactory> factory = mesh->createSnapItemFactory(hit);
+  EXPECT_NE(dynamic_cast<voDMG::MeshSnapFactory*>(factory.get()), nullptr);
+  // The base class offers no part and no snap items, but still the whole object.
+  TxnListeningDraw plain(documentDraw, object);
+  EXPECT_EQ(plain.getItem(hit), voDMG::SelectionItem(object));
+  EXPECT_FALSE(plain.getSubObjectItem(hit).valid());
+  EXPECT_FALSE(plain.createSnapItemFactory(hit));
+}
+
+TEST_F(MeshDrawGLTest, OnlyTheWireframeChannelMarksAMesh) {
+  voDMD::Object* object = doc.addCuboid(kUnitCube);
+  documentDraw->draw();
+  voDMG::ObjectDraw* mesh = documentDraw->getDraw(object);
+  ASSERT_FALSE(mesh->isModified());
+  voSupport::Debug::getInstance().setEnabled(voSupport::DebugHitTest, true);
+  voSupport::Debug::getInstance().setEnabled(voSupport::DebugHitTest, false);
+  EXPECT_FALSE(mesh->isModified());
+  {
+    WireframeOn on;
+    EXPECT_TRUE(mesh->isModified());
+    documentDraw->draw();
+  }
+  // Switching it off marks again, to draw without the overlay.
+  EXPECT_TRUE(mesh->isModified());
+}

@@ -1,5 +1,7 @@
 #include "surfacefixture.h"
 
+#include "datamodelgui/draw/affordance.h"
+
 #include "platform/geometry/construct.h"
 #include "platform/graphics/editors.h"
 #include "platform/graphics/graph.h"
@@ -379,7 +381,7 @@ TEST(SurfaceDrawGLTest, RenderFrameRestoresTheFrameBufferAndTheViewCamera) {
   EXPECT_EQ(countReddish(f.frame("surface_after_renderframe")), 0);
 }
 
-TEST(SurfaceDrawGLTest, RenderFrameTruncatesTheSize) {
+TEST(SurfaceDrawGLTest, AWidthOf100Point9GivesAnImage100PixelsWide) {
   SurfaceFixture f;
   ASSERT_TRUE(f.system);
   ru::Reference<ruImage::Image> image = f.surface->renderFrame(SurfaceFixture::frameParameters(100.9, 50.5, false));
@@ -431,4 +433,140 @@ TEST(SurfaceDrawGLTest, ThumbnailMessagesAreEmptyMessages) {
   const voSupport::Message* asMessage = &pushCopy;
   EXPECT_TRUE(dynamic_cast<const voDMG::PushThumbnailRenderStateMsg*>(asMessage));
   EXPECT_FALSE(dynamic_cast<const voDMG::PopThumbnailRenderStateMsg*>(asMessage));
+}
+
+// The centre box of the frame, drawn red.
+struct CentreBox {
+  explicit CentreBox(SurfaceFixture& fixture, bool active = false) {
+    voGR::Draw draw(*fixture.context, this, false);
+    draw.setColor(1.0f, 0.0f, 0.0f, 1.0f);
+    draw.setActive(active);
+    draw.setMesh(cuboid(ruLinear::Point(-1, -1, -1), ruLinear::Point(1, 1, 1)));
+    item = draw.emit();
+  }
+  ru::Reference<voGR::DrawItem> item;
+};
+
+TEST(SurfaceDrawGLTest, BillboardsBehindTheSceneShowThroughOnlyWhenActiveOrInXRay) {
+  SurfaceFixture f;
+  ASSERT_TRUE(f.system);
+  f.loader.addImage("DMG//Mark", solidImage(16, 16, ruImage::Byte4{0, 200, 0, 255}));
+  const voRES::ImageKey mark = f.loader.createImageKey("DMG//Mark", 0);
+  int source = 0;
+  // A billboard at the box's centre, wholly hidden by its front face. (It stays within the render
+  // camera's clip planes, which are fitted to the scene and x-ray worlds only.)
+  auto place = [&](bool active, voGR::DepthInteraction depth) {
+    voGR::Draw draw(*f.context, &source, false);
+    draw.setActive(active);
+    draw.setDepthInteraction(depth);
+    voDMG::drawBillboard(draw, mark, ruLinear::Point(0, 0, 0), ruLinear::Vector(0, 0, 0));
+    return draw.getDrawData()->getItems()[0];
+  };
+  auto centreGreen = [&](const std::string& name) {
+    const auto image = f.frame(name);
+    return static_cast<int>(image.pixel(kSize / 2, kSize / 2).g);
+  };
+  // Without the box the billboard is seen.
+  auto shown = place(false, voGR::DepthNormal);
+  EXPECT_EQ(f.worldsOf(shown.get()), "SSPW");
+  EXPECT_GT(centreGreen("billboard_alone"), 150);
+  CentreBox box(f);
+  const int hidden = centreGreen("billboard_hidden");
+  EXPECT_LT(hidden, 40);
+  // In x-ray, or active, it shows through the box, dimmed.
+  place(false, voGR::DepthXRay);
+  EXPECT_GT(centreGreen("billboard_xray_through"), hidden + 40);
+  place(true, voGR::DepthNormal);
+  EXPECT_GT(centreGreen("billboard_active_through"), hidden + 40);
+}
+
+TEST(SurfaceDrawGLTest, TheGlowOfAnActiveItemIsAWhiteHaloOfAboutEightPixelsOutsideIt) {
+  SurfaceFixture f;
+  ASSERT_TRUE(f.system);
+  ruImage::TypedImage<ruImage::Byte4> plain, glowing;
+  {
+    CentreBox box(f, false);
+    plain = f.frame("glow_plain");
+  }
+  {
+    CentreBox box(f, true);
+    glowing = f.frame("glow_active");
+  }
+  // The box's columns along the middle row, from the plain frame.
+  const int row = kSize / 2;
+  int left = -1, right = -1;
+  for (int x = 0; x < kSize; ++x)
+    if (reddish(plain.pixel(x, row))) {
+      if (left < 0) left = x;
+      right = x;
+    }
+  ASSERT_GT(left, 20);
+  ASSERT_LT(right, kSize - 20);
+  auto white = [](const ruImage::Byte4& p) { return p.r > 200 && p.g > 200 && p.b > 200; };
+  // Close outside the silhouette: white; well past eight pixels: as before.
+  EXPECT_TRUE(white(glowing.pixel(right + 4, row)));
+  EXPECT_TRUE(white(glowing.pixel(left - 4, row)));
+  EXPECT_FALSE(white(plain.pixel(right + 4, row)));
+  EXPECT_TRUE(rgbNear(glowing.pixel(right + 12, row), plain.pixel(right + 12, row), 3));
+  EXPECT_TRUE(rgbNear(glowing.pixel(left - 12, row), plain.pixel(left - 12, row), 3));
+  // Only outside: the box's own pixels keep their colour.
+  EXPECT_TRUE(rgbNear(glowing.pixel(kSize / 2, row), plain.pixel(kSize / 2, row), 3));
+}
+
+// Opens the protected view camera accessor.
+class OpenSurface : public voDMG::DefaultDocumentSurfaceDraw {
+public:
+  using DefaultDocumentSurfaceDraw::DefaultDocumentSurfaceDraw;
+  using DocumentSurfaceDraw::viewCameraNode;
+};
+
+TEST(SurfaceDrawGLTest, ConstructionMakesOnlyTheViewCameraAndUpdateCameraSetsTheCurrentViewCameraNode) {
+  SurfaceFixture f;
+  ASSERT_TRUE(f.system);
+  ru::Reference<OpenSurface> surface =
+      new OpenSurface(*f.system, f.system->createRenderTarget("Second", ruRen::FBOKey()));
+  // Nothing of the database or the graph but the view camera, named "ViewCam".
+  EXPECT_FALSE(surface->getDatabase());
+  EXPECT_EQ(surface->renCameraNode(), nullptr);
+  EXPECT_EQ(surface->sceneWorldNode(), nullptr);
+  EXPECT_EQ(surface->sceneTriWorldNode(), nullptr);
+  EXPECT_EQ(surface->sceneLinesWorldNode(), nullptr);
+  EXPECT_EQ(surface->selectedWorldNode(), nullptr);
+  EXPECT_EQ(surface->xRayWorldNode(), nullptr);
+  EXPECT_EQ(surface->ssPositionedWorldNode(), nullptr);
+  EXPECT_EQ(surface->screenSpaceWorldNode(), nullptr);
+  EXPECT_TRUE(surface->getRenderStates().empty());
+  voGR::CameraNode* view = surface->viewCameraNode();
+  ASSERT_NE(view, nullptr);
+  EXPECT_STREQ(view->getName().c_str(), "ViewCam");
+  EXPECT_EQ(view->getGraph(), f.system->getGraph());
+  const ruGeom::Camera first = lookAt(ruLinear::Point(0, 0, 5), ruLinear::Point(0, 0, 0));
+  surface->updateCamera(first);
+  EXPECT_TRUE(view->getCamera() == first);
+  // A replaced view camera node is the one updateCamera sets from then on.
+  auto* replacement = new voGR::CameraNode();
+  voGR::GraphEditor(f.system->getGraph()).addNode(replacement);
+  surface->setCameraNode(replacement);
+  EXPECT_EQ(surface->viewCameraNode(), replacement);
+  const ruGeom::Camera second = lookAt(ruLinear::Point(0, 3, 5), ruLinear::Point(0, 0, 0));
+  surface->updateCamera(second);
+  EXPECT_TRUE(replacement->getCamera() == second);
+  EXPECT_TRUE(view->getCamera() == first);
+}
+
+TEST(SurfaceDrawGLTest, RenderFrameFitsTheDocumentCameraToTheImageAspect) {
+  SurfaceFixture f;
+  ASSERT_TRUE(f.system);
+  CentreBox box(f);
+  // A wide image: the box's square face stays square and centred.
+  ru::Reference<ruImage::Image> image = f.surface->renderFrame(SurfaceFixture::frameParameters(200, 100, false));
+  ASSERT_TRUE(asBytes(image));
+  voGR::test::writeFrame(*asBytes(image), "surface_renderframe_wide");
+  int x0, y0, x1, y1;
+  ASSERT_TRUE(pixelBox(*asBytes(image), ruImage::Byte4{255, 0, 0, 255}, 100, x0, y0, x1, y1));
+  const int width = x1 - x0 + 1, height = y1 - y0 + 1;
+  EXPECT_GT(height, 10);
+  EXPECT_NEAR(width, height, 2);
+  EXPECT_NEAR((x0 + x1 + 1) / 2.0, 100.0, 1.5);
+  EXPECT_NEAR((y0 + y1 + 1) / 2.0, 50.0, 1.5);
 }
