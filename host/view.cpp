@@ -3,6 +3,7 @@
 #include "datamodelgui/draw/documentdraw.h"
 #include "datamodelgui/draw/objectdraw.h"
 #include "datamodelgui/draw/surfacedraw.h"
+#include "datamodelgui/print/kltsurfacedraw.h"
 #include "platform/datamodel/attributes.h"
 #include "platform/datamodel/print.h"
 #include "platform/geometry/algorithms.h"
@@ -141,14 +142,17 @@ bool parseViewDirection(const std::string& text, ViewDirection& direction) {
 
 View::View(Scene& scene) : scene_(scene) {}
 
-std::unique_ptr<View> View::create(Scene& scene, std::string& error) {
+std::unique_ptr<View> View::create(Scene& scene, std::string& error, bool inCurrentContext) {
   std::unique_ptr<View> view(new View(scene));
   ruString::CString message;
-  view->system_ = voGR::DrawSystem::createOffscreen(&message);
+  view->system_ = inCurrentContext ? voGR::DrawSystem::adoptCurrentContext(&message)
+                                   : voGR::DrawSystem::createOffscreen(&message);
   if (!view->system_) {
-    error = std::string("no off-screen OpenGL context: ") + message.c_str();
+    error = std::string(inCurrentContext ? "cannot use the window's OpenGL context: " : "no off-screen OpenGL context: ") +
+            message.c_str();
     return nullptr;
   }
+  view->inWindow_ = inCurrentContext;
   view->loader_ = std::make_unique<voRES::Loader>();
   voSupport::CallInfo& info = scene.callInfo();
   info.set<voGR::DrawSystem>(view->system_.get());
@@ -156,7 +160,9 @@ std::unique_ptr<View> View::create(Scene& scene, std::string& error) {
   info.set<voRES::Loader>(view->loader_.get());
   info.set<voDMG::SelectionSet>(&view->selection_);
   // The surface draws into its own target; renderFrame sizes each image itself.
-  ruRen::FBOKey key = view->system_->createFBOKey(ruRen::FBOInfo(256, 256, true, false, false));
+  // A window's view draws into the window (no key); renderFrame still sizes its own images.
+  ruRen::FBOKey key = inCurrentContext ? ruRen::FBOKey()
+                                       : view->system_->createFBOKey(ruRen::FBOInfo(256, 256, true, false, false));
   view->surface_ = new voDMG::DefaultDocumentSurfaceDraw(*view->system_, view->system_->createRenderTarget("Frame", key));
   view->surface_->initialize();
   view->documentDraw_ = new voDMG::DocumentDraw(&scene.document());
@@ -261,6 +267,34 @@ bool View::renderPng(int width, int height, const std::string& path, std::string
     error = path + ": cannot write the file";
     return false;
   }
+  return true;
+}
+
+void View::setCamera(const ruGeom::Camera& camera) {
+  scene_.document().camera()->set(camera);
+  surface_->updateCamera(camera);
+}
+
+bool View::drawToWindow() {
+  if (!inWindow_) return false;
+  documentDraw_->draw();
+  return system_->draw(surface_->renderTargetNode());
+}
+
+bool View::setCutAway(bool on, double z) {
+  auto* print = dynamic_cast<voDMG::KLTSurfaceDraw*>(surface_.get());
+  if (!print) return false;
+  print->clearClippingPlanes();
+  if (on) {
+    // Keeps what lies below z: the plane's normal points down.
+    const ruLinear::Plane plane(Point(0, 0, z), ruLinear::Normal(0, 0, -1));
+    print->addClippingPlane(plane);
+    print->updateCapPosition(plane, scene_.partsBox());
+    print->updateCapGeom(true);
+  }
+  print->updateCapVisibility(on);
+  // The meshes read the planes when they emit.
+  documentDraw_->setModified();
   return true;
 }
 

@@ -16,6 +16,9 @@
 #include <string>
 #include <vector>
 
+namespace ruGeom {
+class Camera;
+}
 namespace ruImage {
 class Image;
 }
@@ -42,7 +45,10 @@ public:
   // Opens the draw system (off-screen, no display needed) and the surface for `scene`, whose call
   // info receives the draw system, the camera, the loader, the selection and the document draw.
   // Null with the reason in `error` when no context can be made.
-  static std::unique_ptr<View> create(Scene& scene, std::string& error);
+  // With `inCurrentContext` the draw system adopts the OpenGL context current on this thread (a
+  // window's, which must stay current and outlive the view) and the frame is drawn into that
+  // window by drawToWindow; render and renderPng still draw off-screen images.
+  static std::unique_ptr<View> create(Scene& scene, std::string& error, bool inCurrentContext = false);
   View(const View&) = delete;
   View& operator=(const View&) = delete;
   ~View();
@@ -57,6 +63,16 @@ public:
   // half-written file. False with "PATH: what is wrong" in `error`.
   bool renderPng(int width, int height, const std::string& path, std::string& error);
 
+  // For interactive hosts (the viewer and the replay of sessions).
+  // Replaces the document's camera and the surface's view camera.
+  void setCamera(const ruGeom::Camera& camera);
+  // Draws what changed and the frame into the window's framebuffer, at the camera's viewport.
+  // False when the view was not made in a window's context or the draw fails.
+  bool drawToWindow();
+  // Cuts away what lies above height `z` (mm), with caps, or shows everything again; false when
+  // the surface draws no cut-away.
+  bool setCutAway(bool on, double z);
+
 private:
   explicit View(Scene& scene);
 
@@ -67,6 +83,7 @@ private:
   voDMG::DocumentDraw* documentDraw_ = nullptr;
   voDMG::SelectionSet selection_;
   ruRTB::SignalClient client_;
+  bool inWindow_ = false;
 };
 
 // True when `image` holds a pixel whose colour differs from its corner pixel (the background).
