@@ -13,6 +13,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include <cmath>
 #include <cstdio>
 #include <filesystem>
 #include <memory>
@@ -144,10 +145,21 @@ int runReplay(const ReplayOptions& options) {
       for (std::size_t i = 0; i < scene.parts().size(); ++i) {
         const ruLinear::Vector t =
             scene.parts()[i].object->findAttribute<voDMD::Transform>()->getObjToWorld().getTranslation();
-        std::printf("  %zu %s at (%.3f, %.3f, %.3f)\n", i, scene.parts()[i].file.c_str(), t.getX(), t.getY(), t.getZ());
+        // Where the middle of the part's box shows: the viewport pixel (y up) a session would use.
+        ruLinear::Point2 pixel(-1, -1);
+        bench.camera().project(scene.partsBox(static_cast<int>(i)).getMiddle(), pixel);
+        std::printf("  %zu %s at (%.3f, %.3f, %.3f), middle at pixel (%d, %d)\n", i, scene.parts()[i].file.c_str(),
+                    t.getX(), t.getY(), t.getZ(), static_cast<int>(std::floor(pixel.x)),
+                    static_cast<int>(std::floor(pixel.y)));
       }
-      std::printf("Cut-away: %s\n", bench.cutAway().on ? (bench.cutAwayShown() ? "on" : "on (not drawn by this view)")
-                                                        : "off");
+      const ruLinear::Point eye = bench.camera().getEyeLocation(), target = bench.camera().getTarget();
+      std::printf("Camera: eye (%.3f, %.3f, %.3f) looking at (%.3f, %.3f, %.3f)\n", eye.x, eye.y, eye.z, target.x,
+                  target.y, target.z);
+      if (bench.cutAway().on) {
+        std::printf("Cut-away: on at %.3f mm%s\n", bench.cutAway().z, bench.cutAwayShown() ? "" : " (not drawn by this view)");
+      } else {
+        std::printf("Cut-away: off\n");
+      }
       std::printf("Frames written to %s\n", options.output.c_str());
     }
   }

@@ -23,6 +23,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdio>
 
 namespace printprep {
 
@@ -172,6 +173,8 @@ Workbench::Workbench(Scene& scene, View& view, int width, int height, ViewDirect
 
   view_.look(sceneBox(), direction, width, height);
   setCamera(camera());
+  // Work starts from the job as loaded: putting the parts on the bed is not a step to undo.
+  table.find<voDMA::TxnManager>()->get()->clearHistory();
 }
 
 Workbench::~Workbench() {
@@ -418,8 +421,14 @@ void MoveTool::interactionFinished(voEV::InteractionType, const voEV::Event& eve
     const auto* mouse = dynamic_cast<const voEV::MouseEvent*>(&event);
     if (mouse && mouse->getType() != voEV::MouseButtonPress) moveTo(mouse->getPosition());
     const int index = bench_.partIndex(drag_->object);
+    std::string note = "move " + bench_.scene().parts()[index].file;
+    if (snapped_) {
+      char caught[96];
+      std::snprintf(caught, sizeof caught, " (caught at %.3f, %.3f, %.3f)", caught_.x, caught_.y, caught_.z);
+      note += caught;
+    }
     end(true);
-    bench_.sigAction.emit("move " + bench_.scene().parts()[index].file);
+    bench_.sigAction.emit(note);
   }
   drag_.reset();
 }
@@ -438,6 +447,7 @@ void MoveTool::moveTo(const voEV::Point& position) {
     const ruLinear::Plane& plane = drag.projector->getPlane();
     const Vector normal(plane.getNormal().getX(), plane.getNormal().getY(), plane.getNormal().getZ());
     const Point caught = result->getPosition();
+    caught_ = caught;
     const Vector off = caught - plane.getPoint();
     const double along = off.getX() * normal.getX() + off.getY() * normal.getY() + off.getZ() * normal.getZ();
     target = caught - normal * along;

@@ -214,7 +214,7 @@ public:
   void interaction(voEV::InteractionType interaction, const voEV::Event& event) override;
   void interactionFinished(voEV::InteractionType interaction, const voEV::Event& event) override;
 
-  // The snap result of the last move (null when nothing caught the cursor).
+  // Whether something caught the cursor at the last move of the drag.
   bool lastMoveSnapped() const noexcept { return snapped_; }
 
 private:
@@ -225,6 +225,7 @@ private:
   Workbench& bench_;
   std::unique_ptr<Drag> drag_;
   bool snapped_ = false;
+  ruLinear::Point caught_;  // the snapped position of the last move that snapped
 };
 
 // Camera: a left drag on empty space or a right drag orbits around the scene's centre, a middle

@@ -34,7 +34,7 @@ namespace {
 
 struct ViewOptions {
   std::vector<std::string> models;
-  std::string printer = "200x200x180";
+  std::string printer = "100x100x100";
   std::string size = "1024x768";
   std::string record;
   std::string screenshot;
@@ -156,12 +156,10 @@ void onKey(GLFWwindow* window, int key, int, int action, int mods) {
   Viewer& viewer = viewerOf(window);
   viewer.modifiers = modifierMask(mods);
   // The window's own keys, not the tools': F12 takes a screenshot, Ctrl+Q closes.
-  if (action == GLFW_PRESS && key == GLFW_KEY_F12) {
-    viewer.screenshotWanted = viewer.redraw = true;
-    return;
-  }
-  if (action == GLFW_PRESS && key == GLFW_KEY_Q && (mods & GLFW_MOD_CONTROL)) {
-    viewer.quit = true;
+  if (key == GLFW_KEY_F12 || (key == GLFW_KEY_Q && (mods & GLFW_MOD_CONTROL))) {
+    if (action != GLFW_PRESS) return;
+    if (key == GLFW_KEY_F12) viewer.screenshotWanted = viewer.redraw = true;
+    else viewer.quit = true;
     return;
   }
   const voEV::KeyCode code = keyCode(key);
@@ -229,6 +227,8 @@ int runView(const ViewOptions& options) {
   glfwWindowHint(GLFW_CONTEXT_VERSION_MINOR, 3);
   glfwWindowHint(GLFW_OPENGL_PROFILE, GLFW_OPENGL_CORE_PROFILE);
   glfwWindowHint(GLFW_OPENGL_FORWARD_COMPAT, GLFW_TRUE);
+  // Through EGL, the API the draw system recognises a current context by.
+  glfwWindowHint(GLFW_CONTEXT_CREATION_API, GLFW_EGL_CONTEXT_API);
   // A recorded session keeps one viewport size, which replay reproduces.
   glfwWindowHint(GLFW_RESIZABLE, options.record.empty() ? GLFW_TRUE : GLFW_FALSE);
   GLFWwindow* window = glfwCreateWindow(static_cast<int>(size[0]), static_cast<int>(size[1]), "printprep view",
