@@ -143,10 +143,14 @@ Workbench::Workbench(Scene& scene, View& view, int width, int height, ViewDirect
   planes_ = voDMG::ModelingPlanes::create();
   // Parts are modelled on the bed: the modeling plane is the bed's plane.
   planes_->setPlane(ruLinear::Plane(scene.useableVolume().getMin(), ruLinear::Normal(0, 0, 1)));
+  planes_->setVisibility(false);
   table.set<voANM::Manager>(animation_.get());
   table.set<voDMG::CandidateSet>(candidates_.get());
   table.set<voDMG::SnapManager>(snapManager_.get());
   table.set<voDMG::ModelingPlanes>(planes_);
+  // The grid of the modeling plane stays hidden over the bed, which shows its own; its drawing
+  // is still made and called each frame, so showing the plane is all it takes.
+  planesDraw_ = std::make_unique<voDMG::ModelingPlanesDraw>(planes_);
   dispatcher_ = std::make_unique<voEV::Dispatcher>();
 
   broadcaster_.addHandler<voEV::InstallGesturesMsg>(voSupport::Priority(100, 0), [](voEV::InstallGesturesMsg& message) {
@@ -192,6 +196,7 @@ Workbench::~Workbench() {
   snapManager_.reset();
   hitTester_.reset();
   candidates_.reset();
+  planesDraw_.reset();
   delete planes_;
   animation_.reset();
   broadcaster_.reset();
@@ -222,6 +227,7 @@ bool Workbench::prepareFrame() {
   animation_->preUpdate();
   animation_->preExecute();
   callInfo().find<voDMG::DocumentDraw>()->draw();
+  planesDraw_->draw();
   snapManager_->draw();
   return animation_->postUpdate();
 }

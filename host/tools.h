@@ -36,6 +36,7 @@ namespace voDMG {
 class CandidateSet;
 class DocumentHitTester;
 class ModelingPlanes;
+class ModelingPlanesDraw;
 class SnapManager;
 }  // namespace voDMG
 
@@ -173,6 +174,7 @@ private:
   std::unique_ptr<voDMG::DocumentHitTester> hitTester_;
   std::unique_ptr<voDMG::SnapManager> snapManager_;
   voDMG::ModelingPlanes* planes_ = nullptr;
+  std::unique_ptr<voDMG::ModelingPlanesDraw> planesDraw_;
   std::unique_ptr<voEV::Dispatcher> dispatcher_;
   std::unique_ptr<MoveTool> move_;
   std::unique_ptr<SelectTool> select_;
