@@ -354,7 +354,10 @@ MoveTool::~MoveTool() {
 
 bool MoveTool::wantsInteraction(voEV::InteractionType interaction, const voEV::Event& event) {
   const auto* mouse = dynamic_cast<const voEV::MouseEvent*>(&event);
-  if (interaction != voEV::DragMouseInteraction || !mouse || mouse->getButtonMask() != voEV::ButtonLeft) return false;
+  // Shift with a left drag pans the camera, wherever it starts.
+  if (interaction != voEV::DragMouseInteraction || !mouse || mouse->getButtonMask() != voEV::ButtonLeft ||
+      (mouse->getModifierMask() & voEV::ModifierShift) != 0)
+    return false;
   voSupport::CallInfo& info = voSupport::ci();
   ru::vector<voGR::HitRecord> records;
   voGR::HitTestConfig config;

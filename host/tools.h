@@ -203,7 +203,7 @@ private:
   Workbench& bench_;
 };
 
-// A left drag that starts on a part moves it over the bed: the point grabbed stays under the
+// A left drag (without Shift) that starts on a part moves it over the bed: the point grabbed stays under the
 // cursor on a plane parallel to the modeling plane, and a corner of another part within reach
 // catches it (its x and y; the part keeps resting where it was). One undo step a drag; Escape
 // during the drag puts the part back and ignores the rest of the drag.
@@ -230,8 +230,8 @@ private:
   ruLinear::Point caught_;  // the snapped position of the last move that snapped
 };
 
-// Camera: a left drag on empty space or a right drag orbits around the scene's centre, a middle
-// drag or Shift with a left drag on empty space pans, the wheel zooms toward the centre.
+// Camera: a left drag off the parts or a right drag orbits about the camera's target, a middle
+// drag or a left drag with Shift pans, the wheel zooms toward the target.
 class CameraTool : public voEV::Client {
 public:
   explicit CameraTool(Workbench& bench);

@@ -87,6 +87,7 @@ struct Viewer {
   bool quit = false;
   Session* recording = nullptr;
   double inputMs = 0.0;  // time spent in dispatch since the last frame (hit tests, snapping, tools)
+  std::vector<double> hoverInputs;  // time of each hover's dispatch (its hit test), ms
 
   double now() const { return ruOS::currentClock().now() - start; }
 
@@ -105,9 +106,14 @@ struct Viewer {
     bench->advance(ruOS::currentClock().now());
     if (recording) recording->events.push_back({now(), event});
     const auto began = std::chrono::steady_clock::now();
+    const bool hover = event->getType() == voEV::MouseHover;
+    const std::vector<int> hovered = hover ? bench->hoveredParts() : std::vector<int>();
     bench->dispatch(*event);
-    inputMs += std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - began).count();
-    redraw = true;
+    const double ms = std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - began).count();
+    inputMs += ms;
+    if (hover) hoverInputs.push_back(ms);
+    // A hover that leaves the candidates as they were changes nothing on the screen.
+    if (!hover || bench->hoveredParts() != hovered) redraw = true;
   }
 };
 
@@ -262,7 +268,7 @@ int runView(const ViewOptions& options) {
                                    ? model
                                    : std::filesystem::absolute(model).lexically_normal().string());
   int status = 0;
-  std::vector<double> frameTimes, hoverTimes;
+  std::vector<double> frameTimes, hoverTimes, hoverInputs;
   {
     Workbench bench(scene, *view, width, height);
     Viewer viewer;
@@ -339,6 +345,7 @@ int runView(const ViewOptions& options) {
       glfwGetFramebufferSize(window, &width, &height);
     }
     glfwSetWindowUserPointer(window, nullptr);
+    hoverInputs = viewer.hoverInputs;
   }
   view.reset();
   glfwDestroyWindow(window);
@@ -348,14 +355,16 @@ int runView(const ViewOptions& options) {
   }
   if (!options.record.empty())
     std::printf("Session of %zu events written to %s\n", recording.events.size(), options.record.c_str());
-  auto summary = [](const char* what, const std::vector<double>& times) {
+  auto summary = [](const char* what, const std::vector<double>& times, const char* unit) {
     if (times.empty()) return;
     double sum = 0.0, most = 0.0;
     for (double t : times) sum += t, most = std::max(most, t);
-    std::printf("%s: %zu frames, mean %.2f ms, max %.2f ms\n", what, times.size(), sum / times.size(), most);
+    std::printf("%s: %zu %s, mean %.2f ms, max %.2f ms\n", what, times.size(), unit, sum / times.size(), most);
   };
-  summary("Frame time", frameTimes);
-  summary("Frame time while hovering", hoverTimes);
+  summary("Frame time", frameTimes, "frames");
+  summary("Frame time while hovering", hoverTimes, "frames");
+  // A hover that changes no candidate draws no frame; its hit test still counts here.
+  summary("Hover input (hit test and candidates)", hoverInputs, "events");
   return status;
 }
 
