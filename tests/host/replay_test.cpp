@@ -464,6 +464,30 @@ TEST(PrintprepReplayGLTest, ADragOnTheBackgroundOrbitsAndTheWheelZoomsTowardTheT
   EXPECT_GT(std::hypot(after.px - 128, after.py - 128), std::hypot(before.px - 128, before.py - 128));
 }
 
+TEST(PrintprepReplayGLTest, AShiftDragPansEvenOverAPartAndMovesNothing) {
+  const Report& layout = start();
+  const Part small = layout.parts.at(1);
+  Events events;
+  events.time += 0.1;
+  events.mouse(1, 1, 1, small.px, small.py, 1);
+  for (int i = 1; i <= 5; ++i) {
+    events.time += 0.05;
+    events.mouse(3, 0, 1, small.px + 8 * i, small.py, 1);
+  }
+  events.time += 0.05;
+  events.mouse(2, 1, 0, small.px + 40, small.py, 1);
+  const Report panned = replay("pan", events);
+  ASSERT_EQ(panned.outcome.status, 0) << panned.outcome.err;
+  // Eye and target shift together; the scene follows the cursor at the target's depth, so the part,
+  // nearer the eye than the target, shows close to 40 px right.
+  const ruLinear::Vector eyeShift = panned.eye - layout.eye, targetShift = panned.target - layout.target;
+  EXPECT_GT(ruLinear::length(targetShift), 5.0);
+  EXPECT_NEAR(ruLinear::length(eyeShift - targetShift), 0.0, 1e-2);
+  EXPECT_DOUBLE_EQ(panned.parts.at(1).x, small.x);
+  EXPECT_NEAR(panned.parts.at(1).px, small.px + 40, 5);
+  EXPECT_NEAR(panned.parts.at(1).py, small.py, 2);
+}
+
 TEST(PrintprepReplayGLTest, TheCutAwayKeyTurnsItOnAndTheArrowsMoveItsPlane) {
   Events events;
   events.key("KeyC");
