@@ -2,19 +2,27 @@
 #include "host/scene.h"
 #include "host/view.h"
 
+#include "datamodelgui/snap/projector.h"
+#include "datamodelgui/snap/snapitems.h"
+#include "datamodelgui/snap/snapmanager.h"
 #include "platform/base/linear.h"
 #include "platform/datamodel/actions.h"
+#include "platform/datamodel/attributes.h"
 #include "platform/datamodel/document.h"
 #include "platform/datamodel/print.h"
 #include "platform/geometry/box.h"
+#include "platform/geometry/camera.h"
 #include "platform/geometry/construct.h"
 #include "platform/geometry/meshio.h"
 #include "platform/support/callinfo.h"
+#include "platform/transaction/transaction.h"
 
 #include <CLI/CLI.hpp>
 
+#include <algorithm>
 #include <array>
 #include <chrono>
+#include <cmath>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
@@ -164,8 +172,37 @@ double millisecondsSince(std::chrono::steady_clock::time_point start) {
   return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
 }
 
-// Draws the bed as the steps change it and writes one PNG a step into the frames folder.
+// The world box of `object`'s mesh.
+Range3d worldBox(const voDMD::Object* object) {
+  const voDMD::KLTMesh* mesh = object->findAttribute<voDMD::KLTMesh>();
+  const voDMD::Transform* transform = object->findAttribute<voDMD::Transform>();
+  return mesh->getMesh()->getBoundingBox().asRange3d() * (transform ? transform->getObjToWorld() : AffineMatrix::Identity);
+}
+
+// A copy of `object`'s mesh in world coordinates, held by an object of its own outside the
+// document: the mesh snapping reads sub-mesh corners as they stand, so the copy is placed already.
+ru::Reference<voDMD::Object> snapTarget(voDMD::Document& document, const voDMD::Object* object) {
+  const voDMD::KLTMesh* mesh = object->findAttribute<voDMD::KLTMesh>();
+  const AffineMatrix placement = object->findAttribute<voDMD::Transform>()->getObjToWorld();
+  ru::Reference<ruGeom::CompactMesh> world = new ruGeom::CompactMesh();
+  *world = *mesh->getMesh();
+  ruGeom::MeshVertex* vertices = world->editVertices();
+  for (int i = 0; i < world->getNumVertices(); ++i) vertices[i] = ruGeom::MeshVertex(vertices[i].asPoint() * placement);
+  ru::Reference<voDMD::Object> target = voDMD::Object::create(document, voDMD::MeshClass::get());
+  target->addAttribute<voDMD::Mesh>(world);
+  return target;
+}
+
+std::string pointText(const Point& p) {
+  char text[96];
+  std::snprintf(text, sizeof text, "(%g, %g, %g)", p.x, p.y, p.z);
+  return text;
+}
+
+// Draws the bed as the steps change it and writes one PNG a step into the frames folder, each with
+// a line saying what it shows and how long the step took.
 int writeFrames(const DemoOptions& options, Scene& scene, std::vector<Part>& parts) {
+  const auto framesStart = std::chrono::steady_clock::now();
   const fs::path folder(options.frames);
   std::error_code code;
   fs::create_directories(folder, code);
@@ -181,37 +218,166 @@ int writeFrames(const DemoOptions& options, Scene& scene, std::vector<Part>& par
     std::fprintf(stderr, "printprep demo: %s\n", error.c_str());
     return 1;
   }
-  std::printf("\nFrames (%dx%d, off-screen; context made in %.1f ms)\n", options.frameSize, options.frameSize,
+  std::printf("\nFrames (%dx%d, off-screen; the print view made in %.1f ms)\n", options.frameSize, options.frameSize,
               millisecondsSince(start));
   const int n = options.frameSize;
+  const int thumb = std::max(64, n / 2);
   // The bed's footprint and the parts: the empty height above them would only push them aside.
   const Range3d& volume = scene.useableVolume();
-  Range3d box(volume.getMin(), Point(volume.getMax().x, volume.getMax().y, volume.getMin().z));
-  box.include(scene.partsBox());
-  auto frame = [&](const char* name, const std::string& shows) {
-    start = std::chrono::steady_clock::now();
+  Range3d bedBox(volume.getMin(), Point(volume.getMax().x, volume.getMax().y, volume.getMin().z));
+  bedBox.include(scene.partsBox());
+  int frames = 0;
+  auto line = [&](const char* name, const std::string& shows) {
+    ++frames;
+    std::printf("  %-20s %-90s %7.1f ms\n", name, shows.c_str(), millisecondsSince(start));
+  };
+  auto frame = [&](const char* name, const Range3d& box, const std::string& shows) {
     view->look(box, ViewDirection::Iso, n, n);
     if (!view->renderPng(n, n, (folder / name).string(), error)) {
       std::fprintf(stderr, "printprep demo: %s\n", error.c_str());
       return false;
     }
-    std::printf("  %-20s %-62s %7.1f ms\n", name, shows.c_str(), millisecondsSince(start));
+    line(name, shows);
     return true;
   };
-  if (!frame("1_bed.png", "the bed with its parts; the bracket past the volume in red")) return 1;
+  Part& bracket = parts[0];
+  Part& plate = parts[1];
+  Part& box = parts[2];
+
+  start = std::chrono::steady_clock::now();
+  if (!frame("1_bed.png", bedBox,
+             "the bed with its parts: the bracket out of bounds in the out-of-bounds colour, its +X +Y bars red"))
+    return 1;
+
+  // The bracket moves from the far corner to the middle of the bed's -X edge, half outside: it keeps
+  // the out-of-bounds look, and of the volume's bars only those of the -X side stay red.
+  start = std::chrono::steady_clock::now();
+  voDMD::Transform* bracketTransform = bracket.object->findAttribute<voDMD::Transform>();
+  const AffineMatrix bracketPlace = bracketTransform->getObjToWorld();
+  const Range3d bracketBox = worldBox(bracket.object.get());
+  const Vector half = bracketBox.getDiagonal() * 0.5;
+  const Point edge(volume.getMin().x - half.getX(), volume.getMiddle().y - half.getY(), volume.getMin().z);
+  bracketTransform->setObjToWorld(bracketPlace * AffineMatrix::translation(edge - bracketBox.getMin()));
+  const voDMD::KLTMesh* moved = bracket.object->findAttribute<voDMD::KLTMesh>();
+  const std::string outside = moved->isOutOfBounds() ? "out of bounds, passing " + sides(moved->outOfBoundsFaces())
+                                                      : "inside";
+  Range3d wholeVolume = volume;
+  wholeVolume.include(scene.partsBox());
+  if (!frame("2_moved_out.png", wholeVolume,
+             "the bracket moved half off the bed's -X edge: " + outside + ", only the -X bars red")) {
+    return 1;
+  }
+  bracketTransform->setObjToWorld(bracketPlace);
+
+  start = std::chrono::steady_clock::now();
+  const voDMD::KLTMesh* plateMesh = plate.object->findAttribute<voDMD::KLTMesh>();
+  const double thinnest = thinnestWall(*plateMesh);
+  Range3d plateBox = worldBox(plate.object.get());
+  plateBox.include(plateBox.getMin() - Vector(5, 5, 0));
+  plateBox.include(plateBox.getMax() + Vector(5, 5, 0));
+  char thin[128];
+  std::snprintf(thin, sizeof thin, "the thin plate close up: its %.2f mm walls, under the %g mm limit, in the thin colour",
+                thinnest, options.minimumThickness);
+  if (!frame("3_thin_walls.png", plateBox, thin)) return 1;
+
+  start = std::chrono::steady_clock::now();
+  view->hover(0);
   view->select({1});
-  if (!frame("2_selected.png", "the thin plate selected, with its glow")) return 1;
+  if (!frame("4_hover_select.png", bedBox, "the bracket hovered and the thin plate selected, each with its glow")) return 1;
+  view->hover(-1);
   view->select({});
-  // The open box slides half off the bed's -X side.
-  voDMD::Object* box2 = parts[2].object.get();
-  voDMD::Transform* transform = box2->findAttribute<voDMD::Transform>();
-  transform->setObjToWorld(transform->getObjToWorld() * AffineMatrix::translation(Vector(-20, 0, 0)));
-  const voDMD::KLTMesh* moved = box2->findAttribute<voDMD::KLTMesh>();
-  const std::string shows = std::string("the open box moved 20 mm to -X: ") +
-                            (moved->isOutOfBounds() ? "out of bounds (" + sides(moved->outOfBoundsFaces()) + "), red"
-                                                    : "still inside");
-  if (!frame("3_moved_out.png", shows)) return 1;
+
+  // A drag: the plate's lowest corner follows the cursor over the bed until the cursor comes within
+  // reach of the open box's near top corner, which catches it.
+  start = std::chrono::steady_clock::now();
+  view->look(bedBox, ViewDirection::Iso, n, n);
+  voTXN::Manager& txn = *scene.callInfo().find<voDMA::TxnManager>()->get();
+  txn.begin("snap target");
+  ru::Reference<voDMD::Object> target = snapTarget(scene.document(), box.object.get());
+  txn.commit();
+  const Range3d targetBox = worldBox(box.object.get());
+  const Point corner(targetBox.getMax().x, targetBox.getMin().y, targetBox.getMax().z);
+  const ruGeom::Camera camera = scene.document().camera()->get();
+  ruLinear::Point2 cornerPixel, middlePixel, startPixel;
+  const Range3d plateStart = worldBox(plate.object.get());
+  camera.project(corner, cornerPixel);
+  camera.project(Point(targetBox.getMiddle().x, targetBox.getMiddle().y, targetBox.getMax().z), middlePixel);
+  camera.project(plateStart.getMin(), startPixel);
+  // Five pixels in from the corner, on the box's top face, where the drag ends.
+  const double towardX = middlePixel.x - cornerPixel.x, towardY = middlePixel.y - cornerPixel.y;
+  const double length = std::max(1e-9, std::sqrt(towardX * towardX + towardY * towardY));
+  const ruLinear::Point2 endPixel{cornerPixel.x + 5.0 * towardX / length, cornerPixel.y + 5.0 * towardY / length};
+
+  txn.begin("move");
+  voDMG::SnapClient snap{voGR::HitTestConfig()};
+  snap.addFactory(new voDMG::MeshSnapFactory(target->findAttribute<voDMD::Mesh>()));
+  ru::Reference<voDMG::PlaneProjector> projector =
+      voDMG::PlaneProjector::create(ruLinear::Plane(Point(0, 0, volume.getMin().z), ruLinear::Normal(0, 0, 1)));
+  snap.beginSnap();
+  voDMD::Transform* plateTransform = plate.object->findAttribute<voDMD::Transform>();
+  const Point plateLow = plateMesh->getMesh()->getBoundingBox().asRange3d().getMin();
+  ru::Reference<voDMG::SnapResult> result;
+  int caughtAt = -1;
+  const int steps = 12;
+  for (int step = 1; step <= steps; ++step) {
+    const double t = static_cast<double>(step) / steps;
+    const ruLinear::Point2 cursor{startPixel.x + t * (endPixel.x - startPixel.x),
+                                  startPixel.y + t * (endPixel.y - startPixel.y)};
+    if (result) result->setDraw(nullptr);
+    result = snap.snap(cursor);
+    Point at = projector->project(cursor);
+    if (result && result->hasPosition()) {
+      at = result->getPosition();
+      if (caughtAt < 0) caughtAt = step;
+    } else if (caughtAt >= 0) {
+      caughtAt = -1;  // torn away again
+    }
+    projector->update(at);
+    plateTransform->setObjToWorld(AffineMatrix::translation(at - plateLow));
+  }
+  const bool caught = result && dynamic_cast<voDMG::MeshVertexSnapResult*>(result.get()) != nullptr;
+  view->showSnapResult(result);
+  const std::string snapped = caught ? "the thin plate dragged onto the open box: caught by its corner " +
+                                           pointText(result->getPosition()) + " at move " + std::to_string(caughtAt) +
+                                           " of " + std::to_string(steps) + ", the point mark drawn there"
+                                     : "the thin plate dragged toward the open box: NOT caught by a corner";
+  const bool written = frame("5_snap.png", bedBox, snapped);
+  view->showSnapResult(nullptr);
+  if (result) result->setDraw(nullptr);
+  result = nullptr;
+  snap.endSnap();
+  txn.commit();
+  // One undo puts the plate back where it was.
+  txn.undo();
+  if (!written) return 1;
+
+  start = std::chrono::steady_clock::now();
+  const double cutHeight = 10.0;
+  view->setCut(volume.getMin().z + cutHeight);
+  char cut[128];
+  std::snprintf(cut, sizeof cut, "the cut-away at z = %g mm: the bracket and the box cut open, closed by caps",
+                volume.getMin().z + cutHeight);
+  if (!frame("6_cut_away.png", bedBox, cut)) return 1;
+  view->clearCut();
+
+  start = std::chrono::steady_clock::now();
+  if (!view->thumbnailPng(0, thumb, (folder / "7_thumb_part.png").string(), error)) {
+    std::fprintf(stderr, "printprep demo: %s\n", error.c_str());
+    return 1;
+  }
+  line("7_thumb_part.png", "a thumbnail of the bracket alone (" + std::to_string(thumb) + " px, transparent around)");
+  start = std::chrono::steady_clock::now();
+  if (!view->thumbnailPng(-1, thumb, (folder / "8_thumb_bed.png").string(), error)) {
+    std::fprintf(stderr, "printprep demo: %s\n", error.c_str());
+    return 1;
+  }
+  line("8_thumb_bed.png", "a thumbnail of the whole bed with the printer (" + std::to_string(thumb) + " px)");
+
+  int triangles = 0;
+  for (const ScenePart& part : scene.parts()) triangles += part.triangles;
   std::printf("Frames written to %s\n", folder.string().c_str());
+  std::printf("\nReport: %zu objects (%zu parts and the printer), %d triangles, %d frames in %.1f ms\n",
+              scene.parts().size() + 1, scene.parts().size(), triangles, frames, millisecondsSince(framesStart));
   return 0;
 }
 
@@ -249,7 +415,8 @@ int runDemo(const DemoOptions& options) {
     }
     // Lowest corner of the mesh onto the chosen spot of the bed.
     const Range3d box = mesh->getBoundingBox().asRange3d();
-    const Vector move = part.corner - box.getMin();
+    // The corners are measured from the bed's corner; the scene's volume is centred on the origin.
+    const Vector move = part.corner + (scene.useableVolume().getMin() - Point(0, 0, 0)) - box.getMin();
     part.object = scene.addPart(part.file, mesh, AffineMatrix::translation(move));
     const Vector extent = box.getDiagonal();
     std::printf("  %-15s %-10s %3d vertices %3d triangles  %g x %g x %g mm at (%g, %g, %g): %s\n", part.file.c_str(),
@@ -325,9 +492,10 @@ void addDemoCommand(CLI::App& app, int& status) {
   auto options = std::make_shared<DemoOptions>();
   CLI::App* demo = app.add_subcommand(
       "demo", "Write three small models (STL and OBJ), import them onto a printer's bed and report what the print "
-              "analyses find: out of bounds, wall thickness, health and repair");
+              "analyses find (out of bounds, wall thickness, health and repair), then draw PNG frames of the print view: "
+              "the bed, a part moved out, thin walls, hover and selection, a snapped drag, the cut-away, thumbnails");
   demo->add_option("-o,--output", options->output, "Folder for the models (default: <temp>/printprep-demo)");
-  demo->add_option("--frames", options->frames, "Folder for the PNG frames")->capture_default_str();
+  demo->add_option("--frames", options->frames, "Folder for the PNG frames (thumbnails are half the frame size)")->capture_default_str();
   demo->add_option("--frame-size", options->frameSize, "Edge of the frames in pixels")
       ->capture_default_str()
       ->check(CLI::Range(64, 4096));

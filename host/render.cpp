@@ -29,6 +29,7 @@ struct Options {
   std::vector<int> select;
   double cut = 0.0;
   bool cutGiven = false;
+  bool timings = false;
   std::string printer = "200x200x180";
   int thumbnailSize = 256;
   int part = -1;
@@ -89,6 +90,7 @@ int runRender(const Options& options) {
   std::printf("Loaded %zu parts, %d triangles, in %.1f ms\n", scene.parts().size(), triangles, loaded);
 
   std::string error;
+  const auto viewStart = std::chrono::steady_clock::now();
   std::unique_ptr<View> view = View::create(scene, error);
   if (!view) {
     std::fprintf(stderr, "printprep render: %s\n", error.c_str());
@@ -101,17 +103,26 @@ int runRender(const Options& options) {
   box.include(ruLinear::Point(scene.useableVolume().getMax().x, scene.useableVolume().getMax().y,
                               scene.useableVolume().getMin().z));
   view->look(box, direction, width, height);
+  if (options.cutGiven) view->setCut(options.cut);
   const auto drawStart = std::chrono::steady_clock::now();
-  if (!view->renderPng(width, height, options.output, error)) {
+  ru::Reference<ruImage::Image> image = view->render(width, height);
+  const double firstFrame = millisecondsSince(drawStart);
+  const auto writeStart = std::chrono::steady_clock::now();
+  if (!writePngInPlace(image, options.output, error)) {
     std::fprintf(stderr, "printprep render: %s\n", error.c_str());
     return 1;
   }
-  if (options.cutGiven) {
-    std::printf("Cut at z = %g: not drawn, the plain view has no cut-away yet\n", options.cut);
-  }
+  const double written = millisecondsSince(writeStart);
+  if (options.cutGiven) std::printf("Cut away above z = %g mm, the cut parts closed by caps\n", options.cut);
+  const double total = millisecondsSince(start);
   std::printf("Rendered %dx%d (%s view, %zu selected) to %s: first frame %.1f ms, total %.1f ms\n", width, height,
-              options.view.c_str(), options.select.size(), options.output.c_str(), millisecondsSince(drawStart),
-              millisecondsSince(start));
+              options.view.c_str(), options.select.size(), options.output.c_str(), firstFrame, total);
+  if (options.timings) {
+    // The first frame includes building the parts' render meshes and their first upload.
+    std::printf("Timings: load %.1f ms, view set-up %.1f ms, first frame %.1f ms, PNG written in %.1f ms, total %.1f ms\n",
+                loaded, std::chrono::duration<double, std::milli>(drawStart - viewStart).count(), firstFrame, written,
+                total);
+  }
   return 0;
 }
 
@@ -131,8 +142,7 @@ int runThumbnail(const Options& options) {
     return 1;
   }
   const int size = options.thumbnailSize;
-  view->look(scene.partsBox(options.part), ViewDirection::Iso, size, size);
-  if (!view->renderPng(size, size, options.output, error)) {
+  if (!view->thumbnailPng(options.part, size, options.output, error)) {
     std::fprintf(stderr, "printprep thumbnail: %s\n", error.c_str());
     return 1;
   }
@@ -177,20 +187,22 @@ void addRenderCommands(CLI::App& app, int& status) {
       ->check(CLI::IsMember({"iso", "top", "front", "side"}));
   render->add_option("--select", options->select, "Indices of parts to select (they glow), from 0");
   render->add_option("--cut", options->cut,
-                     "Height of the cut-away plane in mm (accepted, but the plain view does not draw the "
-                     "cut-away yet: the image shows the whole parts)");
+                     "Cut the parts away above this height in mm (from the bed), showing their insides closed by "
+                     "caps");
+  render->add_flag("--timings", options->timings,
+                   "Print how long loading, setting up the view, the first frame and writing the PNG took");
   render->callback([options, &status, render] {
     options->cutGiven = render->count("--cut") > 0;
     status = runRender(*options);
   });
 
-  CLI::App* thumbnail = app.add_subcommand("thumbnail", "Render a square thumbnail of one part or of all parts");
+  CLI::App* thumbnail = app.add_subcommand("thumbnail", "Render a square thumbnail of one part, or of the whole bed with the printer, on a transparent background");
   addModels(thumbnail, *options);
   thumbnail->add_option("-o,--output", options->output, "PNG file to write")->required();
   thumbnail->add_option("--size", options->thumbnailSize, "Edge of the image in pixels")
       ->capture_default_str()
       ->check(CLI::Range(16, 4096));
-  thumbnail->add_option("--part", options->part, "Index of the part to frame, from 0 (default: all parts)")
+  thumbnail->add_option("--part", options->part, "Index of the part to show alone, from 0 (default: the whole bed)")
       ->check(CLI::NonNegativeNumber);
   thumbnail->callback([options, &status] { status = runThumbnail(*options); });
 

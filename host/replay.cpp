@@ -156,7 +156,7 @@ int runReplay(const ReplayOptions& options) {
       std::printf("Camera: eye (%.3f, %.3f, %.3f) looking at (%.3f, %.3f, %.3f)\n", eye.x, eye.y, eye.z, target.x,
                   target.y, target.z);
       if (bench.cutAway().on) {
-        std::printf("Cut-away: on at %.3f mm%s\n", bench.cutAway().z, bench.cutAwayShown() ? "" : " (not drawn by this view)");
+        std::printf("Cut-away: on at %.3f mm\n", bench.cutAway().z);
       } else {
         std::printf("Cut-away: off\n");
       }

@@ -16,11 +16,12 @@ using ruLinear::Range3d;
 using ruLinear::Vector;
 
 Scene::Scene(const Vector& volume, double minimumThickness)
-    : document_(*txn_.get()), useable_(Point(0, 0, 0), Point(volume.getX(), volume.getY(), volume.getZ())) {
+    : document_(*txn_.get()),
+      useable_(Point(-volume.getX() / 2.0, -volume.getY() / 2.0, 0), Point(volume.getX() / 2.0, volume.getY() / 2.0, volume.getZ())) {
   info_.set(&document_);
   info_.set(&txn_);
   scope_ = std::make_unique<voSupport::CallScope>(info_);
-  const Range3d total(Point(-10, -10, -5), Point(volume.getX() + 10, volume.getY() + 10, volume.getZ() + 5));
+  const Range3d total(useable_.getMin() - Vector(10, 10, 5), useable_.getMax() + Vector(10, 10, 5));
   printerObject_ = voDMD::createPrinterObject(document_, useable_, total);
   document_.insert(printerObject_);
   printer_ = printerObject_->findAttribute<voDMD::KLTPrinter>();

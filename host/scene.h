@@ -27,7 +27,8 @@ struct ScenePart {
 
 class Scene {
 public:
-  // A printer whose useable volume is `volume` (width, depth, height in mm) from the origin.
+  // A printer whose useable volume is `volume` (width, depth, height in mm), centred on the origin
+  // in X and Y with the bed at z 0, as the printer drawing expects.
   explicit Scene(const ruLinear::Vector& volume, double minimumThickness = 0.8);
   Scene(const Scene&) = delete;
   Scene& operator=(const Scene&) = delete;

@@ -20,6 +20,7 @@
 #include "platform/graphics/hittest.h"
 #include "platform/resources/resources.h"
 #include "platform/support/settings.h"
+#include "platform/support/tags.h"
 
 #include <algorithm>
 #include <cmath>
@@ -116,7 +117,9 @@ void HostTimers::fireDue(double now, ruOS::ManualClock* manual) {
 Workbench::Workbench(Scene& scene, View& view, int width, int height, ViewDirection direction)
     : scene_(scene), view_(view), domain_(std::make_unique<voSupport::Domain>()), timers_(std::make_unique<HostTimers>()) {
   // One table for everything: the dispatcher and the schedulers push the domain's table around
-  // their deliveries, so what the scene and the view entered goes there too.
+  // their deliveries, so what the scene and the view entered (the view made the document draw,
+  // surface, selection and candidate sets, hit tester and snap manager, and sent their set-up
+  // messages) goes there too.
   voSupport::CallInfo& table = domain_->callInfo();
   const voSupport::CallInfo& from = scene.callInfo();
   table.set<voDMD::Document>(from.find<voDMD::Document>());
@@ -124,49 +127,41 @@ Workbench::Workbench(Scene& scene, View& view, int width, int height, ViewDirect
   table.set<voDMD::Camera>(from.find<voDMD::Camera>());
   table.set<voGR::DrawSystem>(from.find<voGR::DrawSystem>());
   table.set<voRES::Loader>(from.find<voRES::Loader>());
+  table.set<voSupport::PropertySet>(from.find<voSupport::PropertySet>());
+  table.set<voSupport::TagRegistry>(from.find<voSupport::TagRegistry>());
+  table.set<voSupport::Broadcaster>(from.find<voSupport::Broadcaster>());
   table.set<voDMG::SelectionSet>(from.find<voDMG::SelectionSet>());
+  table.set<voDMG::CandidateSet>(from.find<voDMG::CandidateSet>());
+  table.set<voDMG::DocumentHitTester>(from.find<voDMG::DocumentHitTester>());
+  table.set<voDMG::SnapManager>(from.find<voDMG::SnapManager>());
   table.set<voDMG::DocumentDraw>(from.find<voDMG::DocumentDraw>());
-  if (auto* surface = from.find<voDMG::DocumentSurfaceDraw>()) table.set<voDMG::DocumentSurfaceDraw>(surface);
+  table.set<voDMG::DocumentSurfaceDraw>(from.find<voDMG::DocumentSurfaceDraw>());
   table.set<voEV::Timers>(timers_.get());
-  table.set<voSupport::Broadcaster>(&broadcaster_);
   scope_ = std::make_unique<voSupport::CallScope>(table);
 
+  voSupport::Broadcaster& broadcaster = *table.find<voSupport::Broadcaster>();
   voEV::initialize();
   voANM::initialize();
-  voDMG::initialize();
   animation_ = std::make_unique<voANM::Manager>();
-  // The candidate set listens to the hit tester of the call info when it is made.
-  hitTester_ = std::make_unique<voDMG::DocumentHitTester>();
-  table.set<voDMG::DocumentHitTester>(hitTester_.get());
-  candidates_ = std::make_unique<voDMG::CandidateSet>();
-  snapManager_ = std::make_unique<voDMG::SnapManager>();
   planes_ = voDMG::ModelingPlanes::create();
   // Parts are modelled on the bed: the modeling plane is the bed's plane.
   planes_->setPlane(ruLinear::Plane(scene.useableVolume().getMin(), ruLinear::Normal(0, 0, 1)));
   planes_->setVisibility(false);
   table.set<voANM::Manager>(animation_.get());
-  table.set<voDMG::CandidateSet>(candidates_.get());
-  table.set<voDMG::SnapManager>(snapManager_.get());
   table.set<voDMG::ModelingPlanes>(planes_);
   // The grid of the modeling plane stays hidden over the bed, which shows its own; its drawing
   // is still made and called each frame, so showing the plane is all it takes.
   planesDraw_ = std::make_unique<voDMG::ModelingPlanesDraw>(planes_);
   dispatcher_ = std::make_unique<voEV::Dispatcher>();
 
-  broadcaster_.addHandler<voEV::InstallGesturesMsg>(voSupport::Priority(100, 0), [](voEV::InstallGesturesMsg& message) {
+  // The third set-up message: the gestures of the tools.
+  broadcaster.addHandler<voEV::InstallGesturesMsg>(voSupport::Priority(100, 0), [](voEV::InstallGesturesMsg& message) {
     message.parser().pushBackGesture(new voEV::ClickMouse);
     message.parser().pushBackGesture(new voEV::DragMouse);
     message.parser().pushBackGesture(new voEV::KeyClick(KeysTool::keys()));
   });
-  voDMG::DocumentDraw* documentDraw = table.find<voDMG::DocumentDraw>();
-  voDMG::RegisterObjectDrawMsg registerDraws(*documentDraw);
-  broadcaster_.broadcast(registerDraws);
-  voDMG::InitializeCandidateSetMsg initializeCandidates(*candidates_);
-  broadcaster_.broadcast(initializeCandidates);
   voEV::InstallGesturesMsg installGestures(dispatcher_->parser());
-  broadcaster_.broadcast(installGestures);
-  // The hovered parts glow as the selected ones do (the view connects the selection).
-  candidates_->sigMembershipChanged.connect(documentDraw, &voDMG::DocumentDraw::onSelectionModified, client_);
+  broadcaster.broadcast(installGestures);
 
   // Tools are offered interactions in this order: a drag on a part moves it before the camera
   // sees it.
@@ -182,24 +177,15 @@ Workbench::Workbench(Scene& scene, View& view, int width, int height, ViewDirect
 }
 
 Workbench::~Workbench() {
-  client_.disconnectAll();
   keys_.reset();
   camera_.reset();
   select_.reset();
   move_.reset();
   dispatcher_.reset();
-  snapManager_->clearItems();
-  voSupport::CallInfo& table = domain_->callInfo();
-  table.set<voDMG::SnapManager>(nullptr);
-  table.set<voDMG::DocumentHitTester>(nullptr);
-  table.set<voDMG::CandidateSet>(nullptr);
-  snapManager_.reset();
-  hitTester_.reset();
-  candidates_.reset();
   planesDraw_.reset();
+  domain_->callInfo().set<voDMG::ModelingPlanes>(nullptr);
   delete planes_;
   animation_.reset();
-  broadcaster_.reset();
   scope_.reset();
   timers_.reset();
   domain_.reset();
@@ -228,7 +214,7 @@ bool Workbench::prepareFrame() {
   animation_->preExecute();
   callInfo().find<voDMG::DocumentDraw>()->draw();
   planesDraw_->draw();
-  snapManager_->draw();
+  callInfo().find<voDMG::SnapManager>()->draw();
   return animation_->postUpdate();
 }
 
@@ -263,8 +249,12 @@ void Workbench::resize(int width, int height) {
 bool Workbench::setCutAway(const CutAway& cut) {
   voSupport::CallScope scope(callInfo());
   cut_ = cut;
-  cutShown_ = view_.setCutAway(cut.on, cut.z) && cut.on;
-  return cutShown_ || !cut.on;
+  if (cut.on) {
+    view_.setCut(cut.z);
+  } else {
+    view_.clearCut();
+  }
+  return true;
 }
 
 int Workbench::partIndex(const voDMD::Object* object) const {
@@ -291,7 +281,7 @@ std::vector<int> Workbench::selectedParts() const {
   return partsOf(*this, domain_->callInfo().find<voDMG::SelectionSet>());
 }
 
-std::vector<int> Workbench::hoveredParts() const { return partsOf(*this, candidates_.get()); }
+std::vector<int> Workbench::hoveredParts() const { return partsOf(*this, &view_.candidates()); }
 
 // ---------------------------------------------------------------------------------------------
 // SelectTool
@@ -336,9 +326,6 @@ struct MoveTool::Drag {
   AffineMatrix start;
   ru::Reference<voDMG::PlaneProjector> projector;
   ru::Reference<voDMG::SnapClient> snap;
-  // The last snap result. A result and its mark's drawing hold each other; the drag lets go of
-  // the mark when the result is replaced or the drag ends.
-  ru::Reference<voDMG::SnapResult> result;
   // The other parts in world coordinates, as plain meshes for the mesh snap factories (whose
   // items read a mesh's vertices as world points). Never entered in the document.
   std::vector<ru::Reference<voDMD::Object>> targets;
@@ -446,9 +433,9 @@ void MoveTool::moveTo(const voEV::Point& position) {
   Drag& drag = *drag_;
   const Point2 cursor = pixelCentre(position);
   Point target = drag.projector->project(cursor);
-  if (drag.result) drag.result->setDraw(nullptr);
-  drag.result = drag.snap->snap(cursor);
-  const ru::Reference<voDMG::SnapResult>& result = drag.result;
+  // The view shows the result's mark until the next one, and lets go of the one before.
+  const ru::Reference<voDMG::SnapResult> result = drag.snap->snap(cursor);
+  bench_.view().showSnapResult(result);
   snapped_ = result && result->hasPosition();
   if (snapped_) {
     // The corner caught sets where the grabbed point goes within the drag's plane, so the part
@@ -480,8 +467,7 @@ void MoveTool::end(bool keep) {
     }
   }
   drag.open = false;
-  if (drag.result) drag.result->setDraw(nullptr);
-  drag.result = nullptr;
+  bench_.view().showSnapResult(nullptr);
   drag.snap = nullptr;
   drag.targets.clear();
 }

@@ -114,8 +114,8 @@ struct CutAway {
 // the View (whose selection and document draw it uses), destroyed before it.
 class Workbench {
 public:
-  // Enters every per-document object in the scene's domain table, broadcasts the three set-up
-  // messages and makes the tools. The camera frames the printer and the parts from `direction`
+  // Enters every per-document object in the domain's table, sends the gestures' set-up message (the
+  // view sent the other two) and makes the tools. The camera frames the printer and the parts from `direction`
   // in a width x height viewport (pixels).
   Workbench(Scene& scene, View& view, int width, int height, ViewDirection direction = ViewDirection::Iso);
   Workbench(const Workbench&) = delete;
@@ -138,11 +138,9 @@ public:
   const ruGeom::Camera& camera() const;
   // Replaces the document's camera (and the view's), fitting its depth range to the scene.
   void setCamera(ruGeom::Camera camera);
-  // Shows, hides or moves the cut-away; false when the view cannot draw one (the state is kept).
+  // Shows, hides or moves the cut-away (with its caps).
   bool setCutAway(const CutAway& cut);
   const CutAway& cutAway() const noexcept { return cut_; }
-  // True when the view draws the cut-away it was last given.
-  bool cutAwayShown() const noexcept { return cutShown_; }
 
   // The document's selection and hover candidates, as part indices of the scene, in order.
   std::vector<int> selectedParts() const;
@@ -166,13 +164,9 @@ private:
   Scene& scene_;
   View& view_;
   std::unique_ptr<voSupport::Domain> domain_;
-  voSupport::Broadcaster broadcaster_;
   std::unique_ptr<HostTimers> timers_;
   std::unique_ptr<voSupport::CallScope> scope_;
   std::unique_ptr<voANM::Manager> animation_;
-  std::unique_ptr<voDMG::CandidateSet> candidates_;
-  std::unique_ptr<voDMG::DocumentHitTester> hitTester_;
-  std::unique_ptr<voDMG::SnapManager> snapManager_;
   voDMG::ModelingPlanes* planes_ = nullptr;
   std::unique_ptr<voDMG::ModelingPlanesDraw> planesDraw_;
   std::unique_ptr<voEV::Dispatcher> dispatcher_;
@@ -181,8 +175,6 @@ private:
   std::unique_ptr<CameraTool> camera_;
   std::unique_ptr<KeysTool> keys_;
   CutAway cut_;
-  bool cutShown_ = false;
-  ruRTB::SignalClient client_;
 };
 
 // The printprep tools. Each registers with the workbench's dispatcher in its constructor.

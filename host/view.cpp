@@ -1,25 +1,23 @@
 #include "host/view.h"
 
 #include "datamodelgui/draw/documentdraw.h"
-#include "datamodelgui/draw/objectdraw.h"
-#include "datamodelgui/draw/surfacedraw.h"
 #include "datamodelgui/print/kltsurfacedraw.h"
-#include "platform/datamodel/attributes.h"
+#include "datamodelgui/selection/hittester.h"
+#include "datamodelgui/snap/snapmanager.h"
 #include "platform/datamodel/print.h"
-#include "platform/geometry/algorithms.h"
 #include "platform/geometry/camera.h"
-#include "platform/geometry/construct.h"
 #include "platform/graphics/draw.h"
 #include "platform/graphics/graph.h"
-#include "platform/graphics/shader.h"
 #include "platform/image/png.h"
 #include "platform/resources/resources.h"
+#include "platform/support/broadcaster.h"
+#include "platform/support/settings.h"
+#include "platform/support/tags.h"
 
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <filesystem>
-#include <typeindex>
 
 namespace printprep {
 
@@ -29,100 +27,6 @@ using ruLinear::Point;
 using ruLinear::Range3d;
 using ruLinear::Vector;
 
-// A mesh ready for drawing: normals and strips computed on a private copy.
-ru::Reference<ruGeom::CompactMesh> drawableCopy(const ruGeom::CompactMesh& mesh) {
-  ru::Reference<ruGeom::CompactMesh> copy = new ruGeom::CompactMesh();
-  *copy = mesh;
-  if (!copy->hasNormals()) ruGeom::meshComputeNormals(*copy);
-  if (!copy->hasStrips()) {
-    ruGeom::MeshAdjTris adjacency;
-    ruGeom::meshAdjTris(*copy, adjacency);
-    ruGeom::MeshTriStrip(*copy, adjacency).computeStrips(128, 0);
-  }
-  return copy;
-}
-
-// A printable part drawn plainly: shaded, reddish while it passes the printer's volume, glowing
-// when selected or hovered (the active flag puts it in the selected world).
-class PartDraw : public voDMG::ObjectDraw {
-public:
-  PartDraw(voDMG::DocumentDraw* documentDraw, voDMD::Object* object) : ObjectDraw(documentDraw, object) {}
-
-  static voDMG::ObjectDraw* make(voDMG::DocumentDraw* documentDraw, voDMD::Object* object) {
-    return new PartDraw(documentDraw, object);
-  }
-
-protected:
-  void onDraw(voGR::DrawContext& context, voDMG::SelectionIterator selectedBegin, voDMG::SelectionIterator selectedEnd,
-              voDMG::SelectionIterator hoverBegin, voDMG::SelectionIterator hoverEnd,
-              ru::Reference<voGR::DrawPolicy>) override {
-    voDMD::Object* object = getObject();
-    const voDMD::KLTMesh* mesh = object->findAttribute<voDMD::KLTMesh>();
-    // Opening the Draw drops what was emitted before: emitting nothing hides the part.
-    voGR::Draw draw(context, this, false);
-    draw.setDebugString("Part");
-    if (!mesh || !mesh->visible() || !mesh->getMesh() || mesh->getMesh()->getNumTriangles() == 0) return;
-    const bool selected = selectedBegin != selectedEnd;
-    const bool hovered = hoverBegin != hoverEnd;
-    draw.setLabel(0);
-    draw.setType(0);
-    draw.setDepthInteraction(0);
-    draw.setMeshWithFlags(drawableCopy(*mesh->getMesh()), 5);
-    draw.setDrawable(true);
-    draw.setSubItem(true);
-    if (const voDMD::Transform* transform = object->findAttribute<voDMD::Transform>())
-      draw.setTransform(transform->getObjToWorld());
-    draw.setActive(selected || hovered);
-    if (selected) {
-      draw.setColor(voDMG::MeshDraw::kSelectedColor);
-    } else if (hovered) {
-      draw.setColor(voDMG::MeshDraw::kHoverColor);
-    } else {
-      draw.setColor(voDMG::MeshDraw::kDefaultColor);
-    }
-    ru::Reference<voGR::LambertShader> shader = new voGR::LambertShader();
-    shader->color = mesh->isOutOfBounds() ? ruUtil::Color(0.85f, 0.3f, 0.25f, 1.0f) : ruUtil::Color(0.55f, 0.7f, 0.9f, 1.0f);
-    draw.setShader(shader);
-    draw.setPickable(true);
-    draw.emit();
-  }
-};
-
-// The printer drawn plainly: its bed, a slab under the useable volume.
-class BedDraw : public voDMG::ObjectDraw {
-public:
-  BedDraw(voDMG::DocumentDraw* documentDraw, voDMD::Object* object) : ObjectDraw(documentDraw, object) {}
-
-  static voDMG::ObjectDraw* make(voDMG::DocumentDraw* documentDraw, voDMD::Object* object) {
-    return new BedDraw(documentDraw, object);
-  }
-
-protected:
-  void onDraw(voGR::DrawContext& context, voDMG::SelectionIterator, voDMG::SelectionIterator, voDMG::SelectionIterator,
-              voDMG::SelectionIterator, ru::Reference<voGR::DrawPolicy>) override {
-    const voDMD::KLTPrinter* printer = getObject()->findAttribute<voDMD::KLTPrinter>();
-    voGR::Draw draw(context, this, false);
-    draw.setDebugString("Bed");
-    if (!printer) return;
-    const Range3d& volume = printer->useableVolume();
-    ru::Reference<ruGeom::CompactMesh> slab = new ruGeom::CompactMesh();
-    ruGeom::constructCuboid(Range3d(Point(volume.getMin().x, volume.getMin().y, volume.getMin().z - 1.0),
-                                    Point(volume.getMax().x, volume.getMax().y, volume.getMin().z - 0.01)),
-                            *slab);
-    draw.setLabel(0);
-    draw.setType(0);
-    draw.setDepthInteraction(0);
-    draw.setMeshWithFlags(drawableCopy(*slab), 5);
-    draw.setDrawable(true);
-    draw.setColor(voDMG::MeshDraw::kDefaultColor);
-    ru::Reference<voGR::LambertShader> shader = new voGR::LambertShader();
-    shader->color = ruUtil::Color(0.3f, 0.32f, 0.36f, 1.0f);
-    draw.setShader(shader);
-    draw.setPickable(false);
-    draw.emit();
-  }
-};
-
 // Opens the batch interface of the selection, as a selector does.
 class Batch : public voDMG::SelectionSet {
 public:
@@ -130,6 +34,33 @@ public:
 };
 
 }  // namespace
+
+bool writePngInPlace(const ru::Reference<ruImage::Image>& image, const std::string& path, std::string& error) {
+  if (!image) {
+    error = path + ": the frame could not be drawn";
+    return false;
+  }
+  const std::string partial = path + ".partial";
+  ruString::CString message;
+  if (!ruImage::writePng(*image, ruString::CString(partial.c_str()), &message)) {
+    std::error_code ignored;
+    std::filesystem::remove(partial, ignored);
+    // The reason without the temporary name the user never asked for.
+    std::string reason = message.c_str();
+    for (std::size_t at = reason.find(partial); at != std::string::npos; at = reason.find(partial))
+      reason.replace(at, partial.size(), path);
+    error = reason.find(path) == std::string::npos ? path + ": " + reason : reason;
+    return false;
+  }
+  std::error_code code;
+  std::filesystem::rename(partial, path, code);
+  if (code) {
+    std::filesystem::remove(partial, code);
+    error = path + ": cannot write the file";
+    return false;
+  }
+  return true;
+}
 
 bool parseViewDirection(const std::string& text, ViewDirection& direction) {
   if (text == "iso") direction = ViewDirection::Iso;
@@ -139,6 +70,16 @@ bool parseViewDirection(const std::string& text, ViewDirection& direction) {
   else return false;
   return true;
 }
+
+// The candidate set with its batch interface open: the host hovers a part by hand as the hit
+// tester would after a pick under the cursor.
+class View::Candidates : public voDMG::CandidateSet {
+public:
+  using SelectionSet::insert;
+  using SelectionSet::lock;
+  using SelectionSet::lockedClear;
+  using SelectionSet::unlock;
+};
 
 View::View(Scene& scene) : scene_(scene) {}
 
@@ -153,37 +94,85 @@ std::unique_ptr<View> View::create(Scene& scene, std::string& error, bool inCurr
     return nullptr;
   }
   view->inWindow_ = inCurrentContext;
-  view->loader_ = std::make_unique<voRES::Loader>();
+  View& v = *view;
+  v.loader_ = std::make_unique<voRES::Loader>();
+  v.settings_ = std::make_unique<voSupport::PropertySet>();
+  v.tags_ = std::make_unique<voSupport::TagRegistry>();
+  v.broadcaster_ = std::make_unique<voSupport::Broadcaster>();
+  v.hitTester_ = std::make_unique<voDMG::DocumentHitTester>();
+  // Parts past the printer's volume take the out-of-bounds look; the caps exist only if this is
+  // on when the surface builds its graph.
+  v.settings_->set("vo.app.settings.showOutOfBounds", true);
+  v.settings_->set("vo.app.settings.thicknessSurfaceCoverage", 0.5);
+  v.settings_->set("vo.app.settings.CutawayCaps", true);
+
   voSupport::CallInfo& info = scene.callInfo();
-  info.set<voGR::DrawSystem>(view->system_.get());
+  info.set<voGR::DrawSystem>(v.system_.get());
   info.set<voDMD::Camera>(scene.document().camera());
-  info.set<voRES::Loader>(view->loader_.get());
-  info.set<voDMG::SelectionSet>(&view->selection_);
-  // The surface draws into its own target; renderFrame sizes each image itself.
-  // A window's view draws into the window (no key); renderFrame still sizes its own images.
+  info.set<voRES::Loader>(v.loader_.get());
+  info.set<voSupport::PropertySet>(v.settings_.get());
+  info.set<voSupport::TagRegistry>(v.tags_.get());
+  info.set<voSupport::Broadcaster>(v.broadcaster_.get());
+  info.set<voDMG::SelectionSet>(&v.selection_);
+  info.set<voDMG::DocumentHitTester>(v.hitTester_.get());
+  // Made after the hit tester is entered: the candidate set connects to it.
+  v.candidates_ = std::make_unique<Candidates>();
+  info.set<voDMG::CandidateSet>(v.candidates_.get());
+  v.snapManager_ = std::make_unique<voDMG::SnapManager>();
+  info.set<voDMG::SnapManager>(v.snapManager_.get());
+  voDMG::initialize();
+
+  // The document draw first: the print surface finds it in the call info when it is made.
+  v.documentDraw_ = new voDMG::DocumentDraw(&scene.document());
+  info.set<voDMG::DocumentDraw>(v.documentDraw_);
+  // A window's view draws into the window (no key); renderFrame sizes its own images either way.
   ruRen::FBOKey key = inCurrentContext ? ruRen::FBOKey()
-                                       : view->system_->createFBOKey(ruRen::FBOInfo(256, 256, true, false, false));
-  view->surface_ = new voDMG::DefaultDocumentSurfaceDraw(*view->system_, view->system_->createRenderTarget("Frame", key));
-  view->surface_->initialize();
-  view->documentDraw_ = new voDMG::DocumentDraw(&scene.document());
-  view->documentDraw_->setDrawFactory(std::type_index(typeid(voDMD::KLTMeshClass)), &PartDraw::make);
-  view->documentDraw_->setDrawFactory(std::type_index(typeid(voDMD::KLTPrinterClass)), &BedDraw::make);
-  info.set<voDMG::DocumentDraw>(view->documentDraw_);
-  view->selection_.sigMembershipChanged.connect(view->documentDraw_, &voDMG::DocumentDraw::onSelectionModified,
-                                               view->client_);
+                                       : v.system_->createFBOKey(ruRen::FBOInfo(256, 256, true, false, false));
+  v.surface_ = new voDMG::KLTSurfaceDraw(*v.system_, v.system_->createRenderTarget("Frame", key));
+  v.surface_->initialize();
+  info.set<voDMG::DocumentSurfaceDraw>(v.surface_.get());
+
+  // The set-up messages: the print classes install their drawings and policy on the document draw.
+  voDMG::RegisterObjectDrawMsg registerDraws(*v.documentDraw_);
+  v.broadcaster_->broadcast(registerDraws);
+  voDMG::InitializeCandidateSetMsg initializeCandidates(*v.candidates_);
+  v.broadcaster_->broadcast(initializeCandidates);
+
+  v.selection_.sigMembershipChanged.connect(v.documentDraw_, &voDMG::DocumentDraw::onSelectionModified, v.client_);
+  v.candidates_->sigMembershipChanged.connect(v.documentDraw_, &voDMG::DocumentDraw::onSelectionModified, v.client_);
+  v.markContext_ = std::make_unique<voGR::DrawContext>(v.system_.get(), v.system_->allocateID());
   return view;
 }
 
 View::~View() {
   client_.disconnectAll();
+  if (mark_) mark_->setDraw(nullptr);
+  mark_ = nullptr;
+  markContext_.reset();
+  if (snapManager_) snapManager_->clearItems();
   if (documentDraw_) documentDraw_->destroy();
-  surface_ = nullptr;
+  documentDraw_ = nullptr;
   voSupport::CallInfo& info = scene_.callInfo();
+  info.set<voDMG::DocumentSurfaceDraw>(nullptr);
+  surface_ = nullptr;
   info.set<voDMG::DocumentDraw>(nullptr);
+  info.set<voDMG::SnapManager>(nullptr);
+  snapManager_.reset();
+  info.set<voDMG::CandidateSet>(nullptr);
+  candidates_.reset();
+  info.set<voDMG::DocumentHitTester>(nullptr);
+  hitTester_.reset();
   info.set<voDMG::SelectionSet>(nullptr);
+  if (broadcaster_) broadcaster_->reset();
+  info.set<voSupport::Broadcaster>(nullptr);
+  info.set<voSupport::TagRegistry>(nullptr);
+  info.set<voSupport::PropertySet>(nullptr);
   info.set<voRES::Loader>(nullptr);
+  info.set<voDMD::Camera>(nullptr);
   info.set<voGR::DrawSystem>(nullptr);
 }
+
+voDMG::CandidateSet& View::candidates() const noexcept { return *candidates_; }
 
 void View::select(const std::vector<int>& parts) {
   Batch batch;
@@ -191,6 +180,14 @@ void View::select(const std::vector<int>& parts) {
     if (index >= 0 && index < static_cast<int>(scene_.parts().size()))
       batch.insert(voDMG::SelectionItem(scene_.parts()[index].object.get()));
   selection_.assign(batch);
+}
+
+void View::hover(int part) {
+  candidates_->lock();
+  candidates_->lockedClear();
+  if (part >= 0 && part < static_cast<int>(scene_.parts().size()))
+    candidates_->insert(voDMG::SelectionItem(scene_.parts()[part].object.get()));
+  candidates_->unlock();
 }
 
 void View::look(const Range3d& box, ViewDirection direction, int width, int height) {
@@ -226,15 +223,48 @@ void View::look(const Range3d& box, ViewDirection direction, int width, int heig
   surface_->updateCamera(camera);
 }
 
+void View::setCut(double z) {
+  // The plane keeps the side its normal points to: everything below z.
+  const ruLinear::Plane plane(Point(0, 0, z), ruLinear::Normal(0, 0, -1));
+  surface_->clearClippingPlanes();
+  surface_->addClippingPlane(plane);
+  // The caps close what the plane cuts open, within the parts' box (a little larger, so that a
+  // part's side lying on the box still gets its cap).
+  Range3d range = scene_.partsBox();
+  range.include(range.getMin() - Vector(1, 1, 1));
+  range.include(range.getMax() + Vector(1, 1, 1));
+  surface_->updateCapPosition(plane, range);
+  surface_->updateCapGeom(true);
+  surface_->updateCapVisibility(true);
+  cut_ = true;
+}
+
+void View::clearCut() {
+  surface_->clearClippingPlanes();
+  surface_->updateCapVisibility(false);
+  surface_->updateCapGeom(false);
+  cut_ = false;
+}
+
+void View::showSnapResult(ru::Reference<voDMG::SnapResult> result) {
+  // Opening the Draw drops the mark drawn before; emitting nothing leaves none.
+  voGR::Draw draw(*markContext_, this, true);
+  draw.setDebugString("SnapMark");
+  if (mark_ && mark_ != result) mark_->setDraw(nullptr);
+  mark_ = result;
+  if (mark_ && mark_->hasDraw()) mark_->getDraw()->drawPosition(draw);
+}
+
 ru::Reference<ruImage::Image> View::render(int width, int height) {
   documentDraw_->draw();
+  snapManager_->draw();
   ru::Reference<voPLST::Dictionary> parameters = new voPLST::Dictionary();
   parameters->setDouble("width", width);
   parameters->setDouble("height", height);
   parameters->setBool("multisample", false);
   parameters->setBool("upsideDown", true);
   ru::Reference<ruImage::Image> image = surface_->renderFrame(parameters);
-  // The surface clears to a transparent grey; a picture on disk shows it opaque.
+  // A picture on disk shows the view opaque.
   if (image && image->bytesPerPixel() == 4 && image->bytes()) {
     std::uint8_t* bytes = image->bytes();
     for (std::size_t i = 3; i < image->byteSize(); i += 4) bytes[i] = 255;
@@ -243,31 +273,25 @@ ru::Reference<ruImage::Image> View::render(int width, int height) {
 }
 
 bool View::renderPng(int width, int height, const std::string& path, std::string& error) {
-  ru::Reference<ruImage::Image> image = render(width, height);
-  if (!image) {
-    error = path + ": the frame could not be drawn";
-    return false;
+  return writePngInPlace(render(width, height), path, error);
+}
+
+ru::Reference<ruImage::Image> View::thumbnail(int part, int size) {
+  documentDraw_->draw();
+  voDMD::KLTMesh* mesh = nullptr;
+  if (part >= 0) {
+    if (part >= static_cast<int>(scene_.parts().size())) return nullptr;
+    mesh = scene_.parts()[part].object->findAttribute<voDMD::KLTMesh>();
+    if (!mesh) return nullptr;
   }
-  const std::string partial = path + ".partial";
-  ruString::CString message;
-  if (!ruImage::writePng(*image, ruString::CString(partial.c_str()), &message)) {
-    std::error_code ignored;
-    std::filesystem::remove(partial, ignored);
-    // The reason without the temporary name the user never asked for.
-    std::string reason = message.c_str();
-    for (std::size_t at = reason.find(partial); at != std::string::npos; at = reason.find(partial))
-      reason.replace(at, partial.size(), path);
-    error = reason.find(path) == std::string::npos ? path + ": " + reason : reason;
-    return false;
-  }
-  std::error_code code;
-  std::filesystem::rename(partial, path, code);
-  if (code) {
-    std::filesystem::remove(partial, code);
-    error = path + ": cannot write the file";
-    return false;
-  }
-  return true;
+  ru::Reference<ruImage::Image> image = surface_->renderThumb(mesh, size, size);
+  // The read-back gives the rows bottom-up; a picture on disk starts at the top.
+  if (image) ruImage::imageFlipVertical(*image);
+  return image;
+}
+
+bool View::thumbnailPng(int part, int size, const std::string& path, std::string& error) {
+  return writePngInPlace(thumbnail(part, size), path, error);
 }
 
 void View::setCamera(const ruGeom::Camera& camera) {
@@ -278,24 +302,8 @@ void View::setCamera(const ruGeom::Camera& camera) {
 bool View::drawToWindow() {
   if (!inWindow_) return false;
   documentDraw_->draw();
+  snapManager_->draw();
   return system_->draw(surface_->renderTargetNode());
-}
-
-bool View::setCutAway(bool on, double z) {
-  auto* print = dynamic_cast<voDMG::KLTSurfaceDraw*>(surface_.get());
-  if (!print) return false;
-  print->clearClippingPlanes();
-  if (on) {
-    // Keeps what lies below z: the plane's normal points down.
-    const ruLinear::Plane plane(Point(0, 0, z), ruLinear::Normal(0, 0, -1));
-    print->addClippingPlane(plane);
-    print->updateCapPosition(plane, scene_.partsBox());
-    print->updateCapGeom(true);
-  }
-  print->updateCapVisibility(on);
-  // The meshes read the planes when they emit.
-  documentDraw_->setModified();
-  return true;
 }
 
 int pixelsUnlikeBackground(const ruImage::Image& image) {
@@ -306,7 +314,10 @@ int pixelsUnlikeBackground(const ruImage::Image& image) {
   const std::size_t pixels = image.byteSize() / static_cast<std::size_t>(bpp);
   for (std::size_t i = 0; i < pixels; ++i) {
     const std::uint8_t* p = bytes + i * static_cast<std::size_t>(bpp);
-    if (std::abs(p[0] - bytes[0]) + std::abs(p[1] - bytes[1]) + std::abs(p[2] - bytes[2]) > 6) ++count;
+    if (bpp == 4 && p[3] == 0) continue;
+    const int low = std::min({p[0], p[1], p[2]}), high = std::max({p[0], p[1], p[2]});
+    if (high - low <= 3 && low >= 234) continue;
+    ++count;
   }
   return count;
 }

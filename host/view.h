@@ -1,9 +1,13 @@
 #pragma once
 
-// How the host draws a scene: one off-screen draw system, a document surface and a document draw,
-// the selection connected so that selected parts glow. This is the one place that chooses the
-// surface and the drawings of parts and printer: today the plain document surface with plain
-// part and bed drawings; the print surface and its drawings take their place here.
+// How the host draws a scene: one off-screen draw system and the print view on it, set up as a
+// host sets up the library for a document. The View owns the per-document objects that drawing,
+// hover, selection and snapping need (settings, tag registry, broadcaster, hit tester, selection,
+// candidate set, snap manager, document draw, print surface), enters them in the scene's call
+// info and broadcasts the set-up messages. Parts are drawn by the library's print mesh drawing
+// (out-of-bounds, repair and thin-wall looks), the printer by the library's printer drawing (bed
+// grid, volume bars turning red where a part oversteps), and the surface adds the glows of the
+// selected and hovered parts, the cut-away with its caps, and thumbnails.
 
 #include "host/scene.h"
 
@@ -23,14 +27,24 @@ namespace ruImage {
 class Image;
 }
 namespace voGR {
+class DrawContext;
 class DrawSystem;
-}
+}  // namespace voGR
 namespace voRES {
 class Loader;
 }
+namespace voSupport {
+class Broadcaster;
+class PropertySet;
+class TagRegistry;
+}  // namespace voSupport
 namespace voDMG {
-class DefaultDocumentSurfaceDraw;
+class CandidateSet;
 class DocumentDraw;
+class DocumentHitTester;
+class KLTSurfaceDraw;
+class SnapManager;
+class SnapResult;
 }  // namespace voDMG
 
 namespace printprep {
@@ -42,36 +56,63 @@ bool parseViewDirection(const std::string& text, ViewDirection& direction);
 
 class View {
 public:
-  // Opens the draw system (off-screen, no display needed) and the surface for `scene`, whose call
-  // info receives the draw system, the camera, the loader, the selection and the document draw.
-  // Null with the reason in `error` when no context can be made.
+  // Opens the draw system (off-screen, no display needed) and the print surface for `scene`, whose
+  // call info receives the draw system, the camera, the loader, the settings, the selection and
+  // candidate sets, the hit tester, the snap manager, the document draw and the surface. `scene`
+  // must outlive the view. Null with the reason in `error` when no context can be made.
   // With `inCurrentContext` the draw system adopts the OpenGL context current on this thread (a
-  // window's, which must stay current and outlive the view) and the frame is drawn into that
-  // window by drawToWindow; render and renderPng still draw off-screen images.
+  // window's, which must stay current and outlive the view) and drawToWindow draws the frame into
+  // that window; render, renderPng and the thumbnails still draw off-screen images.
   static std::unique_ptr<View> create(Scene& scene, std::string& error, bool inCurrentContext = false);
   View(const View&) = delete;
   View& operator=(const View&) = delete;
   ~View();
 
-  // Selects the parts at these indices (others leave the selection).
+  // Selects the parts at these indices (others leave the selection; indices out of range are
+  // ignored). Selected parts glow.
   void select(const std::vector<int>& parts);
+  // Hovers the part at `part` (its hover glow), or nothing when `part` is negative or out of range.
+  void hover(int part);
   // Points the document's camera at `box` from `direction`, framing it in a width x height image.
   void look(const ruLinear::Range3d& box, ViewDirection direction, int width, int height);
+  // Cuts every part away above the height `z` (mm) and closes the cut solids with caps.
+  void setCut(double z);
+  // Removes the cut-away and its caps.
+  void clearCut();
+  bool hasCut() const noexcept { return cut_; }
+
   // Draws what changed and renders a width x height image, top row first; null on failure.
   ru::Reference<ruImage::Image> render(int width, int height);
   // render, then writes the PNG: to a temporary file renamed into place, so a failure leaves no
   // half-written file. False with "PATH: what is wrong" in `error`.
   bool renderPng(int width, int height, const std::string& path, std::string& error);
+  // A size x size thumbnail of part `part` alone, or of the whole bed (every part and the printer,
+  // framed on the printer's total volume) when `part` is negative; top row first, transparent
+  // around the picture. Null on failure.
+  ru::Reference<ruImage::Image> thumbnail(int part, int size);
+  // thumbnail, then writes the PNG as renderPng does.
+  bool thumbnailPng(int part, int size, const std::string& path, std::string& error);
 
-  // For interactive hosts (the viewer and the replay of sessions).
+  // Shows the mark of a snap result (its draw) until the next call; null removes it. The view keeps
+  // the result alive while it shows it.
+  void showSnapResult(ru::Reference<voDMG::SnapResult> result);
+
+  // The per-document objects, for tools of the host. They live as long as the view.
+  voGR::DrawSystem& drawSystem() const noexcept { return *system_; }
+  voDMG::KLTSurfaceDraw& surface() const noexcept { return *surface_; }
+  voDMG::DocumentDraw& documentDraw() const noexcept { return *documentDraw_; }
+  voDMG::SelectionSet& selection() noexcept { return selection_; }
+  voDMG::CandidateSet& candidates() const noexcept;
+  voDMG::DocumentHitTester& hitTester() const noexcept { return *hitTester_; }
+  voDMG::SnapManager& snapManager() const noexcept { return *snapManager_; }
+  Scene& scene() const noexcept { return scene_; }
+
+  // For interactive hosts (the viewer, the replay of sessions).
   // Replaces the document's camera and the surface's view camera.
   void setCamera(const ruGeom::Camera& camera);
   // Draws what changed and the frame into the window's framebuffer, at the camera's viewport.
-  // False when the view was not made in a window's context or the draw fails.
+  // False when the view was not made in a window's context, or the draw fails.
   bool drawToWindow();
-  // Cuts away what lies above height `z` (mm), with caps, or shows everything again; false when
-  // the surface draws no cut-away.
-  bool setCutAway(bool on, double z);
 
 private:
   explicit View(Scene& scene);
@@ -79,14 +120,29 @@ private:
   Scene& scene_;
   std::unique_ptr<voGR::DrawSystem> system_;
   std::unique_ptr<voRES::Loader> loader_;
-  ru::Reference<voDMG::DefaultDocumentSurfaceDraw> surface_;
-  voDMG::DocumentDraw* documentDraw_ = nullptr;
+  std::unique_ptr<voSupport::PropertySet> settings_;
+  std::unique_ptr<voSupport::TagRegistry> tags_;
+  std::unique_ptr<voSupport::Broadcaster> broadcaster_;
+  std::unique_ptr<voDMG::DocumentHitTester> hitTester_;
+  std::unique_ptr<voDMG::SnapManager> snapManager_;
   voDMG::SelectionSet selection_;
-  ruRTB::SignalClient client_;
+  class Candidates;
+  std::unique_ptr<Candidates> candidates_;
+  voDMG::DocumentDraw* documentDraw_ = nullptr;
+  ru::Reference<voDMG::KLTSurfaceDraw> surface_;
+  std::unique_ptr<voGR::DrawContext> markContext_;
+  ru::Reference<voDMG::SnapResult> mark_;
+  bool cut_ = false;
   bool inWindow_ = false;
+  ruRTB::SignalClient client_;
 };
 
-// True when `image` holds a pixel whose colour differs from its corner pixel (the background).
+// Writes `image` as a PNG to a temporary file renamed to `path`, so a failure leaves no half-written
+// file. False with "PATH: what is wrong" in `error` (a null image counts as a frame not drawn).
+bool writePngInPlace(const ru::Reference<ruImage::Image>& image, const std::string& path, std::string& error);
+
+// The number of pixels of `image` unlike the print view's background: a pixel counts unless it is
+// a light neutral grey (the radial gradient runs from 0.93 to 0.99 grey) or fully transparent.
 int pixelsUnlikeBackground(const ruImage::Image& image);
 
 }  // namespace printprep

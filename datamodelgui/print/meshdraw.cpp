@@ -1,5 +1,6 @@
 #include "datamodelgui/print/meshdraw.h"
 
+#include "datamodelgui/draw/documentdraw.h"
 #include "datamodelgui/draw/surfacedraw.h"
 #include "datamodelgui/print/clipping.h"
 #include "datamodelgui/selection/selectionset.h"
@@ -17,6 +18,8 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
+#include <utility>
 
 namespace voDMG {
 
@@ -59,6 +62,16 @@ ruString::CString registeredTag(const ruString::CString& name) {
 ruLinear::AffineMatrix objToWorldOf(const voDMD::Object* object) {
   const auto* transform = object->findAttribute<voDMD::Transform>();
   return transform ? transform->getObjToWorld() : ruLinear::AffineMatrix::Identity;
+}
+
+// voDMA::isPartThick through the drawing object of the mesh, which keeps the answer; the plain
+// call when the mesh has no print drawing in the current document drawing.
+bool partIsThick(const voDMD::KLTMesh* mesh) {
+  if (auto* documentDraw = voSupport::ci().find<DocumentDraw>()) {
+    if (auto* drawing = dynamic_cast<KLTMeshDraw*>(documentDraw->getDraw(mesh->owner())))
+      return drawing->isPartThick(mesh);
+  }
+  return voDMA::isPartThick(mesh);
 }
 
 }  // namespace
@@ -109,7 +122,7 @@ void KLTMeshDrawPolicy::drawMeshPart(voGR::Draw& draw, const voDMD::KLTMesh* mes
   const voDMD::KLTPrinter* printer = decoration ? decoration->getPrinter() : nullptr;
   const float minimumThickness = printer ? static_cast<float>(printer->minimumThickness) : 0.0f;
 
-  const bool thin = !mesh->needsAnalyseThickness() && !voDMA::isPartThick(mesh);
+  const bool thin = !mesh->needsAnalyseThickness() && !partIsThick(mesh);
   if (changeDrawStatesForReport_) {
     hovered = false;
     selected = false;
@@ -163,9 +176,78 @@ void KLTMeshDrawPolicy::drawMeshPart(voGR::Draw& draw, const voDMD::KLTMesh* mes
 // ---------------------------------------------------------------------------------------------
 // Mesh draw
 
+namespace {
+
+// Everything voDMA::isPartThick reads, as it stood when it last answered. The thickness values
+// are public and may be replaced in place, so besides their buffer, count and the attribute's
+// stamp, a spread of them is kept to compare bitwise; one scan of them all would cost what the
+// cache saves.
+struct ThicknessInputs {
+  static constexpr std::size_t kMostSamples = 1024;
+
+  bool analysed = false;
+  const ruGeom::CompactMesh* model = nullptr;
+  ruGeom::BufferId vertices = 0;
+  ruGeom::BufferId triangles = 0;
+  const float* values = nullptr;
+  std::size_t count = 0;
+  voTXN::Stamp stamp = 0;
+  const voDMD::KLTPrinter* printer = nullptr;
+  double minimumThickness = 0.0;
+  bool placed = false;
+  ruLinear::AffineMatrix objToWorld;
+  ru::vector<float> samples;
+
+  // Fills in what `mesh` holds now; false when a part of it is missing (no document), so that
+  // nothing is kept.
+  bool read(const voDMD::KLTMesh* mesh) {
+    analysed = !mesh->needsAnalyseThickness();
+    ru::Reference<const ruGeom::CompactMesh> current = mesh->getMesh();
+    model = current.get();
+    vertices = model ? model->getVertexBufferId() : 0;
+    triangles = model ? model->getTriangleBufferId() : 0;
+    values = mesh->thickness.data();
+    count = mesh->thickness.size();
+    stamp = mesh->txnStamp();
+    const voDMD::Document* document = mesh->owner()->document();
+    if (!document) return false;
+    printer = document->decoration().getPrinter();
+    minimumThickness = printer ? printer->minimumThickness : 0.0;
+    const auto* transform = mesh->owner()->findAttribute<voDMD::Transform>();
+    placed = transform != nullptr;
+    objToWorld = transform ? transform->getObjToWorld() : ruLinear::AffineMatrix::Identity;
+    const std::size_t taken = std::min(count, kMostSamples);
+    samples.resize(taken);
+    for (std::size_t i = 0; i < taken; ++i) samples[i] = values[sampleIndex(i, taken)];
+    return true;
+  }
+
+  // Sample `i` of `taken`, evenly from the first value to the last.
+  std::size_t sampleIndex(std::size_t i, std::size_t taken) const noexcept {
+    return taken < 2 ? 0 : i * (count - 1) / (taken - 1);
+  }
+
+  bool sameAs(const ThicknessInputs& other) const noexcept {
+    return analysed == other.analysed && model == other.model && vertices == other.vertices &&
+           triangles == other.triangles && values == other.values && count == other.count && stamp == other.stamp &&
+           printer == other.printer &&
+           std::memcmp(&minimumThickness, &other.minimumThickness, sizeof minimumThickness) == 0 &&
+           placed == other.placed && objToWorld == other.objToWorld && samples.size() == other.samples.size() &&
+           (samples.empty() || std::memcmp(samples.data(), other.samples.data(), samples.size() * sizeof(float)) == 0);
+  }
+};
+
+}  // namespace
+
 class KLTMeshDraw::DrawImpl : public ru::ImplBase {
 public:
   ru::vector<ru::Reference<ruGeom::CompactMesh>> meshes;
+  // The last answer of voDMA::isPartThick and its inputs; `thickKnown` false when there is none.
+  bool thickKnown = false;
+  bool thick = true;
+  ThicknessInputs thickInputs;
+  ThicknessInputs scratch;
+  int scans = 0;
 };
 
 void fillVertexThickness(const ruGeom::CompactMesh& mesh, const float* corners, std::size_t numCorners,
@@ -198,6 +280,25 @@ KLTMeshDraw::~KLTMeshDraw() {
 const ru::vector<ru::Reference<ruGeom::CompactMesh>>& KLTMeshDraw::getParts() const { return impl_->meshes; }
 
 const voDMD::KLTMesh* KLTMeshDraw::getMesh() const { return getObject()->findAttribute<voDMD::KLTMesh>(); }
+
+bool KLTMeshDraw::isPartThick(const voDMD::KLTMesh* mesh) {
+  if (!mesh || mesh != getMesh()) return voDMA::isPartThick(mesh);
+  // The inputs are read into room kept from the last call: a redraw allocates nothing here.
+  ThicknessInputs& now = impl_->scratch;
+  if (!now.read(mesh)) {
+    impl_->thickKnown = false;
+    ++impl_->scans;
+    return voDMA::isPartThick(mesh);
+  }
+  if (impl_->thickKnown && now.sameAs(impl_->thickInputs)) return impl_->thick;
+  ++impl_->scans;
+  impl_->thick = voDMA::isPartThick(mesh);
+  std::swap(impl_->thickInputs, now);
+  impl_->thickKnown = true;
+  return impl_->thick;
+}
+
+int KLTMeshDraw::thicknessScans() const noexcept { return impl_->scans; }
 
 void KLTMeshDraw::computeMeshes() {
   const voDMD::KLTMesh* mesh = getMesh();
@@ -264,12 +365,16 @@ void KLTMeshDraw::drawExtra(voGR::Draw&, SelectionIterator, SelectionIterator, S
 
 void KLTMeshDraw::onObjectModified(const voDMD::Modification& modification) {
   ObjectDraw::onObjectModified(modification);
-  if (modification.getAttribute() == getMesh()) impl_->meshes.clear();
+  if (modification.getAttribute() == getMesh()) {
+    impl_->meshes.clear();
+    impl_->thickKnown = false;
+  }
 }
 
 void KLTMeshDraw::onObjectTxnModified() {
   ObjectDraw::onObjectTxnModified();
   impl_->meshes.clear();
+  impl_->thickKnown = false;
 }
 
 }  // namespace voDMG

@@ -69,6 +69,18 @@ public:
   // The cached parts, in order; empty before the first draw and after a change. For inspection.
   const ru::vector<ru::Reference<ruGeom::CompactMesh>>& getParts() const;
 
+  // voDMA::isPartThick(mesh) for this drawing's mesh, kept while what it reads stays the same:
+  // the analysis state, the thickness values, the model mesh, the printer's limit and the
+  // object's placement. A redraw for a hover change then costs no scan of a million corners.
+  // The values are checked by a signature (their buffer, count, the attribute's transaction stamp
+  // and up to 1024 of them spread evenly, all of them on a small mesh); a change through the
+  // attribute's own operations or undo also clears it. `mesh` other than this drawing's mesh is
+  // answered by voDMA::isPartThick directly.
+  bool isPartThick(const voDMD::KLTMesh* mesh);
+  // How many times isPartThick scanned the values rather than answering from what it kept. For
+  // tests and diagnostics.
+  int thicknessScans() const noexcept;
+
   // The largest vertex count a part may have, less one.
   static constexpr int kMaxPartVertices = 65535;
 

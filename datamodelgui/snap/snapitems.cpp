@@ -9,9 +9,13 @@
 #include "platform/graphics/draw.h"
 #include "platform/support/callinfo.h"
 
+#include <atomic>
+#include <bit>
 #include <cmath>
+#include <cstring>
 #include <cstdint>
 #include <limits>
+#include <type_traits>
 
 namespace voDMG {
 
@@ -24,6 +28,42 @@ constexpr double kAxisDeadZone = 65.0;
 const ruGeom::Camera* currentCamera() {
   auto* camera = voSupport::ci().find<voDMD::Camera>();
   return camera ? &camera->get() : nullptr;
+}
+
+// The world-to-viewport matrix of the camera last measured with, and a generation that changes
+// whenever that camera does. Point items measure at every cursor move, a hundred of them in a
+// busy scene, and the matrix (a tangent and two 4x4 products) only changes with the camera.
+struct ViewportTransform {
+  ruGeom::Camera camera;
+  ruLinear::ProjMatrix worldToViewport;
+  std::uint64_t generation = 0;
+};
+
+static_assert(std::is_trivially_copyable_v<ruGeom::Camera>, "cameras are compared bitwise");
+
+const ViewportTransform& viewportTransform(const ruGeom::Camera& camera) {
+  // Generations are unique across threads, so an item measured on two threads never takes one
+  // camera's projection for another's.
+  static std::atomic<std::uint64_t> generations{0};
+  thread_local ViewportTransform cache;
+  // Bitwise, so that a changed sign of zero or a NaN counts as a change, never as a match.
+  if (cache.generation == 0 || std::memcmp(&cache.camera, &camera, sizeof(ruGeom::Camera)) != 0) {
+    cache.camera = camera;
+    cache.worldToViewport = camera.getWorldToViewport();
+    cache.generation = ++generations;
+  }
+  return cache;
+}
+
+// Whether `distance` > hypot(dx, dy), the squares deciding where they are clearly apart: hypot is
+// within two ulps of the square root of the sum, so only near the radius does it need to run.
+bool withinPixels(double distance, double dx, double dy) {
+  if (!(distance > 0.0)) return false;
+  const double squared = dx * dx + dy * dy;
+  const double radius = distance * distance;
+  if (squared > radius * (1.0 + 1e-9)) return false;
+  if (squared < radius * (1.0 - 1e-9)) return true;
+  return distance > std::hypot(dx, dy);
 }
 
 // The axis result's mark: the axis dashed through the position, and the image on it.
@@ -81,8 +121,13 @@ PointSnapItem::~PointSnapItem() = default;
 bool PointSnapItem::withinDistance(const ruLinear::Point2& cursor, int distance, DistanceType) {
   const ruGeom::Camera* camera = currentCamera();
   if (!camera) return false;
-  const ruLinear::Point projected = position_ * camera->getWorldToViewport();
-  return static_cast<double>(distance) > ruLinear::distance(cursor, ruLinear::Point2{projected.x, projected.y});
+  const ViewportTransform& transform = viewportTransform(*camera);
+  if (projectedFor_ != transform.generation) {
+    const ruLinear::Point projected = position_ * transform.worldToViewport;
+    projected_ = ruLinear::Point2{projected.x, projected.y};
+    projectedFor_ = transform.generation;
+  }
+  return withinPixels(static_cast<double>(distance), cursor.x - projected_.x, cursor.y - projected_.y);
 }
 
 CoordinateAxisSnapResult::CoordinateAxisSnapResult(const ruLinear::ParamLine& axis, double param)
@@ -219,6 +264,45 @@ void ModelingPlaneSnapItemFactory::getItems(SnapItemSet& items) {
 
 namespace {
 
+// One search of a sub-mesh under the cursor: what it depends on, then what it found. The
+// manager asks both the active mesh item and the fresh one for the same mesh at each move, and
+// moves that leave the cursor, camera and mesh as they were ask again; every input of the search
+// is in the key (the mesh by the identities of its vertex and triangle contents, which change on
+// any write and are never reused, the camera by its generation), so a repeat is an answer.
+struct MeshSearch {
+  ruGeom::BufferId vertices = 0;
+  ruGeom::BufferId triangles = 0;
+  std::uint64_t camera = 0;
+  double x = 0.0;
+  double y = 0.0;
+  int distance = 0;
+  bool answered = false;
+  bool hit = false;
+  std::int32_t vertexIndex = -1;
+  std::int32_t faceIndex = -1;
+  ruLinear::Point snapPoint;
+
+  bool sameQuestion(const MeshSearch& other) const noexcept {
+    return vertices == other.vertices && triangles == other.triangles && camera == other.camera &&
+           std::bit_cast<std::uint64_t>(x) == std::bit_cast<std::uint64_t>(other.x) &&
+           std::bit_cast<std::uint64_t>(y) == std::bit_cast<std::uint64_t>(other.y) && distance == other.distance;
+  }
+};
+
+// The entry answering `key`, or the oldest of the few kept, emptied for it (answered false).
+MeshSearch& recentMeshSearch(const MeshSearch& key) {
+  constexpr int kKept = 4;
+  thread_local MeshSearch kept[kKept];
+  thread_local int next = 0;
+  for (MeshSearch& entry : kept) {
+    if (entry.answered && entry.sameQuestion(key)) return entry;
+  }
+  MeshSearch& entry = kept[next];
+  next = (next + 1) % kKept;
+  entry = MeshSearch();
+  return entry;
+}
+
 // A mesh surface under the cursor. withinDistance searches and remembers; onSnap reads what the
 // last search found, so the two run in that order on one thread.
 class MeshSnapItem : public SnapItem {
@@ -242,7 +326,36 @@ private:
     const ruGeom::Camera* camera = currentCamera();
     if (!camera || !subMesh.hasTriangles()) return false;
     if (!std::isfinite(cursor.x) || !std::isfinite(cursor.y)) return false;
-    const ruLinear::ProjMatrixFlt matrix(camera->getWorldToViewport());
+    // The search takes whole pixels; a cursor beyond what an int holds stands for no pixel.
+    constexpr double kLowest = static_cast<double>(std::numeric_limits<int>::min());
+    constexpr double kHighest = static_cast<double>(std::numeric_limits<int>::max());
+    if (!(cursor.x > kLowest - 1.0 && cursor.x < kHighest + 1.0 && cursor.y > kLowest - 1.0 && cursor.y < kHighest + 1.0))
+      return false;
+    const ViewportTransform& transform = viewportTransform(*camera);
+    MeshSearch key;
+    key.vertices = subMesh.getVertexBufferId();
+    key.triangles = subMesh.getTriangleBufferId();
+    key.camera = transform.generation;
+    key.x = cursor.x;
+    key.y = cursor.y;
+    key.distance = distance;
+    MeshSearch& found = recentMeshSearch(key);
+    if (!found.answered) {
+      found = key;
+      found.answered = true;
+      found.hit = search(subMesh, *camera, transform.worldToViewport, cursor, distance, found);
+    }
+    if (!found.hit) return false;
+    snapPoint_ = found.snapPoint;
+    vertexIndex_ = found.vertexIndex;
+    faceIndex_ = found.faceIndex;
+    return true;
+  }
+
+  static bool search(const ruGeom::CompactMesh& subMesh, const ruGeom::Camera& camera,
+                     const ruLinear::ProjMatrix& worldToViewport, const ruLinear::Point2& cursor, int distance,
+                     MeshSearch& out) {
+    const ruLinear::ProjMatrixFlt matrix(worldToViewport);
     const ruLinear::Line ray = getWorldSpaceRay(cursor);
     const ruGeom::MeshCoord coord = ruGeom::meshRayIntersectScreen(subMesh, matrix, static_cast<int>(cursor.x),
                                                                    static_cast<int>(cursor.y), 1, ray);
@@ -253,15 +366,15 @@ private:
     for (int corner = 0; corner < 3; ++corner) {
       const ruLinear::Point point = subMesh.getVertices()[triangle[corner]].asPoint();
       double pixels = 0.0;
-      if (camera->pixelDistance(point, hit, pixels) && static_cast<double>(distance) > pixels) {
-        snapPoint_ = point;
-        vertexIndex_ = static_cast<std::int32_t>(triangle[corner]);
+      if (camera.pixelDistance(point, hit, pixels) && static_cast<double>(distance) > pixels) {
+        out.snapPoint = point;
+        out.vertexIndex = static_cast<std::int32_t>(triangle[corner]);
         return true;
       }
     }
     // On the surface counts as within reach, however far the corners are.
-    snapPoint_ = hit;
-    faceIndex_ = coord.getTriangle();
+    out.snapPoint = hit;
+    out.faceIndex = coord.getTriangle();
     return true;
   }
 

@@ -6,6 +6,8 @@
 #include "platform/base/linear.h"
 #include "platform/base/reference.h"
 
+#include <cstdint>
+
 // The kinds of snap the library ships: a coordinate axis, a fixed point (the host's items derive
 // from it), and the modeling plane that always answers. Each measures distance its own way, in
 // viewport pixels, and makes a result in world units that can draw itself.
@@ -45,12 +47,19 @@ protected:
   explicit PointSnapItem(SnapPriority priority);
   PointSnapItem(SnapPriority priority, const ruLinear::Point& position);
   const ruLinear::Point& position() const noexcept { return position_; }
-  void setPosition(const ruLinear::Point& position) noexcept { position_ = position; }
+  void setPosition(const ruLinear::Point& position) noexcept {
+    position_ = position;
+    projectedFor_ = 0;
+  }
 
 private:
   bool withinDistance(const ruLinear::Point2& cursor, int distance, DistanceType type) override;
 
   ruLinear::Point position_;
+  // The position in viewport pixels for the camera of generation `projectedFor_` (0: none yet).
+  // Dozens of point items measure at every cursor move while the camera mostly stands still.
+  std::uint64_t projectedFor_ = 0;
+  ruLinear::Point2 projected_;
 };
 
 // A point on an axis, with the axis as its vector.
@@ -128,6 +137,8 @@ public:
   explicit FixedSnapItemFactory(ru::Reference<SnapItem> item);
   ~FixedSnapItemFactory() override;
   void getItems(SnapItemSet& items) override;
+  // The items it offers, in set order.
+  const SnapItemSet& items() const noexcept { return items_; }
 
 private:
   SnapItemSet items_;

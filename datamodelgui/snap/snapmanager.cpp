@@ -69,7 +69,8 @@ ru::Reference<SnapItem> SnapManager::snap(const SnapClient* client, const ruLine
 
   // A copy keeps the items alive and the walk stable whatever withinDistance or a filter does.
   ItemList list;
-  if (auto it = clientItems_.find(client); it != clientItems_.end()) list = it->second;
+  list.swap(spareWalk_);
+  if (auto it = clientItems_.find(client); it != clientItems_.end()) list.assign(it->second.begin(), it->second.end());
   ru::Reference<SnapItem> winner;
   for (const auto& item : list) {
     if (!item || reject(item.get(), client)) continue;
@@ -86,6 +87,9 @@ ru::Reference<SnapItem> SnapManager::snap(const SnapClient* client, const ruLine
     log("  found a new item to snap (%p) priority=%d, type=%s", static_cast<const void*>(winner.get()),
         static_cast<int>(winner->priority()), typeid(found).name());
   }
+  // The copy lets go of its items now, and its room goes back for the next move.
+  list.clear();
+  if (spareWalk_.capacity() < list.capacity()) spareWalk_.swap(list);
   return active;
 }
 
@@ -128,16 +132,23 @@ const ru::vector<ru::Reference<SnapItem>>* SnapManager::items(const SnapClient* 
 }
 
 void SnapManager::createSnapItems(const SnapClient* client, const ruLinear::Point2& cursor) {
+  // The client's last list is emptied with the others, but its room is kept for the new one.
+  ItemList list;
+  if (auto it = clientItems_.find(client); it != clientItems_.end()) list.swap(it->second);
   clientItems_.clear();
+  list.clear();
   if (!enabled()) return;
   voSupport::DebugPrint("voDMG::SnapManager::createSnapItems", voSupport::DebugSnap)("SnapManager::createSnapItems");
   auto found = clients_.find(client);
   if (found == clients_.end()) return;  // an unregistered client: nothing to gather for it
   const voGR::HitTestConfig config = found->second;
   ru::vector<voGR::HitRecord> records;
+  records.swap(spareRecords_);
   hitTest(cursor, config, records);
-  ItemList list;
   addSnapItemsFromHitRecords(records, list);
+  // The records hold their draw items: let go of them now, keeping only the room.
+  records.clear();
+  if (spareRecords_.capacity() < records.capacity()) spareRecords_.swap(records);
   addStaticSnapItems(client, list);
   clientItems_[client] = std::move(list);
 }
@@ -159,6 +170,16 @@ bool SnapManager::reject(SnapItem* item, const SnapClient* client) const {
 }
 
 void SnapManager::addSnapItems(SnapItemFactory& factory, ItemList& list) {
+  // A plain fixed factory would add its own set to the empty one, so its set, already in pointer
+  // order, is what comes out: take it as it is rather than build a tree of it at every move.
+  if (typeid(factory) == typeid(FixedSnapItemFactory)) {
+    const SnapItemSet& fixed = static_cast<const FixedSnapItemFactory&>(factory).items();
+    list.reserve(list.size() + fixed.size());
+    for (const auto& item : fixed) {
+      if (item) list.push_back(item);
+    }
+    return;
+  }
   SnapItemSet set;
   factory.getItems(set);
   list.reserve(list.size() + set.size());
@@ -195,9 +216,46 @@ void SnapManager::addStaticSnapItems(const SnapClient* client, ItemList& list) {
   voSupport::DebugPrint("voDMG::SnapManager::addStaticSnapItems", voSupport::DebugSnap)(
       "  now have %d SnapItems", static_cast<int>(list.size()));
   if (list.empty()) return;
-  std::stable_sort(list.begin(), list.end(), [](const ru::Reference<SnapItem>& a, const ru::Reference<SnapItem>& b) {
+  sortByPriority(list);
+}
+
+void SnapManager::sortByPriority(ItemList& list) {
+  const auto higher = [](const ru::Reference<SnapItem>& a, const ru::Reference<SnapItem>& b) {
     return a->priority() > b->priority();
-  });
+  };
+  if (std::is_sorted(list.begin(), list.end(), higher)) return;
+  // A list holds few distinct priorities (the library has four): gathering the items of each in
+  // turn, highest first, keeps their order within one priority as a stable sort does, in room
+  // kept from the last move instead of a buffer made for each sort.
+  constexpr std::size_t kMostBuckets = 8;
+  SnapPriority priorities[kMostBuckets];
+  std::size_t count = 0;
+  for (const auto& item : list) {
+    const SnapPriority priority = item->priority();
+    if (std::find(priorities, priorities + count, priority) != priorities + count) continue;
+    if (count == kMostBuckets) {
+      std::stable_sort(list.begin(), list.end(), higher);
+      return;
+    }
+    priorities[count++] = priority;
+  }
+  // Highest first; a handful of values, so an insertion sort.
+  for (std::size_t i = 1; i < count; ++i) {
+    for (std::size_t j = i; j > 0 && priorities[j - 1] < priorities[j]; --j) std::swap(priorities[j - 1], priorities[j]);
+  }
+  ItemList sorted;
+  sorted.swap(spareSort_);
+  sorted.reserve(list.size());
+  for (std::size_t bucket = 0; bucket < count; ++bucket) {
+    for (auto& item : list) {
+      // Items taken by an earlier bucket are null now.
+      if (item && item->priority() == priorities[bucket]) sorted.push_back(std::move(item));
+    }
+  }
+  list.swap(sorted);
+  // What is left holds only moved-from references; its room serves the next sort.
+  sorted.clear();
+  spareSort_.swap(sorted);
 }
 
 void SnapManager::addObjectCenterSnapItems(const ru::vector<voGR::HitRecord>& records, ItemList& list) {

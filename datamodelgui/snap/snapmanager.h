@@ -64,6 +64,8 @@ private:
   void addSnapItemsFromFactories(const SnapClient* client, ItemList& list);
   void addActiveSnapItems(ItemList& list);
   void addStaticSnapItems(const SnapClient* client, ItemList& list);
+  // By priority, highest first, keeping the order of equals.
+  void sortByPriority(ItemList& list);
   // Object centres of the hit objects; no path calls it, a build that wants centres calls it
   // between the hit records and the static items.
   void addObjectCenterSnapItems(const ru::vector<voGR::HitRecord>& records, ItemList& list);
@@ -74,6 +76,12 @@ private:
   ru::hash_map<const SnapClient*, voGR::HitTestConfig> clients_;
   ru::map<const SnapClient*, ItemList> clientItems_;
   ruLinear::Point2 lastCursor_ = ruLinear::Point2::origin;
+  // Room kept from one cursor move to the next, empty between calls, so that a move allocates
+  // nothing for its hit records, its walk or its sort. A nested snap (from an item or a filter)
+  // finds them taken and uses fresh ones.
+  ru::vector<voGR::HitRecord> spareRecords_;
+  ItemList spareWalk_;
+  ItemList spareSort_;
 };
 
 // A tool's handle on snapping. Registers with the call info's manager on construction (when

@@ -1,6 +1,7 @@
 #include "platform/graphics/hittest.h"
 
 #include "platform/geometry/raycast.h"
+#include "platform/graphics/internal.h"
 #include "platform/graphics/world.h"
 
 #include <algorithm>
@@ -105,10 +106,13 @@ const std::vector<std::pair<int, int>>& discOffsets(int radius) {
 enum class Kind { Triangles, Lines, Points };
 
 // The triangles of one item, in its local coordinates: Embree through the shared acceleration
-// structure, or (for a mesh that only has strips, which Embree is not given) a direct test.
+// structure, or (for a mesh that only has strips, which Embree is not given) a direct test. Kept
+// between calls for reuse, holding a mesh only from reset to release.
 class TriangleSource {
 public:
-  explicit TriangleSource(const ruGeom::CompactMesh& mesh) : mesh_(mesh) {
+  void reset(const ruGeom::CompactMesh& mesh) {
+    mesh_ = &mesh;
+    strips_.clear();
     if (mesh.hasTriangles()) {
       query_.emplace(mesh);
     } else {
@@ -125,6 +129,12 @@ public:
       }
     }
   }
+  // Lets go of the mesh and its acceleration structure.
+  void release() {
+    query_.reset();
+    strips_.clear();
+    mesh_ = nullptr;
+  }
 
   // The nearest triangle along origin + t * direction (t >= 0), -1 for none; `t` in units of
   // the direction.
@@ -135,8 +145,8 @@ public:
       float u = 0, v = 0;
       return query_->intersect(o, d, kNoHit, t, u, v);
     }
-    const ruGeom::MeshVertex* vertices = mesh_.getVertices();
-    const std::uint32_t count = static_cast<std::uint32_t>(mesh_.getNumVertices());
+    const ruGeom::MeshVertex* vertices = mesh_->getVertices();
+    const std::uint32_t count = static_cast<std::uint32_t>(mesh_->getNumVertices());
     int best = -1;
     double bestT = std::numeric_limits<double>::infinity();
     for (std::size_t i = 0; i + 2 < strips_.size(); i += 3) {
@@ -165,14 +175,14 @@ public:
   }
 
 private:
-  const ruGeom::CompactMesh& mesh_;
+  const ruGeom::CompactMesh* mesh_ = nullptr;
   std::optional<ruGeom::MeshRayQuery> query_;
   std::vector<std::uint32_t> strips_;
 };
 
 struct Candidate {
   DrawItem* item = nullptr;
-  int order = 0;
+  std::uint64_t order = 0;
   Kind kind = Kind::Triangles;
   bool screen = false;
   bool occluder = false;
@@ -181,31 +191,49 @@ struct Candidate {
   const ruGeom::CompactMesh* mesh = nullptr;
   ruLinear::AffineMatrix toWorld;
   ruLinear::AffineMatrix toLocal;
-  std::unique_ptr<TriangleSource> triangles;
+  TriangleSource* triangles = nullptr;
+  // The world sphere holding the item's vertices, when it has one (world items only).
+  bool bounded = false;
+  Point centre;
+  double radius = 0;
 };
 
 struct Found {
   int group = 1;  // 0: viewport pixels, 1: world
   double depth = 0;
-  int order = 0;
+  std::uint64_t order = 0;
   HitRecord record;
 };
 
 struct DiscPixel {
   double x, y;  // centre, viewport pixels
   Vector direction;
+  bool hasDirection = false;
 };
 
 struct Scratch {
   std::vector<DiscPixel> disc;
+  std::vector<std::pair<std::uint64_t, DrawItem*>> visited;
   std::vector<Candidate> candidates;
+  std::vector<std::unique_ptr<TriangleSource>> sources;
+  std::size_t sourcesUsed = 0;
   std::vector<float> hitT, occluded;
   std::vector<int> hitTriangle, slot;
   std::vector<Found> found;
+  // A triangle source for `mesh`, from those kept.
+  TriangleSource* source(const ruGeom::CompactMesh& mesh) {
+    if (sourcesUsed == sources.size()) sources.push_back(std::make_unique<TriangleSource>());
+    TriangleSource* s = sources[sourcesUsed++].get();
+    s->reset(mesh);
+    return s;
+  }
   void clear() {
     disc.clear();
+    visited.clear();
     candidates.clear();
     found.clear();
+    for (std::size_t i = 0; i < sourcesUsed; ++i) sources[i]->release();
+    sourcesUsed = 0;
   }
 };
 
@@ -214,8 +242,24 @@ Vector pixelDirection(const ruGeom::Camera& camera, double x, double y) {
   return camera.getWorldSpaceRay(ruLinear::Point2(x, y)).getDirection();
 }
 
+// True when the ray from `origin` along `direction` (t >= 0) certainly passes the item's sphere, so
+// it cannot hit the item: a few multiplications instead of a trip through the acceleration
+// structure. The slack keeps rounding from turning away a ray that grazes the sphere.
+bool passesSphere(const Candidate& c, const Point& origin, const Vector& direction) {
+  if (!c.bounded) return false;
+  const Vector toCentre = c.centre - origin;
+  const double length2 = dotInline(direction, direction);
+  if (!(length2 > 0)) return false;
+  const double along = dotInline(toCentre, direction) / std::sqrt(length2);
+  const double squared = dotInline(toCentre, toCentre);
+  const double reach = c.radius + 1e-6 * (c.radius + std::sqrt(squared)) + 1e-12;
+  if (along < -reach) return true;  // wholly behind the origin
+  return squared - along * along > reach * reach;
+}
+
 // The nearest hit of a world ray on the item's triangles, in world units along the (unit) ray.
 int hitWorld(const Candidate& c, const Point& eye, const Vector& direction, float& t) {
+  if (passesSphere(c, eye, direction)) return -1;
   return c.triangles->intersect(eye * c.toLocal, direction * c.toLocal, t);
 }
 
@@ -268,7 +312,7 @@ float visibilityTest(const DrawSystem& system, const ruGeom::Camera& camera, con
     const double x = cx + dx + 0.5, y = cy + dy + 0.5;
     if (x < viewport.x || y < viewport.y || x >= viewport.x + viewport.width || y >= viewport.y + viewport.height)
       continue;
-    disc.push_back({x, y, Vector()});
+    disc.push_back({x, y, Vector(), false});
   }
   const std::size_t numPixels = disc.size();
 
@@ -287,92 +331,110 @@ float visibilityTest(const DrawSystem& system, const ruGeom::Camera& camera, con
       std::max(1.0 / viewport.height, std::max(camera.getFrustum().getAspectRatio(), 1e-12) / viewport.width);
   const double coneAngle = reachPixels * unitPixel;
   const bool coneCull = std::isfinite(coneAngle) && coneAngle > 0 && coneAngle < 1.5;
-  const double coneSin = std::sin(coneAngle), coneCos = std::cos(coneAngle);
-  const Point coneApex = camera.getEyeLocation();
-  const Vector coneAxis = pixelDirection(camera, cx + 0.5, cy + 0.5);
+  PickCone cone;
+  cone.apex = camera.getEyeLocation();
+  cone.axis = pixelDirection(camera, cx + 0.5, cy + 0.5);
+  cone.sine = std::sin(coneAngle);
+  cone.cosine = std::cos(coneAngle);
+  cone.bounded = coneCull;
   const double centrePixelX = cx + 0.5 - viewport.x, centrePixelY = cy + 0.5 - viewport.y;
   // False when the item's bounding sphere cannot reach the pick region.
-  auto mayReach = [&](const DrawItem& item, bool screen) {
-    Point centre;
-    double radius = 0;
-    if (!item.getWorldBoundingSphere(centre, radius)) return true;
+  auto mayReach = [&](bool bounded, const Point& centre, double radius, bool screen) {
+    if (!bounded) return true;
     if (screen) {
       const double dx = centre.x - centrePixelX, dy = centre.y - centrePixelY;
       return std::sqrt(dx * dx + dy * dy) <= radius + reachPixels;
     }
     if (!coneCull) return true;
-    const Vector toCentre = centre - coneApex;
-    const double along = ruLinear::dot(toCentre, coneAxis);
-    const double across = std::sqrt(std::max(0.0, ruLinear::dot(toCentre, toCentre) - along * along));
-    // Distance from the centre to the cone's surface, never more than the true one.
-    return across * coneCos - along * coneSin <= radius;
+    double fromApex = 0;
+    return coneDistance(cone, centre, fromApex) <= radius;
   };
-  int order = 0;
-  database->getAllItems().forEach([&](DrawItem& item) {
-    const int index = order++;
-    if (!item.isPickable() || !item.isDrawable() || item.isOverlay()) return;
+  // The database's index hands over the items whose sphere may meet the cone (and those it cannot
+  // place); they are taken in the order they joined, as a walk of every item would.
+  std::vector<std::pair<std::uint64_t, DrawItem*>>& visited = scratch.visited;
+  pickIndexOf(*database).collect(cone, visited);
+  std::sort(visited.begin(), visited.end());
+  for (const auto& [index, itemPointer] : visited) {
+    DrawItem& item = *itemPointer;
+    if (!item.isPickable() || !item.isDrawable() || item.isOverlay()) continue;
     auto* geometry = dynamic_cast<MeshGeometry*>(item.getGeometry());
     const ruGeom::CompactMesh* mesh = geometry ? geometry->getMesh().get() : nullptr;
-    if (!mesh || mesh->getNumVertices() == 0) return;
+    if (!mesh || mesh->getNumVertices() == 0) continue;
     Candidate c;
     c.item = &item;
     c.order = index;
     c.mesh = mesh;
     c.screen = item.getSpace() == SpaceScreen;
     if (geometry->isTriangles()) {
-      if (!mesh->hasTriangles() && !mesh->hasStrips()) return;
+      if (!mesh->hasTriangles() && !mesh->hasStrips()) continue;
       c.kind = Kind::Triangles;
     } else {
       c.kind = mesh->hasLines() ? Kind::Lines : Kind::Points;
     }
+    c.bounded = item.getWorldBoundingSphere(c.centre, c.radius);
+    if (!mayReach(c.bounded, c.centre, c.radius, c.screen)) continue;
+    // Viewport items are not tested along world rays.
+    if (c.screen) c.bounded = false;
     c.hidable = !c.screen && item.getDepthInteraction() == DepthNormal;
     c.occluder = c.hidable && c.kind == Kind::Triangles && (!first || first->accepts(item));
     c.reported = !second || second->accepts(item);
-    if (!c.occluder && !c.reported) return;
-    if (!mayReach(item, c.screen)) return;
+    if (!c.occluder && !c.reported) continue;
     bool invertible = true;
     c.toWorld = item.getLocalToWorld();
     c.toLocal = c.toWorld.inverse(&invertible);
-    if (!invertible) return;
-    if (c.kind == Kind::Triangles) c.triangles = std::make_unique<TriangleSource>(*mesh);
+    if (!invertible) continue;
+    if (c.kind == Kind::Triangles) c.triangles = scratch.source(*mesh);
     candidates.push_back(std::move(c));
-  });
+  }
   if (candidates.empty()) return FLT_MAX;
 
   const Point eye = camera.getEyeLocation();
   const ruLinear::ProjMatrix worldToViewport = camera.getWorldToViewport();
-  bool anyWorldTriangles = false;
-  for (const Candidate& c : candidates) anyWorldTriangles |= !c.screen && c.kind == Kind::Triangles;
-  if (anyWorldTriangles) {
-    for (DiscPixel& p : disc) p.direction = pixelDirection(camera, p.x, p.y);
-  }
+  // A disc pixel's ray, worked out when first needed: a hit at the centre usually settles it.
+  auto directionAt = [&](std::size_t k) -> const Vector& {
+    DiscPixel& p = disc[k];
+    if (!p.hasDirection) {
+      p.direction = pixelDirection(camera, p.x, p.y);
+      p.hasDirection = true;
+    }
+    return p.direction;
+  };
 
-  // World triangle hits of every item at every disc pixel, and the nearest occluder per pixel.
+  // World triangle hits of the items at the disc pixels, and the nearest occluder per pixel, each
+  // cast when first asked for (kNotCast until then) and kept for the rest of the call.
+  constexpr float kNotCast = -1.0f;
   std::vector<float>& hitT = scratch.hitT;
   std::vector<int>& hitTriangle = scratch.hitTriangle;
   std::vector<float>& occluded = scratch.occluded;
   std::vector<int>& slot = scratch.slot;
-  occluded.assign(numPixels, kNoHit);
+  occluded.assign(numPixels, kNotCast);
   slot.assign(candidates.size(), -1);
   int numSlots = 0;
   for (std::size_t i = 0; i < candidates.size(); ++i) {
     if (!candidates[i].screen && candidates[i].kind == Kind::Triangles) slot[i] = numSlots++;
   }
-  hitT.assign(std::size_t(numSlots) * numPixels, kNoHit);
+  hitT.assign(std::size_t(numSlots) * numPixels, kNotCast);
   hitTriangle.assign(std::size_t(numSlots) * numPixels, -1);
-  for (std::size_t i = 0; i < candidates.size(); ++i) {
-    if (slot[i] < 0) continue;
-    const Candidate& c = candidates[i];
-    const Point origin = eye * c.toLocal;
-    for (std::size_t k = 0; k < numPixels; ++k) {
+  auto hitAt = [&](std::size_t i, std::size_t k) {
+    const std::size_t at = slot[i] * numPixels + k;
+    if (hitT[at] == kNotCast) {
       float t = kNoHit;
-      const int triangle = c.triangles->intersect(origin, disc[k].direction * c.toLocal, t);
-      if (triangle < 0) continue;
-      hitT[slot[i] * numPixels + k] = t;
-      hitTriangle[slot[i] * numPixels + k] = triangle;
-      if (c.occluder) occluded[k] = std::min(occluded[k], t);
+      const int triangle = hitWorld(candidates[i], eye, directionAt(k), t);
+      hitT[at] = triangle < 0 ? kNoHit : t;
+      hitTriangle[at] = triangle;
     }
-  }
+    return hitT[at];
+  };
+  auto occludedAt = [&](std::size_t k) {
+    if (occluded[k] == kNotCast) {
+      float nearest = kNoHit;
+      for (std::size_t i = 0; i < candidates.size(); ++i) {
+        if (candidates[i].occluder) nearest = std::min(nearest, hitAt(i, k));
+      }
+      occluded[k] = nearest;
+    }
+    return occluded[k];
+  };
   // The nearest occluder along any other world ray (for line and point items).
   auto occluderAlong = [&](const Vector& direction) {
     float nearest = kNoHit;
@@ -398,8 +460,8 @@ float visibilityTest(const DrawSystem& system, const ruGeom::Camera& camera, con
     bool seen = false;
     if (c.kind == Kind::Triangles && !c.screen) {
       for (std::size_t k = 0; k < numPixels && !seen; ++k) {
-        const float t = hitT[slot[i] * numPixels + k];
-        if (t == kNoHit || (c.hidable && t > occluded[k])) continue;
+        const float t = hitAt(i, k);
+        if (t == kNoHit || (c.hidable && t > occludedAt(k))) continue;
         seen = true;
         f.record.point = eye + disc[k].direction * double(t);
         f.record.triangle = hitTriangle[slot[i] * numPixels + k];

@@ -39,6 +39,7 @@ void World::add(DrawItem& item) {
   auto membership = std::make_unique<DrawItem::Membership>();
   membership->world = this;
   membership->position = std::prev(items_.end());
+  if (pickIndex_) pickIndex_->insert(item, &membership->pickSlot);
   item.memberships_.push_back(std::move(membership));
 }
 
@@ -48,6 +49,7 @@ bool World::remove(DrawItem& item) {
     if ((*it)->world != this) continue;
     // Keep the item alive until its membership is gone: the list may hold the last reference.
     ru::Reference<DrawItem> keep(&item);
+    if (pickIndex_) pickIndex_->erase((*it)->pickSlot);
     auto position = (*it)->position;
     memberships.erase(it);
     items_.erase(position);
@@ -67,7 +69,11 @@ WorldNode::WorldNode(ru::Reference<World> world) : world_(std::move(world)) {}
 WorldNode::~WorldNode() = default;
 const char* WorldNode::onKindName() const { return "WorldNode"; }
 
-Database::Database(Graph* graph) : graph_(graph) {}
+Database::Database(Graph* graph) : graph_(graph), pickIndex_(std::make_unique<PickIndex>()) {
+  all_.pickIndex_ = pickIndex_.get();
+}
+
+PickIndex& pickIndexOf(const Database& database) { return *database.pickIndex_; }
 
 Database::~Database() {
   // Items stay alive as long as their draw data holds them; they just leave this database's
@@ -77,6 +83,8 @@ Database::~Database() {
     entry.world->forEach([&](DrawItem& item) { items.emplace_back(&item); });
     for (auto& item : items) entry.world->remove(*item);
   }
+  // The index dies with the database: no need to keep it up to date while it empties.
+  all_.pickIndex_ = nullptr;
   std::vector<ru::Reference<DrawItem>> items;
   all_.forEach([&](DrawItem& item) { items.emplace_back(&item); });
   for (auto& item : items) all_.remove(*item);

@@ -9,9 +9,12 @@
 #include <cstddef>
 #include <functional>
 #include <list>
+#include <memory>
 #include <vector>
 
 namespace voGR {
+
+class PickIndex;
 
 // A set of draw items that passes draw. Items join at emission (Database) and leave when their
 // draw data is cleared or destroyed, or when the world dies. Reference counted; holds its items.
@@ -33,7 +36,10 @@ public:
   bool remove(DrawItem& item);
 
 private:
+  friend class Database;
   std::list<ru::Reference<DrawItem>> items_;
+  // Told of every add and remove: the database's index of pickable items (its all-items world only).
+  PickIndex* pickIndex_ = nullptr;
 };
 
 // A world keeping its items in emission order. The flag is kept for the callers that pass it; no
@@ -61,7 +67,9 @@ private:
 };
 
 // The items of a surface and its worlds. A new item (emitted while the database is active) joins
-// every world whose filter accepts it, each filter asked once, at emission. Reference counted.
+// every world whose filter accepts it, each filter asked once, at emission. The database also
+// keeps its pickable items in a spatial index, so that a hit test (hittest.h) visits only those
+// near the pick point. Reference counted.
 class VO_GR_API Database : public ru::ReferenceCount {
 public:
   using Filter = std::function<bool(DrawItem&)>;
@@ -90,6 +98,7 @@ public:
   void getCameraControlsBBox(ruGeom::BoundingBox& box) const;
 
 private:
+  friend PickIndex& pickIndexOf(const Database& database);
   struct Entry {
     ru::Reference<World> world;
     Filter filter;
@@ -97,6 +106,8 @@ private:
   };
   Graph* graph_;
   std::vector<Entry> worlds_;
+  // Declared before all_ so that it outlives it.
+  std::unique_ptr<PickIndex> pickIndex_;
   World all_;
   std::function<void(ruGeom::BoundingBox&)> bboxCallback_;
 };

@@ -49,7 +49,22 @@ void write(const fs::path& path, const std::string& bytes) {
   std::ofstream(path, std::ios::binary) << bytes;
 }
 
+// The programs run with LeakSanitizer's dynamic-TLS tracking off, as ./run test has it (see
+// printprep_test.cpp): the OpenGL driver's TLS blocks can crash the leak check at exit otherwise,
+// and leaks are still found through the threads' own TLS.
+void childSanitizerOptions() {
+  static const bool done = [] {
+    const char* current = std::getenv("LSAN_OPTIONS");
+    std::string options = current ? current : "";
+    if (options.find("intercept_tls_get_addr") == std::string::npos)
+      options += (options.empty() ? "" : ":") + std::string("intercept_tls_get_addr=0");
+    return setenv("LSAN_OPTIONS", options.c_str(), 1) == 0;
+  }();
+  (void)done;
+}
+
 Outcome run(const std::string& arguments, const std::string& name) {
+  childSanitizerOptions();
   fs::create_directories(kFolder);
   const fs::path out = kFolder / (name + ".out"), err = kFolder / (name + ".err");
   const std::string command = std::string(PRINTPREP) + " " + arguments + " > " + out.string() + " 2> " + err.string();
@@ -202,11 +217,14 @@ int difference(const ruImage::Byte4& a, const ruImage::Byte4& b) {
   return std::abs(a.r - b.r) + std::abs(a.g - b.g) + std::abs(a.b - b.b);
 }
 
+// How far a pixel is from grey.
+int saturation(const ruImage::Byte4& p) { return std::max({p.r, p.g, p.b}) - std::min({p.r, p.g, p.b}); }
+
 // Pixels that differ between two frames, within `radius` of a pixel (y up) and beyond it.
 struct Changes {
   int near = 0;
   int far = 0;
-  int whiteNear = 0;  // changed to near white (the selection glow)
+  int haloNear = 0;  // neutral grey before, strongly coloured after: a glow where there was none
 };
 Changes changes(const ruImage::TypedImage<ruImage::Byte4>& a, const ruImage::TypedImage<ruImage::Byte4>& b, int px,
                 int py, int radius) {
@@ -218,8 +236,7 @@ Changes changes(const ruImage::TypedImage<ruImage::Byte4>& a, const ruImage::Typ
       const int dy = (kSize - 1 - y) - py, dx = x - px;
       if (dx * dx + dy * dy <= radius * radius) {
         ++out.near;
-        const ruImage::Byte4& p = b.pixel(x, y);
-        if (p.r > 215 && p.g > 215 && p.b > 215) ++out.whiteNear;
+        if (saturation(a.pixel(x, y)) <= 20 && saturation(b.pixel(x, y)) > 60) ++out.haloNear;
       } else {
         ++out.far;
       }
@@ -302,7 +319,7 @@ TEST(PrintprepReplayGLTest, AClickSelectsThePartUnderTheCursorAndItGlowsInTheFra
   ASSERT_TRUE(before && after);
   const Changes glow = changes(*before, *after, big.px, big.py, 45);
   EXPECT_GT(glow.near, 150);
-  EXPECT_GT(glow.whiteNear, 40);
+  EXPECT_GT(glow.haloNear, 40);
   EXPECT_EQ(glow.far, 0);
   // Nothing moved.
   EXPECT_DOUBLE_EQ(report.parts[0].x, start().parts[0].x);

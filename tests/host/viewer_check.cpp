@@ -1,12 +1,13 @@
 // Pixel checks for the viewer's test under Xvfb (viewer_xvfb.sh), on PNG files it wrote:
 //   viewer_check glow BEFORE AFTER X Y   the selection's glow around viewport pixel (X, Y), y up:
-//                                          many changed pixels near it, some of them near white,
-//                                          none far from it
+//                                          many changed pixels near it, some of them grey before
+//                                          and strongly coloured after (the halo), none far from it
 //   viewer_check same A B                two frames of the same scene agree (at most 1% differ)
 // Prints what it found and exits 0 when the check holds, 1 when not, 2 for bad arguments.
 
 #include "platform/image/png.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <string>
@@ -21,6 +22,9 @@ Image load(const char* path) {
   if (!image) std::fprintf(stderr, "viewer_check: %s\n", error.c_str());
   return image;
 }
+
+// How far a pixel is from grey.
+int saturation(const ruImage::Byte4& p) { return std::max({p.r, p.g, p.b}) - std::min({p.r, p.g, p.b}); }
 
 int difference(const ruImage::Byte4& a, const ruImage::Byte4& b) {
   return std::abs(a.r - b.r) + std::abs(a.g - b.g) + std::abs(a.b - b.b);
@@ -50,7 +54,7 @@ int main(int argc, char** argv) {
   }
   const int px = std::atoi(argv[4]), py = std::atoi(argv[5]);
   const int radius = 45;
-  int near = 0, white = 0, far = 0;
+  int near = 0, halo = 0, far = 0;
   for (int y = 0; y < height; ++y)
     for (int x = 0; x < width; ++x) {
       if (difference(a->pixel(x, y), b->pixel(x, y)) <= 12) continue;
@@ -60,9 +64,8 @@ int main(int argc, char** argv) {
         continue;
       }
       ++near;
-      const ruImage::Byte4& p = b->pixel(x, y);
-      white += p.r > 215 && p.g > 215 && p.b > 215;
+      halo += saturation(a->pixel(x, y)) <= 20 && saturation(b->pixel(x, y)) > 60;
     }
-  std::printf("changed near (%d, %d): %d (%d near white), elsewhere: %d\n", px, py, near, white, far);
-  return near > 150 && white > 40 && far == 0 ? 0 : 1;
+  std::printf("changed near (%d, %d): %d (%d a coloured halo over grey), elsewhere: %d\n", px, py, near, halo, far);
+  return near > 150 && halo > 40 && far == 0 ? 0 : 1;
 }

@@ -22,11 +22,36 @@
 #include <embree3/rtcore.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
+#include <new>
 #include <vector>
+
+// Every allocation of the program is counted, so a benchmark can report how many its step makes.
+namespace {
+std::atomic<long> allocations{0};
+}  // namespace
+
+void* operator new(std::size_t size) {
+  allocations.fetch_add(1, std::memory_order_relaxed);
+  if (void* p = std::malloc(size ? size : 1)) return p;
+  throw std::bad_alloc();
+}
+void* operator new[](std::size_t size) { return operator new(size); }
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+  allocations.fetch_add(1, std::memory_order_relaxed);
+  return std::malloc(size ? size : 1);
+}
+void* operator new[](std::size_t size, const std::nothrow_t& tag) noexcept { return operator new(size, tag); }
+void operator delete(void* p) noexcept { std::free(p); }
+void operator delete[](void* p) noexcept { std::free(p); }
+void operator delete(void* p, std::size_t) noexcept { std::free(p); }
+void operator delete[](void* p, std::size_t) noexcept { std::free(p); }
+void operator delete(void* p, const std::nothrow_t&) noexcept { std::free(p); }
+void operator delete[](void* p, const std::nothrow_t&) noexcept { std::free(p); }
 
 namespace {
 
@@ -221,12 +246,17 @@ void BM_HitTestMoveSameHits(benchmark::State& state) {
   s.candidates->sigCandidatesChanged.addCallback([&] { ++changes; }, listener);
   const ruLinear::Point2 a = s.onTorus(), b = s.besideOnTorus();
   s.hitTester.hitTest(a, DocumentHitTester::Move);
+  s.hitTester.hitTest(b, DocumentHitTester::Move);
   const int before = changes;
+  const long allocationsBefore = allocations.load();
   bool flip = false;
   for (auto _ : state) {
     flip = !flip;
     s.hitTester.hitTest(flip ? a : b, DocumentHitTester::Move);
   }
+  // The record vector of each test is the one allocation a move may make.
+  state.counters["allocationsPerMove"] =
+      static_cast<double>(allocations.load() - allocationsBefore) / static_cast<double>(state.iterations());
   state.counters["candidateChanges"] = changes - before;
   state.counters["candidates"] = static_cast<double>(s.candidates->items().size());
   state.counters["radius"] = s.candidates->hitTestConfig().radius;

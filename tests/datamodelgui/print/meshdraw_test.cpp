@@ -6,6 +6,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -219,6 +221,194 @@ TEST_F(KLTMeshDrawGLTest, MeshWithoutTrianglesDrawsNothingAndSaysSo) {
   bool said = false;
   for (const auto& line : lines) said = said || line.find("print mesh without triangles: nothing to draw") != std::string::npos;
   EXPECT_TRUE(said);
+}
+
+// The thin-wall verdict of a print mesh, kept by its drawing between redraws: a hover redraw does
+// not scan the thickness again, and every change of what the verdict reads is noticed.
+class KLTMeshThinStateGLTest : public KLTMeshDrawGLTest {
+protected:
+  KLTMeshThinStateGLTest() {
+    printer = addPrinter(ruLinear::Range3d(ruLinear::Point(-10, -10, 0), ruLinear::Point(10, 10, 20)),
+                         ruLinear::Range3d(ruLinear::Point(-12, -12, 0), ruLinear::Point(12, 12, 22)));
+    // The camera looks down on the bed's middle from above and aside.
+    doc.document.camera()->set(voGR::test::GLScene::camera(ruLinear::Point(4, -6, 8), ruLinear::Point(0, 0, 1)));
+    scene.setCamera(doc.document.camera()->get());
+  }
+  void analyse(voDMD::Object* object) {
+    doc.manager.begin("analyse");
+    ASSERT_TRUE(meshOf(object)->analyseThickness());
+    doc.manager.commit();
+  }
+  // Whether the object's drawing shows thin walls: its items carry the thickness shader.
+  bool drawnThin(voDMD::Object* object) const {
+    const auto items = itemsOf(object);
+    if (items.empty()) return false;
+    for (const voGR::DrawItem* item : items) {
+      if (!dynamic_cast<const voGR::KLTThicknessShader*>(item->getShader().get())) return false;
+    }
+    return true;
+  }
+  void hoverOn(voDMD::Object* object) { hover(object); }
+  void hoverOff() {
+    hovered.lock();
+    hovered.clear();
+    hovered.unlock();
+  }
+  // Pixels of the frame in the thin colour (not hovered, not selected) and in the plain one.
+  struct Look {
+    int thin = 0;
+    int plain = 0;
+  };
+  Look look(const std::string& name) {
+    const auto image = scene.frame(name);
+    const auto byte = [](float value) { return static_cast<std::uint8_t>(std::lround(value * 255.0f)); };
+    const auto bytes = [&](const ruUtil::Color& color) {
+      return ruImage::Byte4{byte(color.r), byte(color.g), byte(color.b), 255};
+    };
+    Look out;
+    // Lit faces shade the colours; a wide tolerance still tells orange from grey.
+    out.thin = voGR::test::countPixels(image, bytes(KLTMeshDrawPolicy::thinColors[0]), 60);
+    out.plain = voGR::test::countPixels(image, bytes(KLTMeshDrawPolicy::baseColors[0]), 40);
+    return out;
+  }
+  voDMD::Object* printer = nullptr;
+};
+
+TEST_F(KLTMeshThinStateGLTest, HoverRedrawsKeepTheVerdictWithoutScanningAgain) {
+  voDMD::Object* object = addPrintMesh(cuboid(ruLinear::Range3d(ruLinear::Point(-1, -1, 0), ruLinear::Point(1, 1, 2))));
+  analyse(object);
+  redraw();
+  KLTMeshDraw* draw = drawOf(object);
+  ASSERT_NE(draw, nullptr);
+  EXPECT_FALSE(drawnThin(object));
+  const int scans = draw->thicknessScans();
+  EXPECT_GE(scans, 1);
+  for (int i = 0; i < 4; ++i) {
+    hoverOn(object);
+    documentDraw->draw();
+    EXPECT_TRUE(same(colorOf(itemsOf(object)[0]), KLTMeshDrawPolicy::baseColors[1]));
+    hoverOff();
+    documentDraw->draw();
+    EXPECT_TRUE(same(colorOf(itemsOf(object)[0]), KLTMeshDrawPolicy::baseColors[0]));
+  }
+  EXPECT_EQ(draw->thicknessScans(), scans);
+  // The verdict is the one voDMA::isPartThick gives.
+  EXPECT_EQ(draw->isPartThick(meshOf(object)), voDMA::isPartThick(meshOf(object)));
+}
+
+TEST_F(KLTMeshThinStateGLTest, ThicknessValuesWrittenInPlaceOrReplacedChangeTheLookAtTheNextRedraw) {
+  voDMD::Object* object = addPrintMesh(cuboid(ruLinear::Range3d(ruLinear::Point(-1, -1, 0), ruLinear::Point(1, 1, 2))));
+  analyse(object);
+  redraw();
+  ASSERT_FALSE(drawnThin(object));
+  const Look thick = look("thinstate_0_thick");
+  EXPECT_GT(thick.plain, 200);
+  EXPECT_EQ(thick.thin, 0);
+
+  // One corner written in place, the vector keeping its buffer and size: thin at the next redraw.
+  std::vector<float>& values = meshOf(object)->thickness;
+  const float* buffer = values.data();
+  values[7] = 0.1f;
+  ASSERT_EQ(values.data(), buffer);
+  redraw();
+  EXPECT_TRUE(drawnThin(object));
+  EXPECT_FALSE(voDMA::isPartThick(meshOf(object)));
+
+  // The whole vector replaced by values of the same count, again in the same buffer: thick.
+  values.assign(values.size(), 2.0f);
+  ASSERT_EQ(values.data(), buffer);
+  redraw();
+  EXPECT_FALSE(drawnThin(object));
+
+  // All corners thin, in a new buffer: the parts are rebuilt with the values laid on them, and
+  // the whole box shows the thin colour.
+  values = std::vector<float>(values.size(), 0.1f);
+  documentDraw->resetDraw(object);
+  redraw();
+  EXPECT_TRUE(drawnThin(object));
+  const Look thin = look("thinstate_1_thin");
+  EXPECT_GT(thin.thin, 200);
+  EXPECT_LT(thin.plain, thick.plain / 10);
+}
+
+TEST_F(KLTMeshThinStateGLTest, ANewMeshItsPlacementAndThePrintersLimitEachChangeTheVerdict) {
+  voDMD::Object* object = addPrintMesh(cuboid(ruLinear::Range3d(ruLinear::Point(-1, -1, 0), ruLinear::Point(1, 1, 2))));
+  analyse(object);
+  redraw();
+  ASSERT_FALSE(drawnThin(object));
+  KLTMeshDraw* draw = drawOf(object);
+  int scans = draw->thicknessScans();
+
+  // Shrunk to a tenth, its walls of 2 are 0.2 in the world: thin.
+  doc.manager.begin("shrink");
+  object->findAttribute<voDMD::Transform>()->setObjToWorld(ruLinear::AffineMatrix::scaling(0.1));
+  doc.manager.commit();
+  redraw();
+  EXPECT_TRUE(drawnThin(object));
+  EXPECT_GT(draw->thicknessScans(), scans);
+  doc.manager.begin("grow");
+  object->findAttribute<voDMD::Transform>()->setObjToWorld(ruLinear::AffineMatrix::Identity);
+  doc.manager.commit();
+  redraw();
+  ASSERT_FALSE(drawnThin(object));
+
+  // A printer that prints nothing thinner than 3.
+  scans = draw->thicknessScans();
+  printer->findAttribute<voDMD::KLTPrinter>()->minimumThickness = 3.0;
+  redraw();
+  EXPECT_TRUE(drawnThin(object));
+  EXPECT_GT(draw->thicknessScans(), scans);
+  printer->findAttribute<voDMD::KLTPrinter>()->minimumThickness = 0.8;
+  redraw();
+  ASSERT_FALSE(drawnThin(object));
+
+  // A thin plate for a mesh: unanalysed first (plain), then analysed (thin); undo brings the
+  // analysed box back (thick).
+  doc.manager.begin("plate");
+  meshOf(object)->setMesh(cuboid(ruLinear::Range3d(ruLinear::Point(-1, -1, 0), ruLinear::Point(1, 1, 0.2))));
+  doc.manager.commit();
+  redraw();
+  EXPECT_FALSE(drawnThin(object));
+  analyse(object);
+  redraw();
+  EXPECT_TRUE(drawnThin(object));
+  ASSERT_TRUE(doc.manager.undo());
+  ASSERT_TRUE(doc.manager.undo());
+  redraw();
+  EXPECT_FALSE(drawnThin(object));
+  EXPECT_FALSE(meshOf(object)->needsAnalyseThickness());
+}
+
+TEST_F(KLTMeshThinStateGLTest, OnALargeMeshNewValuesAndAnnouncedChangesAreNoticed) {
+  // An open sheet of 20,000 vertices, 0.05 to a grid step: about 118,000 corner values, all
+  // without an opposite wall (-1) after the analysis, so thick.
+  ru::Reference<ruGeom::CompactMesh> mesh = sheet(20000);
+  voDMD::Object* object = addPrintMesh(mesh, ruLinear::AffineMatrix::scaling(0.05));
+  analyse(object);
+  std::vector<float>& values = meshOf(object)->thickness;
+  ASSERT_GT(values.size(), 100000u);
+  redraw();
+  ASSERT_FALSE(drawnThin(object));
+  // A new analysis's worth of values in the same buffer: noticed through the values spread over it.
+  const std::vector<float> thick = values;
+  std::vector<float> thin(values.size());
+  for (std::size_t i = 0; i < thin.size(); ++i) thin[i] = 0.05f + 0.001f * static_cast<float>(i % 7);
+  values = thin;
+  redraw();
+  EXPECT_TRUE(drawnThin(object));
+  values = thick;
+  redraw();
+  EXPECT_FALSE(drawnThin(object));
+  // One value written in place and then announced by the attribute (any change of it): noticed
+  // wherever it lies.
+  values[values.size() / 2 + 1] = 0.1f;
+  doc.manager.begin("hide and show");
+  meshOf(object)->setVisible(false);
+  meshOf(object)->setVisible(true);
+  doc.manager.commit();
+  redraw();
+  EXPECT_TRUE(drawnThin(object));
+  EXPECT_FALSE(voDMA::isPartThick(meshOf(object)));
 }
 
 }  // namespace

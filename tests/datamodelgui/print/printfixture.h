@@ -41,6 +41,7 @@ inline ru::Reference<ruGeom::CompactMesh> cuboid(const ruLinear::Range3d& range)
 // A candidate set whose batch interface is open, for hovering objects by hand.
 class HoverSet : public voDMG::CandidateSet {
 public:
+  using SelectionSet::clear;
   using SelectionSet::insert;
   using SelectionSet::lock;
   using SelectionSet::unlock;

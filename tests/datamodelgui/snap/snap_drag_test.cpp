@@ -4,6 +4,7 @@
 // projector's plane back together.
 
 #include "datamodelgui/events/dispatcher.h"
+#include "datamodelgui/draw/modelingplanes.h"
 #include "datamodelgui/events/gesture.h"
 #include "datamodelgui/snap/projector.h"
 #include "datamodelgui/snap/snapitems.h"
@@ -14,6 +15,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
+#include <limits>
 #include <memory>
 
 using ruLinear::Point;
@@ -77,32 +80,61 @@ public:
   ru::Reference<voDMG::SnapResult> lastResult;
 };
 
-}  // namespace
-
-TEST(SnapDragGLTest, ADragCatchesAMeshCornerHoldsItTearsAwayAndOneUndoRestoresTransformAndPlane) {
+// The document of the drags below on the off-screen context: the box to move, 0.5 wide, at
+// (-2, 0, 0), and another box from (0.5, 0, 0) to (1.5, 1, 0.5) to snap to; the camera looks down
+// from (0, 0, 10); the tool keeps the moved box out of its own snapping.
+struct DragScene {
   testhost::TestHost host;
-  host.broadcaster().addHandler<voEV::InstallGesturesMsg>(voSupport::Priority(1, 0), [](voEV::InstallGesturesMsg& message) {
-    message.parser().pushBackGesture(new voEV::DragMouse);
-  });
-  host.installGestures();
   voGR::test::GLScene scene;
-  ASSERT_TRUE(scene.system);
   voDMA::TxnManager txn;
   voDMD::Document document{*txn.get()};
   voDMG::SelectionSet selection;
   voDMG::CandidateSet candidates;
   voDMG::SnapManager snapManager;
-  voSupport::CallInfo& info = host.callInfo();
-  info.set<voGR::DrawSystem>(scene.system.get());
-  info.set<voDMD::Document>(&document);
-  info.set<voDMD::Camera>(document.camera());
-  info.set<voDMA::TxnManager>(&txn);
-  info.set<voDMG::SelectionSet>(&selection);
-  info.set<voDMG::CandidateSet>(&candidates);
-  info.set<voDMG::SnapManager>(&snapManager);
-  document.camera()->set(voGR::test::GLScene::camera(Point(0, 0, 10), Point(0, 0, 0), Vector(0, 1, 0)));
+  voDMG::ModelingPlanes planes;
+  voDMG::DocumentDraw* documentDraw = nullptr;
+  voDMD::Object* moved = nullptr;
+  voDMD::Object* other = nullptr;
+  std::unique_ptr<MoveTool> tool;
 
-  auto add = [&](const ruLinear::Range3d& range, const ruLinear::AffineMatrix& placement) {
+  DragScene() {
+    host.broadcaster().addHandler<voEV::InstallGesturesMsg>(voSupport::Priority(1, 0), [](voEV::InstallGesturesMsg& message) {
+      message.parser().pushBackGesture(new voEV::DragMouse);
+    });
+    host.installGestures();
+    if (!scene.system) return;
+    voSupport::CallInfo& info = host.callInfo();
+    info.set<voGR::DrawSystem>(scene.system.get());
+    info.set<voDMD::Document>(&document);
+    info.set<voDMD::Camera>(document.camera());
+    info.set<voDMA::TxnManager>(&txn);
+    info.set<voDMG::SelectionSet>(&selection);
+    info.set<voDMG::CandidateSet>(&candidates);
+    info.set<voDMG::SnapManager>(&snapManager);
+    info.set<voDMG::ModelingPlanes>(&planes);
+    document.camera()->set(voGR::test::GLScene::camera(Point(0, 0, 10), Point(0, 0, 0), Vector(0, 1, 0)));
+
+    txn.get()->begin("populate");
+    moved = add(ruLinear::Range3d(Point(-0.25, -0.25, 0), Point(0.25, 0.25, 0.5)), translation(Vector(-2, 0, 0)));
+    other = add(ruLinear::Range3d(Point(0.5, 0, 0), Point(1.5, 1, 0.5)), ruLinear::AffineMatrix::Identity);
+    txn.get()->commit();
+    documentDraw = new voDMG::DocumentDraw(&document);
+    info.set<voDMG::DocumentDraw>(documentDraw);
+    documentDraw->draw();
+
+    voGR::HitTestConfig config;
+    // Neither seen nor hiding anything: the moved box may come to stand in front of the eye.
+    config.secondFilter = new NotOwnedBy(documentDraw->getDraw(moved));
+    config.firstFilter = config.secondFilter;
+    tool = std::make_unique<MoveTool>(host.dispatcher(), *txn.get(), moved, config);
+  }
+  ~DragScene() {
+    tool.reset();
+    snapManager.clearItems();
+    if (documentDraw) documentDraw->destroy();
+  }
+
+  voDMD::Object* add(const ruLinear::Range3d& range, const ruLinear::AffineMatrix& placement) {
     ru::Reference<ruGeom::CompactMesh> mesh = new ruGeom::CompactMesh();
     ruGeom::constructCuboid(range, *mesh);
     ru::Reference<voDMD::Object> object = voDMD::Object::create(document, voDMD::MeshClass::get());
@@ -111,35 +143,55 @@ TEST(SnapDragGLTest, ADragCatchesAMeshCornerHoldsItTearsAwayAndOneUndoRestoresTr
     object->addAttribute<voDMD::BoundingBox>();
     document.insert(object, nullptr);
     return object.get();
-  };
-  txn.get()->begin("populate");
-  voDMD::Object* moved = add(ruLinear::Range3d(Point(-0.25, -0.25, 0), Point(0.25, 0.25, 0.5)), translation(Vector(-2, 0, 0)));
-  add(ruLinear::Range3d(Point(0.5, 0, 0), Point(1.5, 1, 0.5)), ruLinear::AffineMatrix::Identity);
-  txn.get()->commit();
-  auto* documentDraw = new voDMG::DocumentDraw(&document);
-  info.set<voDMG::DocumentDraw>(documentDraw);
-  documentDraw->draw();
+  }
+  Vector position() const { return moved->findAttribute<voDMD::Transform>()->getObjToWorld().getTranslation(); }
+  Point2 pixel(const Point& world) const {
+    Point2 out;
+    document.camera()->get().project(world, out);
+    return out;
+  }
+  void press(const voEV::Point& at) {
+    host.dispatch(*voEV::MouseEvent::create(voEV::MouseButtonPress, voEV::ButtonLeft, voEV::ButtonLeft, 0, 1, at, host.now()));
+  }
+  void move(const voEV::Point& to) {
+    host.advance(0.05);
+    host.dispatch(*voEV::MouseEvent::create(voEV::MouseMove, 0, voEV::ButtonLeft, 0, 0, to, host.now()));
+  }
+  void release(const voEV::Point& at) {
+    host.advance(0.05);
+    host.dispatch(*voEV::MouseEvent::create(voEV::MouseButtonRelease, voEV::ButtonLeft, 0, 0, 1, at, host.now()));
+  }
+  // Whether the client's list of the last move holds `item`.
+  bool listed(const voDMG::SnapItem* item) const {
+    const auto* list = snapManager.items(&tool->snap);
+    if (!list) return false;
+    for (const auto& entry : *list)
+      if (entry.get() == item) return true;
+    return false;
+  }
+};
 
-  voGR::HitTestConfig config;
-  config.secondFilter = new NotOwnedBy(documentDraw->getDraw(moved));
-  auto tool = std::make_unique<MoveTool>(host.dispatcher(), *txn.get(), moved, config);
-  const auto positionOf = [&]() { return moved->findAttribute<voDMD::Transform>()->getObjToWorld().getTranslation(); };
+bool finite(const Point& p) { return std::isfinite(p.x) && std::isfinite(p.y) && std::isfinite(p.z); }
+bool finite(const Vector& v) { return std::isfinite(v.getX()) && std::isfinite(v.getY()) && std::isfinite(v.getZ()); }
 
-  Point2 corner;
-  ASSERT_TRUE(document.camera()->get().project(Point(1.5, 1, 0.5), corner));
+}  // namespace
+
+TEST(SnapDragGLTest, ADragCatchesAMeshCornerHoldsItTearsAwayAndOneUndoRestoresTransformAndPlane) {
+  DragScene drag;
+  ASSERT_TRUE(drag.scene.system);
+  MoveTool* tool = drag.tool.get();
+  const auto positionOf = [&]() { return drag.position(); };
+
+  const Point2 corner = drag.pixel(Point(1.5, 1, 0.5));
   const voEV::Point cornerPixel(corner);
   auto at = [&](int dx, int dy) { return voEV::Point(cornerPixel.x + dx, cornerPixel.y + dy); };
-  Point2 start;
-  document.camera()->get().project(Point(-2, -1, 0), start);
+  const Point2 start = drag.pixel(Point(-2, -1, 0));
 
-  auto send = [&](const ru::Reference<voEV::MouseEvent>& event) { host.dispatch(*event); };
-  send(voEV::MouseEvent::create(voEV::MouseButtonPress, voEV::ButtonLeft, voEV::ButtonLeft, 0, 1, voEV::Point(start), host.now()));
-  host.advance(0.05);
+  drag.press(voEV::Point(start));
   // Off everything: the object follows the cursor on the bed.
   const voEV::Point open(voEV::Point(start).x + 40, voEV::Point(start).y);
-  send(voEV::MouseEvent::create(voEV::MouseMove, 0, voEV::ButtonLeft, 0, 0, open, host.now()));
-  host.advance(0.05);
-  send(voEV::MouseEvent::create(voEV::MouseMove, 0, voEV::ButtonLeft, 0, 0, voEV::Point(open.x + 10, open.y), host.now()));
+  drag.move(open);
+  drag.move(voEV::Point(open.x + 10, open.y));
   ASSERT_TRUE(tool->projector);
   EXPECT_FALSE(tool->lastResult);
   {
@@ -148,8 +200,7 @@ TEST(SnapDragGLTest, ADragCatchesAMeshCornerHoldsItTearsAwayAndOneUndoRestoresTr
     EXPECT_NEAR(positionOf().getZ(), 0.0, 1e-9);
   }
   // On the other object's top face, 5 pixels from its corner: the corner catches.
-  host.advance(0.05);
-  send(voEV::MouseEvent::create(voEV::MouseMove, 0, voEV::ButtonLeft, 0, 0, at(-4, -3), host.now()));
+  drag.move(at(-4, -3));
   ASSERT_TRUE(tool->lastResult);
   auto* vertex = dynamic_cast<voDMG::MeshVertexSnapResult*>(tool->lastResult.get());
   ASSERT_NE(vertex, nullptr);
@@ -158,34 +209,135 @@ TEST(SnapDragGLTest, ADragCatchesAMeshCornerHoldsItTearsAwayAndOneUndoRestoresTr
   EXPECT_NEAR(positionOf().getZ(), 0.5, 1e-9);
   EXPECT_NEAR(tool->projector->getPlane().getPoint().z, 0.5, 1e-9);
   // Still within reach: held.
-  host.advance(0.05);
-  send(voEV::MouseEvent::create(voEV::MouseMove, 0, voEV::ButtonLeft, 0, 0, at(-5, -4), host.now()));
+  drag.move(at(-5, -4));
   ASSERT_TRUE(dynamic_cast<voDMG::MeshVertexSnapResult*>(tool->lastResult.get()));
   EXPECT_NEAR(positionOf().getX(), 1.5, 1e-9);
   // Further in on the face, past the reach of every corner: the surface point under the cursor.
-  host.advance(0.05);
-  send(voEV::MouseEvent::create(voEV::MouseMove, 0, voEV::ButtonLeft, 0, 0, at(-14, -12), host.now()));
+  drag.move(at(-14, -12));
   ASSERT_TRUE(dynamic_cast<voDMG::MeshFaceSnapResult*>(tool->lastResult.get()));
   EXPECT_NEAR(positionOf().getZ(), 0.5, 1e-6);
   EXPECT_LT(positionOf().getX(), 1.5 - 1e-3);
   // Off the object: torn away, the cursor projected on the plane through the last point (z 0.5).
-  host.advance(0.05);
   const voEV::Point away(cornerPixel.x + 40, cornerPixel.y + 30);
-  send(voEV::MouseEvent::create(voEV::MouseMove, 0, voEV::ButtonLeft, 0, 0, away, host.now()));
+  drag.move(away);
   EXPECT_FALSE(tool->lastResult);
   EXPECT_FALSE(tool->snap.getSnapItem());
   EXPECT_NEAR(positionOf().getZ(), 0.5, 1e-9);
   EXPECT_GT(positionOf().getX(), 1.5);
-  send(voEV::MouseEvent::create(voEV::MouseButtonRelease, voEV::ButtonLeft, 0, 0, 1, away, host.now()));
-  EXPECT_FALSE(snapManager.activeItem(&tool->snap));
+  drag.release(away);
+  EXPECT_FALSE(drag.snapManager.activeItem(&tool->snap));
 
   // One undo: the object and the projector's plane go back together.
-  ASSERT_TRUE(txn.get()->undo());
+  ASSERT_TRUE(drag.txn.get()->undo());
   EXPECT_NEAR(positionOf().getX(), -2.0, 1e-12);
   EXPECT_NEAR(positionOf().getZ(), 0.0, 1e-12);
   EXPECT_NEAR(tool->projector->getPlane().getPoint().z, 0.0, 1e-12);
+}
 
-  tool.reset();
-  snapManager.clearItems();
-  documentDraw->destroy();
+TEST(SnapDragGLTest, ACursorOutsideTheViewportDuringADragOverMeshesGivesNoResultAndNothingStale) {
+  DragScene drag;
+  ASSERT_TRUE(drag.scene.system);
+  MoveTool* tool = drag.tool.get();
+  // The other box's mesh is offered as a static item too, so its search runs at every move
+  // whatever the hit test finds.
+  tool->snap.addFactory(new voDMG::MeshSnapFactory(drag.other->findAttribute<voDMD::Mesh>()));
+  const Point2 corner = drag.pixel(Point(1.5, 1, 0.5));
+  const Point2 start = drag.pixel(Point(-2, -1, 0));
+  drag.press(voEV::Point(start));
+  drag.move(voEV::Point(start.x + 40, start.y));
+  drag.move(voEV::Point(corner.x - 4, corner.y - 3));
+  ASSERT_TRUE(dynamic_cast<voDMG::MeshVertexSnapResult*>(tool->lastResult.get()));
+  const ru::Reference<voDMG::SnapItem> caught = tool->snap.getSnapItem();
+  ASSERT_TRUE(caught);
+
+  const double huge = 3e12;
+  bool first = true;
+  for (const Point2& outside : {Point2{-40, 128}, Point2{300, 128}, Point2{128, -1}, Point2{128, 256},
+                                Point2{-huge, 5}, Point2{5, huge}}) {
+    drag.move(voEV::Point(outside));
+    EXPECT_FALSE(tool->lastResult) << outside.x << ", " << outside.y;
+    EXPECT_FALSE(tool->snap.getSnapItem());
+    EXPECT_FALSE(drag.snapManager.activeItem(&tool->snap));
+    // The list of the move that tears it was gathered while it was still active; after that
+    // move it is gone for good.
+    if (!first) {
+      EXPECT_FALSE(drag.listed(caught.get()));
+    }
+    first = false;
+    EXPECT_TRUE(finite(drag.position()));
+  }
+  // Cursors no pixel can stand for, straight to the client.
+  const double nan = std::numeric_limits<double>::quiet_NaN();
+  const double infinity = std::numeric_limits<double>::infinity();
+  for (const Point2& broken : {Point2{nan, 100}, Point2{100, nan}, Point2{infinity, 100}, Point2{100, -infinity}}) {
+    EXPECT_FALSE(tool->snap.snap(broken));
+    EXPECT_FALSE(tool->snap.getSnapItem());
+    EXPECT_FALSE(drag.snapManager.activeItem(&tool->snap));
+    EXPECT_FALSE(drag.listed(caught.get()));
+  }
+  // Back on the box: a fresh item catches the corner again.
+  drag.move(voEV::Point(corner.x - 4, corner.y - 3));
+  ASSERT_TRUE(dynamic_cast<voDMG::MeshVertexSnapResult*>(tool->lastResult.get()));
+  EXPECT_NE(tool->snap.getSnapItem().get(), caught.get());
+  EXPECT_NEAR(drag.position().getX(), 1.5, 1e-9);
+  drag.release(voEV::Point(corner.x - 4, corner.y - 3));
+  EXPECT_FALSE(drag.snapManager.activeItem(&tool->snap));
+}
+
+TEST(SnapDragGLTest, ACameraLookingAlongTheModelingPlaneDuringADragGivesFinitePointsAndNothingStale) {
+  DragScene drag;
+  ASSERT_TRUE(drag.scene.system);
+  MoveTool* tool = drag.tool.get();
+  drag.planes.setPlane(ruLinear::Plane(Point(0, 0, 0), ruLinear::Normal::z));
+  tool->snap.addFactory(new voDMG::ModelingPlaneSnapItemFactory());
+  // The eye on the plane z = 0, looking along it: the middle row's rays run in the plane.
+  drag.document.camera()->set(voGR::test::GLScene::camera(Point(0, -10, 0), Point(0, 0, 0), Vector(0, 0, 1)));
+  drag.documentDraw->draw();
+  const Point2 start = drag.pixel(Point(-2, -0.25, 0.25));
+  const Point2 side = drag.pixel(Point(1.0, 0.0, 0.25));  // the other box's face towards the eye
+  const double horizon = 128.0;
+  ASSERT_NEAR(drag.pixel(Point(5, 0, 0)).y, horizon, 1e-9);
+
+  drag.press(voEV::Point(start));
+  drag.move(voEV::Point(start.x + 40, start.y));
+  const auto check = [&](const char* where) {
+    SCOPED_TRACE(where);
+    EXPECT_TRUE(finite(drag.position()));
+    ASSERT_TRUE(tool->projector);
+    EXPECT_TRUE(finite(tool->projector->getPlane().getPoint()));
+    if (tool->lastResult && tool->lastResult->hasPosition()) {
+      EXPECT_TRUE(finite(tool->lastResult->getPosition()));
+    }
+  };
+  check("leaving the start");
+  for (const Point2& cursor : {Point2{60, horizon}, Point2{200, horizon}, Point2{128, horizon + 0.5},
+                               Point2{128, horizon - 0.5}, Point2{30, 250}, Point2{30, 3}}) {
+    drag.move(voEV::Point(cursor));
+    check("off the boxes");
+    // Only the modeling plane is in reach, and it answers however the ray runs.
+    ASSERT_TRUE(tool->lastResult);
+    EXPECT_TRUE(voDMG::ModelingPlaneSnapResult::asModelingPlaneSnapResult(tool->lastResult));
+    EXPECT_EQ(tool->snap.getSnapItem()->priority(), voDMG::SnapPriorityPlane);
+  }
+  // On the other box's side the mesh outranks the plane.
+  drag.move(voEV::Point(side));
+  check("on the box");
+  ASSERT_TRUE(tool->lastResult);
+  EXPECT_EQ(tool->snap.getSnapItem()->priority(), voDMG::SnapPriorityMesh);
+  const ru::Reference<voDMG::SnapItem> onBox = tool->snap.getSnapItem();
+  // Back along the plane, the mesh item has torn and the plane holds again.
+  drag.move(voEV::Point(Point2{60, horizon}));
+  check("back on the horizon");
+  ASSERT_TRUE(tool->lastResult);
+  EXPECT_EQ(tool->snap.getSnapItem()->priority(), voDMG::SnapPriorityPlane);
+  drag.move(voEV::Point(Point2{200, horizon}));
+  EXPECT_EQ(tool->snap.getSnapItem()->priority(), voDMG::SnapPriorityPlane);
+  EXPECT_FALSE(drag.listed(onBox.get()));
+  drag.release(voEV::Point(Point2{60, horizon}));
+  EXPECT_FALSE(drag.snapManager.activeItem(&tool->snap));
+  EXPECT_FALSE(tool->snap.getSnapItem());
+  // One undo puts the box back where it started.
+  ASSERT_TRUE(drag.txn.get()->undo());
+  EXPECT_NEAR(drag.position().getX(), -2.0, 1e-12);
+  EXPECT_NEAR(drag.position().getZ(), 0.0, 1e-12);
 }

@@ -296,3 +296,89 @@ TEST(SnapItems, AnObjectRemovedWhileADragRunsLeavesNothingStaleAfterClearItems) 
   EXPECT_FALSE(host.manager.activeItem(&client));
   client.endSnap();
 }
+
+TEST(SnapItems, APointItemMeasuresAgainstTheCameraOfEachMove) {
+  SnapHost host;
+  ru::Reference<snaptest::HostPoint> point(new snaptest::HostPoint(voDMG::SnapPriority(3), Point(1, 0, 0)));
+  const Point2 before = host.pixel(point->position());
+  ASSERT_TRUE(point->shouldSnap(before));
+  // The view turns: the point is elsewhere on the screen, and the old place is out of reach.
+  host.look(Point(1, 1, 0), Point(4, 1, 10), Vector(0, 1, 0));
+  const Point2 after = host.pixel(point->position());
+  ASSERT_GT(ruLinear::distance(before, after), 20.0);
+  EXPECT_FALSE(point->shouldSnap(before));
+  EXPECT_TRUE(point->shouldSnap(after));
+  // Back to the first view, the first place catches again.
+  host.look(Point(0, 0, 0), Point(0, 0, 10), Vector(0, 1, 0));
+  EXPECT_TRUE(point->shouldSnap(before));
+  EXPECT_FALSE(point->shouldSnap(after));
+  // Two items at one place but with different positions each keep their own.
+  ru::Reference<snaptest::HostPoint> other(new snaptest::HostPoint(voDMG::SnapPriority(3), Point(-1, 0, 0)));
+  EXPECT_FALSE(other->shouldSnap(before));
+  EXPECT_TRUE(other->shouldSnap(host.pixel(other->position())));
+}
+
+TEST(SnapItems, APointItemCatchesStrictlyInsideItsDistanceAtAnyAngle) {
+  SnapHost host;
+  ru::Reference<snaptest::HostPoint> point(new snaptest::HostPoint(voDMG::SnapPriority(3), Point(0.3, -0.2, 0)));
+  const Point2 at = host.pixel(point->position());
+  for (double angle = 0.0; angle < 6.28; angle += 0.37) {
+    const double c = std::cos(angle), s = std::sin(angle);
+    EXPECT_TRUE(point->shouldSnap(Point2{at.x + 7.999 * c, at.y + 7.999 * s})) << angle;
+    EXPECT_FALSE(point->shouldSnap(Point2{at.x + 8.001 * c, at.y + 8.001 * s})) << angle;
+  }
+  // On the radius exactly, along an axis and along a 3-4-5 diagonal, it does not catch.
+  EXPECT_FALSE(point->shouldSnap(Point2{at.x + 8.0, at.y}));
+  point->setSnapDistance(5);
+  const Point2 diagonal{at.x + 3.0, at.y + 4.0};
+  EXPECT_EQ(point->shouldSnap(diagonal), 5.0 > ruLinear::distance(diagonal, at));
+  // No distance catches nothing, not even the point itself.
+  point->setSnapDistance(0);
+  EXPECT_FALSE(point->shouldSnap(at));
+  point->setSnapDistance(-4);
+  EXPECT_FALSE(point->shouldSnap(at));
+}
+
+TEST(SnapItems, AMeshItemSearchesAgainWhenTheMeshOrTheCameraChangesUnderAStillCursor) {
+  SnapHost host;
+  voDMD::Object* object = addMesh(host, triangle(Point(0, 0, 0), Point(3, 0, 0), Point(0, 3, 0)));
+  voDMD::Mesh* mesh = object->findAttribute<voDMD::Mesh>();
+  ru::Reference<SnapItem> item = meshItem(mesh);
+  const Point2 corner = host.pixel(Point(0, 0, 0));
+  const Point2 cursor{corner.x + 3.0, corner.y + 2.0};
+  const auto vertexAt = [&](const Point2& where) -> int {
+    if (!item->shouldSnap(where)) return -2;
+    ru::Reference<SnapResult> result = item->snap(where);
+    auto* vertex = dynamic_cast<voDMG::MeshVertexSnapResult*>(result.get());
+    const int found = vertex ? vertex->vertexID() : -1;
+    release(result);
+    return found;
+  };
+  ASSERT_EQ(vertexAt(cursor), 0);
+  ASSERT_EQ(vertexAt(cursor), 0);
+  // The same corner, now second in the vertex list.
+  mesh->setSubMeshes({triangle(Point(3, 0, 0), Point(0, 0, 0), Point(0, 3, 0))});
+  EXPECT_EQ(vertexAt(cursor), 1);
+  // The mesh moved away from the cursor.
+  mesh->setSubMeshes({triangle(Point(5, 5, 0), Point(8, 5, 0), Point(5, 8, 0))});
+  EXPECT_EQ(vertexAt(cursor), -2);
+  // A copy of the mesh's own sub-mesh, its vertices written: the corner is back under the cursor,
+  // third in the list now.
+  ru::Reference<ruGeom::CompactMesh> copy = new ruGeom::CompactMesh(mesh->getSubMesh(0));
+  ruGeom::MeshVertex* vertices = copy->editVertices();
+  vertices[0] = ruGeom::MeshVertex(3.f, 0.f, 0.f);
+  vertices[1] = ruGeom::MeshVertex(0.f, 3.f, 0.f);
+  vertices[2] = ruGeom::MeshVertex(0.f, 0.f, 0.f);
+  mesh->setSubMeshes({copy});
+  EXPECT_EQ(vertexAt(cursor), 2);
+  // The camera moves and the cursor falls off the triangle.
+  host.look(Point(40, 40, 0), Point(40, 40, 10), Vector(0, 1, 0));
+  EXPECT_EQ(vertexAt(cursor), -2);
+  host.look(Point(0, 0, 0), Point(0, 0, 10), Vector(0, 1, 0));
+  EXPECT_EQ(vertexAt(cursor), 2);
+  // A farther reach from the same cursor: the outcome follows the distance asked for.
+  const Point2 between{corner.x + 12.0, corner.y + 9.0};
+  EXPECT_EQ(vertexAt(between), -1);
+  item->setSnapDistance(40);
+  EXPECT_EQ(vertexAt(between), 2);
+}

@@ -2,8 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <string>
+#include <vector>
 
 using ruLinear::Point;
 using ruLinear::Point2;
@@ -345,4 +348,84 @@ TEST(SnapManager, ACursorOutsideTheViewportGivesNoStaleItem) {
   EXPECT_FALSE(client.snap(Point2{-5000, 9000}));
   EXPECT_FALSE(client.snap(Point2{std::nan(""), 3}));
   EXPECT_FALSE(client.getSnapItem());
+}
+
+namespace {
+
+// Items of priorities cycling through `priorities`, spread over three fixed factories, so that
+// equal priorities come from several factories and several places in each.
+struct PriorityCase {
+  const char* name;
+  std::vector<int> priorities;
+};
+
+class SnapManagerOrder : public ::testing::TestWithParam<PriorityCase> {};
+
+}  // namespace
+
+TEST_P(SnapManagerOrder, TheListIsByPriorityHighestFirstKeepingTheGatheredOrderOfEquals) {
+  SnapHost host;
+  SnapClient client{voGR::HitTestConfig()};
+  const std::vector<int>& priorities = GetParam().priorities;
+  std::vector<ru::Reference<SnapItem>> gathered;
+  for (int factory = 0; factory < 3; ++factory) {
+    voDMG::SnapItemSet set;
+    for (int i = 0; i < 10; ++i) {
+      const int priority = priorities[static_cast<std::size_t>(factory * 10 + i) % priorities.size()];
+      // Far outside the viewport: none catches, so the walk leaves the list as it was built.
+      set.insert(ru::Reference<SnapItem>(new HostPoint(voDMG::SnapPriority(priority), Point(1000.0 + i, 0, 0))));
+    }
+    gathered.insert(gathered.end(), set.begin(), set.end());  // the set's (pointer) order
+    client.addFactory(new voDMG::FixedSnapItemFactory(set));
+  }
+  std::vector<ru::Reference<SnapItem>> expected = gathered;
+  std::stable_sort(expected.begin(), expected.end(),
+                   [](const auto& a, const auto& b) { return a->priority() > b->priority(); });
+  for (int move = 0; move < 2; ++move) {
+    EXPECT_FALSE(client.snap(Point2{128, 128}));
+    const auto* list = host.manager.items(&client);
+    ASSERT_NE(list, nullptr);
+    ASSERT_EQ(list->size(), expected.size());
+    for (std::size_t i = 0; i < expected.size(); ++i) EXPECT_EQ((*list)[i].get(), expected[i].get()) << "at " << i;
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Priorities, SnapManagerOrder,
+    ::testing::Values(PriorityCase{"OnePriority", {4}}, PriorityCase{"ThreeInterleaved", {1, 6, 3}},
+                      PriorityCase{"TwelveDistinct", {0, 11, 5, 2, 9, 7, 1, 10, 3, 8, 6, 4}},
+                      PriorityCase{"NegativeAndLarge", {-3, 2000000000, 0, -2000000000}}),
+    [](const ::testing::TestParamInfo<PriorityCase>& param) { return std::string(param.param.name); });
+
+namespace {
+
+// A fixed factory that offers one more item than its set.
+class FixedPlusOne : public voDMG::FixedSnapItemFactory {
+public:
+  FixedPlusOne(ru::Reference<SnapItem> item, ru::Reference<SnapItem> extra)
+      : FixedSnapItemFactory(std::move(item)), extra_(std::move(extra)) {}
+  void getItems(voDMG::SnapItemSet& items) override {
+    FixedSnapItemFactory::getItems(items);
+    items.insert(extra_);
+  }
+
+private:
+  ru::Reference<SnapItem> extra_;
+};
+
+}  // namespace
+
+TEST(SnapManager, AFactoryDerivedFromTheFixedOneOffersWhatItsOwnGetItemsGives) {
+  SnapHost host;
+  ru::Reference<HostPoint> own(new HostPoint(voDMG::SnapPriority(4), Point(0, 0, 0)));
+  ru::Reference<HostPoint> extra(new HostPoint(voDMG::SnapPriority(5), Point(0.5, 0.5, 0)));
+  SnapClient client{voGR::HitTestConfig()};
+  client.addFactory(new FixedPlusOne(own, extra));
+  ASSERT_TRUE(snapped(client, host.pixel(extra->position())));
+  EXPECT_EQ(client.getSnapItem().get(), extra.get());
+  const auto* list = host.manager.items(&client);
+  ASSERT_NE(list, nullptr);
+  ASSERT_EQ(list->size(), 2u);
+  EXPECT_EQ((*list)[0].get(), extra.get());
+  EXPECT_EQ((*list)[1].get(), own.get());
 }

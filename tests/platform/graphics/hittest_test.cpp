@@ -12,8 +12,11 @@
 #include <algorithm>
 #include <cmath>
 #include <map>
+#include <optional>
 #include <random>
+#include <string>
 #include <tuple>
+#include <vector>
 
 using namespace voGR;
 using voGR::test::GLScene;
@@ -367,8 +370,11 @@ struct PickScene {
 };
 
 ::testing::AssertionResult sameRecords(const ru::vector<HitRecord>& got, const std::vector<Reference::Rec>& want) {
-  if (got.size() != want.size())
-    return ::testing::AssertionFailure() << got.size() << " records, the reference has " << want.size();
+  if (got.size() != want.size()) {
+    auto failure = ::testing::AssertionFailure() << got.size() << " records, the reference has " << want.size();
+    for (const auto& w : want) failure << "; reference label " << w.item->getLabel() << " triangle " << w.triangle << " line " << w.line << " depth " << w.depth;
+    return failure;
+  }
   for (std::size_t i = 0; i < got.size(); ++i) {
     const HitRecord& g = got[i];
     const Reference::Rec& w = want[i];
@@ -734,4 +740,416 @@ TEST(HitTestGLTest, PixelsShowingTheSphereHitTheSphere) {
     }
   }
   EXPECT_GT(checked, 1000);
+}
+
+// ---------------------------------------------------------------------------------------------
+// The items a test visits come from the database's index of pickable items, kept up to date as
+// items come and go; whatever happens to them, the records must be those of a walk over every item.
+
+namespace {
+
+// Counts the items it is asked about; accepts all.
+struct CountingFilter final : HitFilter {
+  bool filter(const DrawItem&) const override {
+    ++asked;
+    return true;
+  }
+  mutable int asked = 0;
+};
+
+// A turning placement for items that a transformer places.
+struct Turn final : Transformer {
+  ruLinear::AffineMatrix evaluate() const override {
+    ruLinear::AffineMatrix m = ruLinear::AffineMatrix::translation(Vector(12 * std::cos(angle), 12 * std::sin(angle), 1));
+    m.rotate(angle, Vector(0, 0, 1));
+    return m;
+  }
+  double angle = 0;
+};
+
+// Small objects on a field, each its own source, changed at random: emitted, moved, hidden in
+// the three ways an object can be (not drawable, not pickable, nothing emitted), removed, sent far
+// away and brought back, placed by a transformer, or drawn in viewport pixels.
+struct ChurnScene {
+  enum class Kind { Box, Lines, Points, Turned, Screen };
+  struct Object {
+    Kind kind = Kind::Box;
+    Point where;
+    bool shown = false;
+  };
+
+  GLScene gl;
+  ruGeom::Camera camera = GLScene::camera(Point(0, -45, 35), Point(0, 0, 0));
+  ru::Reference<Turn> turn{new Turn()};
+  std::vector<Object> objects;
+  std::mt19937 random{777};
+  Mesh box = cuboid(Point(-0.6, -0.6, -0.6), Point(0.6, 0.6, 0.6));
+  Mesh quad = cuboid(Point(0, 0, 0), Point(14, 10, 1));
+
+  explicit ChurnScene(int count) : objects(count) {
+    gl.setCamera(camera);
+    std::uniform_int_distribution<int> kind(0, 9);
+    for (Object& object : objects) {
+      const int k = kind(random);
+      object.kind = k < 6 ? Kind::Box : k == 6 ? Kind::Lines : k == 7 ? Kind::Points : k == 8 ? Kind::Turned : Kind::Screen;
+    }
+  }
+
+  Point randomPlace(const Object& object) {
+    if (object.kind == Kind::Screen) {
+      std::uniform_real_distribution<double> pixel(0.0, 240.0);
+      return Point(pixel(random), pixel(random), 0);
+    }
+    std::uniform_real_distribution<double> x(-22, 22), y(-18, 18), z(-3, 3);
+    return Point(x(random), y(random), z(random));
+  }
+
+  // Emits the object where it is; `drawable` and `pickable` as given.
+  void emit(int index, bool drawable = true, bool pickable = true) {
+    Object& object = objects[index];
+    Draw draw(*gl.context, &object, false);
+    draw.setLabel(index);
+    draw.setDrawable(drawable);
+    draw.setPickable(pickable);
+    draw.setTransform(ruLinear::AffineMatrix::translation(object.where.asVector()));
+    switch (object.kind) {
+      case Kind::Box:
+        draw.setMesh(box);
+        break;
+      case Kind::Lines:
+        draw.setMesh(randomLines(random, 3, Point(-1, -1, -1), Point(1, 1, 1)), false);
+        break;
+      case Kind::Points:
+        draw.setMesh(randomPoints(random, 5, Point(-1, -1, -1), Point(1, 1, 1)), false);
+        break;
+      case Kind::Turned:
+        draw.setTransformer(turn);
+        draw.setMesh(cuboid(object.where - Vector(1, 1, 1), object.where + Vector(1, 1, 1)));
+        break;
+      case Kind::Screen:
+        draw.setSpace(SpaceScreen);
+        draw.setMesh(quad);
+        break;
+    }
+    draw.emit();
+    object.shown = drawable && pickable;
+  }
+
+  // The pixel over the object's middle, when it is on the screen.
+  std::optional<ruLinear::Point2> pixelOf(const Object& object) const {
+    if (object.kind == Kind::Screen) return ruLinear::Point2(object.where.x + 7, object.where.y + 5);
+    Point middle = object.where;
+    if (object.kind == Kind::Turned) middle = object.where * turn->evaluate();
+    ruLinear::Point2 at;
+    if (!camera.project(middle, at) || at.x < 0 || at.y < 0 || at.x >= voGR::test::kSize || at.y >= voGR::test::kSize)
+      return std::nullopt;
+    return at;
+  }
+};
+
+// Compares visibilityTest with the reference walk at the given pixels; answers the records seen.
+int compareAt(const DrawSystem& system, const ruGeom::Camera& camera, const HitTestConfig& config,
+              const std::vector<ruLinear::Point2>& pixels, const std::string& step) {
+  const Reference reference(system, camera, config);
+  ru::vector<HitRecord> records;
+  int seen = 0;
+  for (const ruLinear::Point2& at : pixels) {
+    visibilityTest(system, camera, at, config, records);
+    const auto same = sameRecords(records, reference.query(at, config.radius));
+    EXPECT_TRUE(same) << step << ": at " << at.x << ", " << at.y << " radius " << config.radius;
+    if (!same) return -1;
+    seen += static_cast<int>(records.size());
+  }
+  return seen;
+}
+
+}  // namespace
+
+TEST(HitTestGLTest, RandomEmitsMovesHidesAndRemovalsMatchAWalkOverEveryItem) {
+  ChurnScene scene(120);
+  for (std::size_t i = 0; i < scene.objects.size(); ++i) {
+    scene.objects[i].where = scene.randomPlace(scene.objects[i]);
+    scene.emit(int(i));
+  }
+  scene.gl.frame("hittest_churn_start");
+  std::uniform_int_distribution<int> pickObject(0, int(scene.objects.size()) - 1), pickStep(0, 9);
+  std::uniform_real_distribution<double> coordinate(0.0, 255.999), angle(0.0, 6.28);
+  HitTestConfig narrow, wide;
+  wide.radius = 3;
+  int records = 0;
+  for (int step = 0; step < 260; ++step) {
+    const int index = pickObject(scene.random);
+    ChurnScene::Object& object = scene.objects[index];
+    std::string what;
+    switch (pickStep(scene.random)) {
+      case 0:
+      case 1:
+      case 2:
+        what = "moved";
+        object.where = scene.randomPlace(object);
+        scene.emit(index);
+        break;
+      case 3:
+        what = "re-emitted in place";
+        scene.emit(index);
+        break;
+      case 4:
+        what = "hidden, not drawable";
+        scene.emit(index, false, true);
+        break;
+      case 5:
+        what = "hidden, not pickable";
+        scene.emit(index, true, false);
+        break;
+      case 6:
+        what = "emitted nothing";
+        { Draw nothing(*scene.gl.context, &object, false); }
+        object.shown = false;
+        break;
+      case 7:
+        what = "removed";
+        if (DrawData* data = scene.gl.system->getDrawData(&object, false)) data->clear();
+        object.shown = false;
+        break;
+      case 8:
+        what = "sent far away";
+        // Out of view but in front of the eye (the reference projects without clipping).
+        object.where = object.where + Vector(4e4, 3e4, -2e4);
+        scene.emit(index);
+        break;
+      case 9:
+        what = "turned";
+        scene.turn->angle = angle(scene.random);
+        break;
+    }
+    // Pixels over a few shown objects (so that there are hits), and anywhere.
+    std::vector<ruLinear::Point2> pixels;
+    for (int tries = 0; tries < 12 && pixels.size() < 3; ++tries) {
+      const ChurnScene::Object& target = scene.objects[pickObject(scene.random)];
+      if (!target.shown) continue;
+      if (auto at = scene.pixelOf(target)) pixels.push_back(*at);
+    }
+    pixels.emplace_back(coordinate(scene.random), coordinate(scene.random));
+    const std::string label = "step " + std::to_string(step) + " (object " + std::to_string(index) + " " + what + ")";
+    const int narrowSeen = compareAt(*scene.gl.system, scene.camera, narrow, pixels, label);
+    ASSERT_GE(narrowSeen, 0);
+    const int wideSeen = compareAt(*scene.gl.system, scene.camera, wide, {pixels.front()}, label);
+    ASSERT_GE(wideSeen, 0);
+    records += narrowSeen + wideSeen;
+    // What went far away comes back some steps later.
+    for (ChurnScene::Object& o : scene.objects) {
+      if (o.where.x > 1e4 && pickStep(scene.random) < 3) {
+        o.where = o.where - Vector(4e4, 3e4, -2e4);
+        scene.emit(int(&o - scene.objects.data()));
+      }
+    }
+  }
+  scene.gl.frame("hittest_churn_end");
+  // The picks really found things.
+  EXPECT_GT(records, 300);
+}
+
+TEST(HitTestGLTest, OtherViewsOfTheChangedFieldMatchTheWalk) {
+  ChurnScene scene(120);
+  for (std::size_t i = 0; i < scene.objects.size(); ++i) {
+    scene.objects[i].where = scene.randomPlace(scene.objects[i]);
+    scene.emit(int(i));
+  }
+  // Changes after a first pick, so that some items sit in the tree and some joined since.
+  ru::vector<HitRecord> records;
+  visibilityTest(*scene.gl.system, scene.camera, ruLinear::Point2(128, 128), HitTestConfig(), records);
+  std::uniform_int_distribution<int> pickObject(0, int(scene.objects.size()) - 1);
+  for (int i = 0; i < 40; ++i) {
+    ChurnScene::Object& object = scene.objects[pickObject(scene.random)];
+    object.where = scene.randomPlace(object);
+    scene.emit(int(&object - scene.objects.data()));
+  }
+  // From below, from the side, closer; and a 16 x 16 view at 150 degrees, whose pick cone at
+  // radius 2 is too wide to cut anything away. Every object stays in front of the eye, as the
+  // reference projects without clipping.
+  std::vector<ruGeom::Camera> cameras = {GLScene::camera(Point(5, 10, -50), Point(0, 0, 0)),
+                                         GLScene::camera(Point(-60, 3, 2), Point(0, 0, 0)),
+                                         GLScene::camera(Point(2, -12, 30), Point(0, 0, 0))};
+  ruGeom::Camera wide = GLScene::camera(Point(0, -30, 25), Point(0, 0, 0));
+  wide.setViewport(ruGeom::Viewport(0, 0, 16, 16));
+  ruGeom::AngleAspect frustum = wide.getFrustum();
+  frustum.setAngle(150.0 * M_PI / 180.0);
+  wide.setFrustum(frustum);
+  std::mt19937 random(99);
+  int seen = 0;
+  for (const ruGeom::Camera& camera : cameras) {
+    std::uniform_real_distribution<double> coordinate(0.0, 255.999);
+    std::vector<ruLinear::Point2> pixels;
+    for (int i = 0; i < 60; ++i) pixels.emplace_back(coordinate(random), coordinate(random));
+    HitTestConfig config;
+    const int narrow = compareAt(*scene.gl.system, camera, config, pixels, "a view");
+    ASSERT_GE(narrow, 0);
+    config.radius = 3;
+    pixels.resize(15);
+    const int disc = compareAt(*scene.gl.system, camera, config, pixels, "a view, radius 3");
+    ASSERT_GE(disc, 0);
+    seen += narrow + disc;
+  }
+  for (int radius : {0, 2}) {
+    HitTestConfig config;
+    config.radius = radius;
+    std::vector<ruLinear::Point2> pixels;
+    for (int y = 0; y < 16; y += 3) {
+      for (int x = 0; x < 16; x += 3) pixels.emplace_back(x + 0.5, y + 0.5);
+    }
+    const int found = compareAt(*scene.gl.system, wide, config, pixels, "the wide view, radius " + std::to_string(radius));
+    ASSERT_GE(found, 0);
+    seen += found;
+  }
+  EXPECT_GT(seen, 60);
+}
+
+TEST(HitTestGLTest, AnItemMovedFarAwayAndBackIsFoundWhereItIs) {
+  ChurnScene scene(300);
+  for (std::size_t i = 0; i < scene.objects.size(); ++i) {
+    scene.objects[i].kind = ChurnScene::Kind::Box;
+    // A grid, so that no other object covers the one that moves.
+    scene.objects[i].where = Point(-21 + 2.5 * double(i % 18), -17 + 2.5 * double(i / 18), 0);
+    scene.emit(int(i));
+  }
+  const int mover = 100;
+  ChurnScene::Object& object = scene.objects[mover];
+  const ruLinear::Point2 home = *scene.pixelOf(object);
+  const Point homePlace = object.where;
+  ru::vector<HitRecord> records;
+  const HitTestConfig config;
+  auto hitsMover = [&](const ruLinear::Point2& at) {
+    visibilityTest(*scene.gl.system, scene.camera, at, config, records);
+    return !records.empty() && records.front().label == mover;
+  };
+  ASSERT_TRUE(hitsMover(home));
+  // Far more moves than the index keeps aside between builds, and far more departures than it
+  // leaves empty before compacting, with a pick at every step.
+  for (int round = 0; round < 400; ++round) {
+    object.where = homePlace + Vector(5e5, 1e5 * (round % 7), -2e5);
+    scene.emit(mover);
+    ASSERT_FALSE(hitsMover(home)) << "round " << round;
+    object.where = homePlace;
+    scene.emit(mover);
+    ASSERT_TRUE(hitsMover(home)) << "round " << round;
+  }
+  // A step to a neighbouring free spot: found there, not at home.
+  object.where = homePlace + Vector(1.25, 1.25, 0);
+  scene.emit(mover);
+  EXPECT_FALSE(hitsMover(home));
+  EXPECT_TRUE(hitsMover(*scene.pixelOf(object)));
+  // And the whole field still agrees with the walk.
+  std::vector<ruLinear::Point2> pixels;
+  for (std::size_t i = 0; i < scene.objects.size(); i += 7) {
+    if (auto at = scene.pixelOf(scene.objects[i])) pixels.push_back(*at);
+  }
+  EXPECT_GT(compareAt(*scene.gl.system, scene.camera, config, pixels, "after the moves"), 20);
+}
+
+TEST(HitTestGLTest, TransformerItemsAreFoundWhereverTheTransformerTurnsThem) {
+  ChurnScene scene(60);
+  for (std::size_t i = 0; i < scene.objects.size(); ++i) {
+    scene.objects[i].kind = i % 3 == 0 ? ChurnScene::Kind::Turned : ChurnScene::Kind::Box;
+    scene.objects[i].where = scene.randomPlace(scene.objects[i]);
+    scene.emit(int(i));
+  }
+  const HitTestConfig config;
+  int records = 0;
+  for (int turn = 0; turn < 24; ++turn) {
+    // Turned without any re-emission: the index cannot know where they are and must ask.
+    scene.turn->angle = turn * 0.27;
+    std::vector<ruLinear::Point2> pixels;
+    for (std::size_t i = 0; i < scene.objects.size(); i += 3) {
+      if (auto at = scene.pixelOf(scene.objects[i])) pixels.push_back(*at);
+    }
+    const int seen = compareAt(*scene.gl.system, scene.camera, config, pixels, "turn " + std::to_string(turn));
+    ASSERT_GE(seen, 0);
+    records += seen;
+  }
+  EXPECT_GT(records, 100);
+}
+
+TEST(HitTestGLTest, ScreenItemsAreFoundWhereTheyAreEmitted) {
+  ChurnScene scene(40);
+  for (std::size_t i = 0; i < scene.objects.size(); ++i) {
+    scene.objects[i].kind = i % 2 ? ChurnScene::Kind::Screen : ChurnScene::Kind::Box;
+    scene.objects[i].where = scene.randomPlace(scene.objects[i]);
+    scene.emit(int(i));
+  }
+  HitTestConfig config;
+  config.radius = 2;
+  int records = 0;
+  for (int step = 0; step < 30; ++step) {
+    const int index = 2 * (step % 20) + 1;
+    const ruLinear::Point2 before = *scene.pixelOf(scene.objects[index]);
+    scene.objects[index].where = scene.randomPlace(scene.objects[index]);
+    scene.emit(index);
+    const int seen = compareAt(*scene.gl.system, scene.camera, config, {before, *scene.pixelOf(scene.objects[index])},
+                               "screen step " + std::to_string(step));
+    ASSERT_GE(seen, 0);
+    records += seen;
+  }
+  EXPECT_GT(records, 30);
+}
+
+TEST(HitTestGLTest, AVertexBufferWrittenInPlaceMovesItsItem) {
+  ChurnScene scene(100);
+  for (std::size_t i = 0; i < scene.objects.size(); ++i) {
+    scene.objects[i].kind = ChurnScene::Kind::Box;
+    scene.objects[i].where = Point(-21 + 4.5 * double(i % 10), -17 + 3.5 * double(i / 10), 0);
+    scene.emit(int(i));
+  }
+  // An item of a mesh no one else shares, placed in a free spot.
+  int source = 0;
+  Mesh own = cuboid(Point(-22.6, 17.4, -0.6), Point(-21.4, 18.6, 0.6));
+  {
+    Draw draw(*scene.gl.context, &source, false);
+    draw.setLabel(1000);
+    draw.setMesh(own);
+    draw.emit();
+  }
+  ru::vector<HitRecord> records;
+  const HitTestConfig config;
+  ruLinear::Point2 first, second;
+  ASSERT_TRUE(scene.camera.project(Point(-22, 18, 0), first));
+  // Across the field: far from the tree's nodes around its old place.
+  ASSERT_TRUE(scene.camera.project(Point(18, 18, 0), second));
+  ASSERT_LT(second.x, voGR::test::kSize);
+  visibilityTest(*scene.gl.system, scene.camera, first, config, records);
+  ASSERT_FALSE(records.empty());
+  EXPECT_EQ(records.front().label, 1000);
+  // The same item, its vertices rewritten to another spot without re-emission.
+  ruGeom::MeshVertex* vertices = own->editVertices();
+  for (int v = 0; v < own->getNumVertices(); ++v) {
+    vertices[v] = ruGeom::MeshVertex(vertices[v].asPoint() + Vector(40, 0, 0));
+  }
+  visibilityTest(*scene.gl.system, scene.camera, second, config, records);
+  ASSERT_FALSE(records.empty());
+  EXPECT_EQ(records.front().label, 1000);
+  visibilityTest(*scene.gl.system, scene.camera, first, config, records);
+  for (const HitRecord& r : records) EXPECT_NE(r.label, 1000);
+  EXPECT_GT(compareAt(*scene.gl.system, scene.camera, config, {first, second}, "after the write"), 0);
+}
+
+TEST(HitTestGLTest, APickAsksOnlyAboutTheItemsNearIt) {
+  ChurnScene scene(1000);
+  for (std::size_t i = 0; i < scene.objects.size(); ++i) {
+    scene.objects[i].kind = ChurnScene::Kind::Box;
+    // Apart, so that no two boxes share a face.
+    scene.objects[i].where = Point(-30 + 1.5 * double(i % 40), -18 + 1.5 * double(i / 40), 0);
+    scene.emit(int(i));
+  }
+  ru::Reference<CountingFilter> counting(new CountingFilter());
+  HitTestConfig config;
+  config.secondFilter = counting;
+  config.radius = 2;
+  const ruLinear::Point2 at = *scene.pixelOf(scene.objects[12 * 40 + 20]);
+  ru::vector<HitRecord> records;
+  visibilityTest(*scene.gl.system, scene.camera, at, config, records);
+  ASSERT_FALSE(records.empty());
+  // A walk over every item would ask about all thousand; the boxes near the ray are a few dozen.
+  EXPECT_GE(counting->asked, static_cast<int>(records.size()));
+  EXPECT_LT(counting->asked, 50);
+  // What it found is what the walk finds.
+  EXPECT_GT(compareAt(*scene.gl.system, scene.camera, config, {at}, "the field"), 0);
 }
