@@ -582,7 +582,9 @@ bool KeysTool::press(const voEV::KeyEvent& event) {
     case voEV::KeyC: {
       if (modifiers != 0) return false;
       CutAway cut = bench_.cutAway();
-      if (!cut.on && cut.z <= 0.0) cut.z = bench_.sceneBox().getMiddle().z;
+      // The first cut goes through the middle of the parts' height.
+      if (!cut.on && !cutPlaced_) cut.z = bench_.scene().partsBox().getMiddle().z;
+      cutPlaced_ = true;
       cut.on = !cut.on;
       bench_.setCutAway(cut);
       bench_.sigAction.emit(cut.on ? "cut-away on" : "cut-away off");
@@ -592,8 +594,8 @@ bool KeysTool::press(const voEV::KeyEvent& event) {
     case voEV::KeyDown: {
       CutAway cut = bench_.cutAway();
       if (!cut.on) return false;
-      const Range3d box = bench_.sceneBox();
-      const double step = (box.getMax().z - box.getMin().z) / 20.0;
+      const Range3d box = bench_.scene().partsBox();
+      const double step = std::max((box.getMax().z - box.getMin().z) / 20.0, 0.05);
       cut.z = std::clamp(cut.z + (event.getKeyCode() == voEV::KeyUp ? step : -step), box.getMin().z, box.getMax().z);
       bench_.setCutAway(cut);
       bench_.sigAction.emit("cut-away moved");

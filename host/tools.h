@@ -242,9 +242,10 @@ private:
   ruGeom::Camera start_;
 };
 
-// Keys: Ctrl+Z undoes, Ctrl+Shift+Z or Ctrl+Y redoes, C shows or hides the cut-away, Up and Down
-// move its plane by a twentieth of the scene's height (held keys repeat), Escape clears the
-// selection (during a drag the move tool takes Escape first).
+// Keys: Ctrl+Z undoes, Ctrl+Shift+Z or Ctrl+Y redoes, C shows or hides the cut-away (first through
+// the middle of the parts' height), Up and Down move its plane by a twentieth of the parts' height
+// within it (held keys repeat), Escape clears the selection (during a drag the move tool takes
+// Escape first).
 class KeysTool : public voEV::Client {
 public:
   explicit KeysTool(Workbench& bench);
@@ -259,6 +260,7 @@ public:
 private:
   bool press(const voEV::KeyEvent& event);
   Workbench& bench_;
+  bool cutPlaced_ = false;
 };
 
 // The viewport point at the centre of the pixel an event names.

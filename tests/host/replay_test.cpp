@@ -505,20 +505,36 @@ TEST(PrintprepReplayGLTest, AShiftDragPansEvenOverAPartAndMovesNothing) {
   EXPECT_NEAR(panned.parts.at(1).py, small.py, 2);
 }
 
-TEST(PrintprepReplayGLTest, TheCutAwayKeyTurnsItOnAndTheArrowsMoveItsPlane) {
+TEST(PrintprepReplayGLTest, TheCutAwayKeyCutsThePartsAndTheArrowsMoveItsPlane) {
+  const Part big = start().parts.at(0);
   Events events;
   events.key("KeyC");
   const Report on = replay("cut_on", events);
   ASSERT_EQ(on.outcome.status, 0) << on.outcome.err;
-  ASSERT_EQ(on.cut.rfind("on at 50.000 mm", 0), 0u) << on.cut;
+  // Through the middle of the parts' height (the big cube's 20 mm).
+  EXPECT_EQ(on.cut, "on at 10.000 mm");
+  // The top of the big cube is gone: its pixels change, the printer's do not.
+  Image whole = frame("cut_on", 0), cut = frame("cut_on", 1);
+  ASSERT_TRUE(whole && cut);
+  const Changes cutAway = changes(*whole, *cut, big.px, big.py, 45);
+  EXPECT_GT(cutAway.near, 100);
+  EXPECT_EQ(cutAway.far, 0);
   events.key("KeyUp");
   events.key("KeyUp");
   events.key("KeyDown");
   const Report moved = replay("cut_moved", events);
-  // A twentieth of the 100 mm scene each step.
-  EXPECT_EQ(moved.cut.rfind("on at 55.000 mm", 0), 0u) << moved.cut;
+  // A twentieth of the parts' height each step.
+  EXPECT_EQ(moved.cut, "on at 11.000 mm");
+  Image lower = frame("cut_moved", 1), higher = frame("cut_moved", 3);
+  ASSERT_TRUE(lower && higher);
+  EXPECT_GT(changes(*lower, *higher, big.px, big.py, 45).near, 20);
   events.key("KeyC");
-  EXPECT_EQ(replay("cut_off", events).cut, "off");
+  const Report off = replay("cut_off", events);
+  EXPECT_EQ(off.cut, "off");
+  // Everything shows again as at the start.
+  Image again = frame("cut_off", 5);
+  ASSERT_TRUE(again);
+  EXPECT_EQ(changes(*whole, *again, 0, 0, 0).far, 0);
 }
 
 TEST(PrintprepReplayGLTest, TheSameSessionGivesTheSameFramesAndReport) {
