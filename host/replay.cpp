@@ -180,6 +180,14 @@ void addReplayCommand(CLI::App& app, int& status) {
       ->required();
   replay->add_option("MODEL", options->models, "Models to load instead of the session's own (same order)");
   replay->add_option("-o,--output", options->output, "Folder for the frames")->capture_default_str();
+  replay->footer(
+      "Each event is the input layer's property list of the record: mouse presses, releases and moves (types "
+      "1 to 4) with \"type\", \"button\", \"buttonMask\", \"modifierMask\", \"clickCount\", \"position\" and "
+      "\"timestamp\"; hovers (9) with \"buttonMask\", \"modifierMask\" and \"position\"; wheel turns (5) with "
+      "those and \"delta\"; key presses and releases (6, 7) with \"key\" (\"KeyZ\"), \"modifierMask\" and "
+      "\"repeat\". Positions are viewport pixels, y up. Model files are relative to the session's folder. A "
+      "session that is not JSON, an unknown event type or a missing field stops the replay before anything is "
+      "written, with status 1.");
   replay->callback([options, &status] { status = runReplay(*options); });
 }
 

@@ -399,6 +399,12 @@ void addViewCommand(CLI::App& app, int& status) {
   command->add_flag("--timings", options->timings,
                     "Print the time of every frame (the input it answers and its drawing); without it the mean and "
                     "maximum are printed on exit");
+  command->footer(
+      "Hover highlights a part; click selects (Shift adds, a click on nothing clears); a left drag on a part "
+      "moves it over the bed, caught by the other parts' corners, and Escape cancels it; a left drag elsewhere or "
+      "a right drag orbits, a middle or Shift+left drag pans, the wheel zooms; Ctrl+Z undoes, Ctrl+Shift+Z or "
+      "Ctrl+Y redoes; C shows or hides the cut-away, Up and Down move it; F12 writes the --screenshot file; "
+      "Ctrl+Q closes.");
   command->callback([options, &status] { status = runView(*options); });
 }
 

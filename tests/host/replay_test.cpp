@@ -16,6 +16,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <map>
 #include <algorithm>
 #include <cstdio>
 #include <sstream>
@@ -28,7 +29,12 @@ namespace fs = std::filesystem;
 using Image = ru::Reference<ruImage::TypedImage<ruImage::Byte4>>;
 using nlohmann::json;
 
-const fs::path kFolder = fs::path(PRINTPREP_TEST_DIR) / "replay_files";
+// Each case works in a folder of its own: ctest runs the cases as separate processes side by side.
+fs::path folder() {
+  const ::testing::TestInfo* test = ::testing::UnitTest::GetInstance()->current_test_info();
+  return fs::path(PRINTPREP_TEST_DIR) / "replay_files" /
+         (test ? std::string(test->test_suite_name()) + "." + test->name() : std::string("outside"));
+}
 constexpr int kSize = 256;
 
 struct Outcome {
@@ -65,8 +71,8 @@ void childSanitizerOptions() {
 
 Outcome run(const std::string& arguments, const std::string& name) {
   childSanitizerOptions();
-  fs::create_directories(kFolder);
-  const fs::path out = kFolder / (name + ".out"), err = kFolder / (name + ".err");
+  fs::create_directories(folder());
+  const fs::path out = folder() / (name + ".out"), err = folder() / (name + ".err");
   const std::string command = std::string(PRINTPREP) + " " + arguments + " > " + out.string() + " 2> " + err.string();
   const int raw = std::system(command.c_str());
   Outcome result;
@@ -76,19 +82,18 @@ Outcome run(const std::string& arguments, const std::string& name) {
   return result;
 }
 
-// Two cubes, 20 mm as STL and 10 mm as OBJ, written once.
+// Two cubes, 20 mm as STL and 10 mm as OBJ, in the case's folder; their names relative to it.
 std::vector<std::string> models() {
-  static const std::vector<std::string> files = [] {
+  if (!fs::exists(folder() / "models" / "small.obj")) {
     meshfiles::Indexed big = meshfiles::cubeIndexed(), small = meshfiles::cubeIndexed();
     for (auto& p : big.vertices) p = ruLinear::Point(p.x * 20, p.y * 20, p.z * 20);
     for (auto& p : small.vertices) p = ruLinear::Point(p.x * 10, p.y * 10, p.z * 10);
     meshfiles::Soup soup;
     for (std::uint32_t index : big.triangles) soup.corners.push_back(big.vertices[index]);
-    write(kFolder / "models" / "big.stl", meshfiles::binaryStl(soup));
-    write(kFolder / "models" / "small.obj", meshfiles::obj(small));
-    return std::vector<std::string>{"models/big.stl", "models/small.obj"};
-  }();
-  return files;
+    write(folder() / "models" / "big.stl", meshfiles::binaryStl(soup));
+    write(folder() / "models" / "small.obj", meshfiles::obj(small));
+  }
+  return std::vector<std::string>{"models/big.stl", "models/small.obj"};
 }
 
 // Builds a session's events.
@@ -183,9 +188,9 @@ Report parse(const Outcome& outcome) {
     } else if (line.rfind("Selection: ", 0) == 0) {
       report.selection = line.substr(11);
       // Parts are named by their files as loaded, here under the test's folder.
-      const std::string folder = kFolder.string() + "/";
-      for (std::size_t at = report.selection.find(folder); at != std::string::npos; at = report.selection.find(folder))
-        report.selection.erase(at, folder.size());
+      const std::string prefix = folder().string() + "/";
+      for (std::size_t at = report.selection.find(prefix); at != std::string::npos; at = report.selection.find(prefix))
+        report.selection.erase(at, prefix.size());
     } else if (line.rfind("Cut-away: ", 0) == 0) {
       report.cut = line.substr(10);
     } else if (line.size() > 10 && line.rfind("  ", 0) == 0 && line.find(".png ") != std::string::npos) {
@@ -195,17 +200,17 @@ Report parse(const Outcome& outcome) {
   return report;
 }
 
-// Writes the session and replays it into kFolder/<name>.
+// Writes the session and replays it into folder()/<name>.
 Report replay(const std::string& name, const Events& events) {
   models();
   const json session = {{"size", {kSize, kSize}}, {"printer", {100, 100, 100}}, {"models", models()}, {"events", events.list}};
-  write(kFolder / (name + ".json"), session.dump(2));
-  fs::remove_all(kFolder / name);
-  return parse(run("replay " + (kFolder / (name + ".json")).string() + " -o " + (kFolder / name).string(), name));
+  write(folder() / (name + ".json"), session.dump(2));
+  fs::remove_all(folder() / name);
+  return parse(run("replay " + (folder() / (name + ".json")).string() + " -o " + (folder() / name).string(), name));
 }
 
 Image frame(const std::string& name, int index) {
-  for (const auto& entry : fs::directory_iterator(kFolder / name)) {
+  for (const auto& entry : fs::directory_iterator(folder() / name)) {
     const std::string file = entry.path().filename().string();
     if (file.size() > 3 && std::stoi(file.substr(0, 2)) == index && entry.path().extension() == ".png")
       return ruImage::readPng(entry.path().string().c_str());
@@ -274,16 +279,18 @@ ruGeom::Camera cameraOf(const Report& report) {
   return camera;
 }
 
-// The layout every session starts from: where the parts are and show.
-const Report& start() {
-  static const Report report = replay("start", Events());
-  return report;
+// The layout every session starts from: where the parts are and show (replayed once a case).
+Report start() {
+  static std::map<std::string, Report> layouts;
+  auto found = layouts.find(folder().string());
+  if (found == layouts.end()) found = layouts.emplace(folder().string(), replay("start", Events())).first;
+  return found->second;
 }
 
 }  // namespace
 
 TEST(PrintprepReplayGLTest, TheStartReportsBothPartsOnTheBedAndWhereTheyShow) {
-  const Report& report = start();
+  const Report report = start();
   ASSERT_EQ(report.outcome.status, 0) << report.outcome.err;
   ASSERT_EQ(report.parts.size(), 2u) << report.outcome.out;
   EXPECT_EQ(report.selection, "none");
@@ -358,7 +365,7 @@ TEST(PrintprepReplayGLTest, ADragMovesThePartOverTheBedAndTheFrameShowsItMoved) 
   EXPECT_NEAR(moved.px, small.px, 6);
   EXPECT_NEAR(moved.py, small.py - 30, 8);
   EXPECT_DOUBLE_EQ(report.parts[0].x, start().parts[0].x);
-  EXPECT_NE(report.frames.at(1).find("move " + (kFolder / "models" / "small.obj").string()), std::string::npos)
+  EXPECT_NE(report.frames.at(1).find("move " + (folder() / "models" / "small.obj").string()), std::string::npos)
       << report.frames.at(1);
   // In the frames: the old place and the new one changed, nothing else.
   Image before = frame("drag", 0), after = frame("drag", 2);
@@ -395,7 +402,7 @@ TEST(PrintprepReplayGLTest, APartDraggedPastThePrintersVolumeShowsTheOverstepped
 }
 
 TEST(PrintprepReplayGLTest, ADragCaughtByACornerOfTheOtherPartTakesItsPlace) {
-  const Report& layout = start();
+  const Report layout = start();
   const Part big = layout.parts.at(0), small = layout.parts.at(1);
   // The big cube's top corner nearest the viewer, from its box on the bed (20 mm, at its placement).
   const ruLinear::Point corner(big.x + 20.0, big.y, 20.0);
@@ -460,7 +467,7 @@ TEST(PrintprepReplayGLTest, UndoTakesTheDragBackAndRedoRepeatsIt) {
 }
 
 TEST(PrintprepReplayGLTest, ADragOnTheBackgroundOrbitsAndTheWheelZoomsTowardTheTarget) {
-  const Report& layout = start();
+  const Report layout = start();
   Events events;
   events.drag(20, 20, 80, 20);
   const Report orbited = replay("orbit", events);
@@ -482,7 +489,7 @@ TEST(PrintprepReplayGLTest, ADragOnTheBackgroundOrbitsAndTheWheelZoomsTowardTheT
 }
 
 TEST(PrintprepReplayGLTest, AShiftDragPansEvenOverAPartAndMovesNothing) {
-  const Report& layout = start();
+  const Report layout = start();
   const Part small = layout.parts.at(1);
   Events events;
   events.time += 0.1;
@@ -565,26 +572,26 @@ class PrintprepReplayBadInputTest : public ::testing::Test {
 protected:
   void expectRefused(const std::string& name, const std::string& text, const std::string& what) {
     models();
-    const fs::path session = kFolder / (name + ".json");
+    const fs::path session = folder() / (name + ".json");
     write(session, text);
-    fs::remove_all(kFolder / name);
-    const Outcome outcome = run("replay " + session.string() + " -o " + (kFolder / name).string(), name);
+    fs::remove_all(folder() / name);
+    const Outcome outcome = run("replay " + session.string() + " -o " + (folder() / name).string(), name);
     EXPECT_EQ(outcome.status, 1);
     EXPECT_EQ(outcome.err, "printprep replay: " + session.string() + ": " + what + "\n");
-    EXPECT_FALSE(fs::exists(kFolder / name));
+    EXPECT_FALSE(fs::exists(folder() / name));
   }
 };
 
 TEST_F(PrintprepReplayBadInputTest, ASessionThatIsNotJsonIsRefused) {
   models();
-  const fs::path session = kFolder / "not_json.json";
+  const fs::path session = folder() / "not_json.json";
   write(session, "{\"events\": [ {\"time\": 0, ");
-  fs::remove_all(kFolder / "not_json");
-  const Outcome outcome = run("replay " + session.string() + " -o " + (kFolder / "not_json").string(), "not_json");
+  fs::remove_all(folder() / "not_json");
+  const Outcome outcome = run("replay " + session.string() + " -o " + (folder() / "not_json").string(), "not_json");
   EXPECT_EQ(outcome.status, 1);
   EXPECT_EQ(outcome.err.rfind("printprep replay: " + session.string() + ": not JSON: ", 0), 0u) << outcome.err;
   EXPECT_EQ(std::count(outcome.err.begin(), outcome.err.end(), '\n'), 1);
-  EXPECT_FALSE(fs::exists(kFolder / "not_json"));
+  EXPECT_FALSE(fs::exists(folder() / "not_json"));
 }
 
 TEST_F(PrintprepReplayBadInputTest, AnUnknownEventTypeIsRefused) {
@@ -612,18 +619,18 @@ TEST_F(PrintprepReplayBadInputTest, AMissingFieldIsRefused) {
 }
 
 TEST_F(PrintprepReplayBadInputTest, AMissingSessionOrModelIsRefused) {
-  const fs::path missing = kFolder / "no_such_session.json";
-  const Outcome outcome = run("replay " + missing.string() + " -o " + (kFolder / "no_session").string(), "no_session");
+  const fs::path missing = folder() / "no_such_session.json";
+  const Outcome outcome = run("replay " + missing.string() + " -o " + (folder() / "no_session").string(), "no_session");
   EXPECT_EQ(outcome.status, 1);
   EXPECT_EQ(outcome.err, "printprep replay: " + missing.string() + ": cannot read the file\n");
-  EXPECT_FALSE(fs::exists(kFolder / "no_session"));
+  EXPECT_FALSE(fs::exists(folder() / "no_session"));
 
-  write(kFolder / "missing_model.json", R"({"models": ["models/absent.stl"], "events": []})");
-  fs::remove_all(kFolder / "missing_model");
-  const Outcome model = run("replay " + (kFolder / "missing_model.json").string() + " -o " + (kFolder / "missing_model").string(),
+  write(folder() / "missing_model.json", R"({"models": ["models/absent.stl"], "events": []})");
+  fs::remove_all(folder() / "missing_model");
+  const Outcome model = run("replay " + (folder() / "missing_model.json").string() + " -o " + (folder() / "missing_model").string(),
                             "missing_model");
   EXPECT_EQ(model.status, 1);
-  EXPECT_NE(model.err.find((kFolder / "models" / "absent.stl").string()), std::string::npos) << model.err;
+  EXPECT_NE(model.err.find((folder() / "models" / "absent.stl").string()), std::string::npos) << model.err;
   EXPECT_EQ(std::count(model.err.begin(), model.err.end(), '\n'), 1);
-  EXPECT_FALSE(fs::exists(kFolder / "missing_model"));
+  EXPECT_FALSE(fs::exists(folder() / "missing_model"));
 }
