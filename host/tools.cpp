@@ -246,7 +246,7 @@ void Workbench::resize(int width, int height) {
   setCamera(camera);
 }
 
-bool Workbench::setCutAway(const CutAway& cut) {
+void Workbench::setCutAway(const CutAway& cut) {
   voSupport::CallScope scope(callInfo());
   cut_ = cut;
   if (cut.on) {
@@ -254,7 +254,6 @@ bool Workbench::setCutAway(const CutAway& cut) {
   } else {
     view_.clearCut();
   }
-  return true;
 }
 
 int Workbench::partIndex(const voDMD::Object* object) const {

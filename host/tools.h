@@ -2,13 +2,13 @@
 
 // The interactive half of the host: its clock (timers and the two function schedulers the input
 // layer and the animation manager ride on), the per-document objects a document needs for input
-// (dispatcher, animation manager, candidate set, hit tester, snap manager, modeling planes), and
-// the tools, each a voEV::Client on the document's dispatcher. The viewer window and the replay
+// (dispatcher, animation manager, modeling planes; the View holds the rest), and the tools, each a
+// voEV::Client on the document's dispatcher. The viewer window and the replay
 // of recorded sessions share all of it; they differ only in where events and time come from.
 //
 // Positions: every event handed to Workbench::dispatch carries viewport pixels with y up (the
-// window's y-down cursor is converted by the caller: y' = height - 1 - y, times the framebuffer
-// scale), since hit tests, snapping and projection all work in viewport pixels.
+// window's y-down cursor is converted by the caller: y' = height - 1 - y, after scaling to
+// framebuffer pixels), since hit tests, snapping and projection all work in viewport pixels.
 
 #include "host/scene.h"
 #include "host/view.h"
@@ -110,13 +110,17 @@ struct CutAway {
   double z = 0.0;
 };
 
-// The per-document interactive objects of one scene and its view, with the four tools. Made after
-// the View (whose selection and document draw it uses), destroyed before it.
+// The interactive objects of one scene and its view: the host's clock, the document's dispatcher
+// with its gestures, the animation manager, the modeling planes and the four tools. The View holds
+// what drawing and picking need (document draw, surface, selection and candidate sets, hit tester,
+// snap manager) and sent their set-up messages; the workbench enters both in the document's call
+// table. Made after the View, destroyed before it.
 class Workbench {
 public:
   // Enters every per-document object in the domain's table, sends the gestures' set-up message (the
-  // view sent the other two) and makes the tools. The camera frames the printer and the parts from `direction`
-  // in a width x height viewport (pixels).
+  // view sent the other two) and makes the tools. The camera frames the printer and the parts from
+  // `direction` in a width x height viewport (pixels). Clears the undo history: loading the parts
+  // is not a step to undo.
   Workbench(Scene& scene, View& view, int width, int height, ViewDirection direction = ViewDirection::Iso);
   Workbench(const Workbench&) = delete;
   Workbench& operator=(const Workbench&) = delete;
@@ -139,7 +143,7 @@ public:
   // Replaces the document's camera (and the view's), fitting its depth range to the scene.
   void setCamera(ruGeom::Camera camera);
   // Shows, hides or moves the cut-away (with its caps).
-  bool setCutAway(const CutAway& cut);
+  void setCutAway(const CutAway& cut);
   const CutAway& cutAway() const noexcept { return cut_; }
 
   // The document's selection and hover candidates, as part indices of the scene, in order.
@@ -153,11 +157,11 @@ public:
   voEV::Dispatcher& dispatcher() noexcept { return *dispatcher_; }
   HostTimers& timers() noexcept { return *timers_; }
   voSupport::CallInfo& callInfo() noexcept;
-  // The box the camera frames and the cut-away moves within: printer volume and parts.
+  // The box the camera frames: the printer's volume and the parts.
   ruLinear::Range3d sceneBox() const;
 
-  // Sent after every undo step, drag, camera change or cut-away change, with a short note of what
-  // happened ("undo move", "cut-away at 12.0 mm", ...).
+  // Sent after every undo or redo, drag, camera change or cut-away change, with a short note of
+  // what happened ("move part.stl", "undo move", "cut-away on", "orbit", ...).
   ruRTB::SignalArg<const std::string&> sigAction;
 
 private:
