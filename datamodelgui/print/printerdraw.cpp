@@ -208,8 +208,10 @@ void KLTPrinterDraw::onDraw(voGR::DrawContext& context, SelectionIterator, Selec
 
 namespace {
 
-// Cleared by the first start-up; the broadcaster sets it back on reset.
-bool printFirstTime = true;
+// Cleared by the first start-up, one for the exposure and one for the message handlers; the
+// broadcaster sets them back on reset.
+bool exposureFirstTime = true;
+bool handlersFirstTime = true;
 
 ObjectDraw* makePrinterDraw(DocumentDraw* documentDraw, voDMD::Object* object) {
   return new KLTPrinterDraw(documentDraw, object->findAttribute<voDMD::KLTPrinter>());
@@ -238,14 +240,19 @@ void freshPolicyForNewDocument(voDMD::NewDocumentMsg&) {
 }  // namespace
 
 void initializePrintClasses() {
-  if (!printFirstTime) return;
   auto* broadcaster = voSupport::ci().find<voSupport::Broadcaster>();
   if (!broadcaster) return;
-  printFirstTime = false;
-  broadcaster->addFirstTimeFlag(printFirstTime);
-  broadcaster->addHandler<voSupport::InitializeReflectionMsg>(voSupport::Priority(10, 1), &exposePrintClasses);
-  broadcaster->addHandler<RegisterObjectDrawMsg>(voSupport::Priority(10, 1), &registerPrintDraws);
-  broadcaster->addHandler<voDMD::NewDocumentMsg>(voSupport::Priority(10, 1), &freshPolicyForNewDocument);
+  if (exposureFirstTime) {
+    exposureFirstTime = false;
+    broadcaster->addFirstTimeFlag(exposureFirstTime);
+    broadcaster->addHandler<voSupport::InitializeReflectionMsg>(voSupport::Priority(10, 1), &exposePrintClasses);
+  }
+  if (handlersFirstTime) {
+    handlersFirstTime = false;
+    broadcaster->addFirstTimeFlag(handlersFirstTime);
+    broadcaster->addHandler<RegisterObjectDrawMsg>(voSupport::Priority(10, 1), &registerPrintDraws);
+    broadcaster->addHandler<voDMD::NewDocumentMsg>(voSupport::Priority(10, 1), &freshPolicyForNewDocument);
+  }
 }
 
 }  // namespace voDMG

@@ -23,7 +23,13 @@ namespace {
 
 namespace fs = std::filesystem;
 
-const fs::path kFolder = fs::path(PRINTPREP_TEST_DIR) / "printprep_files";
+// Each test case has a folder of its own: ctest runs the cases as parallel processes, and two
+// cases writing the same model file would feed each other half-written files.
+fs::path folder() {
+  const ::testing::TestInfo* test = ::testing::UnitTest::GetInstance()->current_test_info();
+  const std::string name = test ? std::string(test->test_suite_name()) + "." + test->name() : "shared";
+  return fs::path(PRINTPREP_TEST_DIR) / "printprep_files" / name;
+}
 
 struct Outcome {
   int status = -1;
@@ -56,8 +62,8 @@ void childSanitizerOptions() {
 
 Outcome run(const std::string& arguments, const std::string& name) {
   childSanitizerOptions();
-  fs::create_directories(kFolder);
-  const fs::path out = kFolder / (name + ".out"), err = kFolder / (name + ".err");
+  fs::create_directories(folder());
+  const fs::path out = folder() / (name + ".out"), err = folder() / (name + ".err");
   const std::string command =
       std::string(PRINTPREP) + " " + arguments + " > " + out.string() + " 2> " + err.string();
   const int raw = std::system(command.c_str());
@@ -86,8 +92,8 @@ std::vector<fs::path> cubeFiles(double edge) {
   meshfiles::Soup soup;
   for (std::uint32_t index : mesh.triangles) soup.corners.push_back(mesh.vertices[index]);
   const std::string stem = "cube" + std::to_string(static_cast<int>(edge));
-  std::vector<fs::path> files = {kFolder / (stem + ".stl"), kFolder / (stem + ".obj"), kFolder / (stem + ".ply"),
-                                 kFolder / (stem + ".3mf")};
+  std::vector<fs::path> files = {folder() / (stem + ".stl"), folder() / (stem + ".obj"), folder() / (stem + ".ply"),
+                                 folder() / (stem + ".3mf")};
   write(files[0], meshfiles::binaryStl(soup));
   write(files[1], meshfiles::obj(mesh));
   write(files[2], meshfiles::ply(mesh));
@@ -130,7 +136,7 @@ ru::Reference<ruImage::TypedImage<ruImage::Byte4>> readBack(const fs::path& png)
 TEST(PrintprepRenderGLTest, EveryFormatRendersItsModelOverTheBed) {
   for (const fs::path& file : cubeFiles(20)) {
     SCOPED_TRACE(file.string());
-    const fs::path png = kFolder / (file.filename().string() + ".png");
+    const fs::path png = folder() / (file.filename().string() + ".png");
     fs::remove(png);
     // Seen from above, a 20 mm cube in the middle of a 40 mm bed.
     const Outcome result = run("render " + file.string() + " -o " + png.string() +
@@ -163,7 +169,7 @@ TEST(PrintprepRenderGLTest, EveryFormatRendersItsModelOverTheBed) {
 
 TEST(PrintprepRenderGLTest, SelectedPartGlows) {
   const std::vector<fs::path> files = cubeFiles(20);
-  const fs::path plain = kFolder / "select_none.png", selected = kFolder / "select_one.png";
+  const fs::path plain = folder() / "select_none.png", selected = folder() / "select_one.png";
   const std::string models = files[0].string() + " " + files[1].string() + " --printer 60x60x40";
   ASSERT_EQ(run("render " + models + " -o " + plain.string() + " --size 256x256", "select_none").status, 0);
   const Outcome result = run("render " + models + " -o " + selected.string() + " --size 256x256 --select 1", "select_one");
@@ -188,7 +194,7 @@ TEST(PrintprepRenderGLTest, SelectedPartGlows) {
 // whatever the cube covered above that row is now background, and what it covered below stays.
 TEST(PrintprepRenderGLTest, CutBelowThePartsTopClearsThePartAboveTheCut) {
   const fs::path model = cubeFiles(20)[0];
-  const fs::path whole = kFolder / "cut_whole.png", cut = kFolder / "cut_10.png";
+  const fs::path whole = folder() / "cut_whole.png", cut = folder() / "cut_10.png";
   const std::string common = " --size 320x240 --view front --printer 40x40x40";
   ASSERT_EQ(run("render " + model.string() + " -o " + whole.string() + common, "cut_whole").status, 0);
   const Outcome result = run("render " + model.string() + " -o " + cut.string() + common + " --cut 10", "cut_10");
@@ -222,7 +228,7 @@ TEST(PrintprepRenderGLTest, CutBelowThePartsTopClearsThePartAboveTheCut) {
 // Seen from above at an angle, the cut cube shows its cap where its top was.
 TEST(PrintprepRenderGLTest, CutPartIsClosedByItsCap) {
   const fs::path model = cubeFiles(20)[0];
-  const fs::path whole = kFolder / "cap_whole.png", cut = kFolder / "cap_10.png";
+  const fs::path whole = folder() / "cap_whole.png", cut = folder() / "cap_10.png";
   ASSERT_EQ(run("render " + model.string() + " -o " + whole.string() + " --size 320x240 --printer 40x40x40", "cap_whole").status, 0);
   ASSERT_EQ(run("render " + model.string() + " -o " + cut.string() + " --size 320x240 --printer 40x40x40 --cut 10", "cap_10").status,
             0);
@@ -241,7 +247,7 @@ TEST(PrintprepRenderGLTest, CutPartIsClosedByItsCap) {
 
 TEST(PrintprepRenderGLTest, CutAboveEveryPartChangesNothing) {
   const fs::path model = cubeFiles(20)[0];
-  const fs::path whole = kFolder / "high_whole.png", cut = kFolder / "high_cut.png";
+  const fs::path whole = folder() / "high_whole.png", cut = folder() / "high_cut.png";
   ASSERT_EQ(run("render " + model.string() + " -o " + whole.string() + " --size 200x200 --printer 40x40x40", "high_whole").status, 0);
   ASSERT_EQ(run("render " + model.string() + " -o " + cut.string() + " --size 200x200 --printer 40x40x40 --cut 30", "high_cut").status,
             0);
@@ -256,7 +262,7 @@ TEST(PrintprepRenderGLTest, CutAboveEveryPartChangesNothing) {
 
 TEST(PrintprepRenderGLTest, TimingsReportLoadFirstFrameAndTotal) {
   const fs::path model = cubeFiles(20)[0];
-  const Outcome result = run("render " + model.string() + " -o " + (kFolder / "timings.png").string() + " --size 64x64 --timings",
+  const Outcome result = run("render " + model.string() + " -o " + (folder() / "timings.png").string() + " --size 64x64 --timings",
                              "timings");
   ASSERT_EQ(result.status, 0) << result.err;
   EXPECT_NE(result.out.find("Timings: load "), std::string::npos) << result.out;
@@ -266,7 +272,7 @@ TEST(PrintprepRenderGLTest, TimingsReportLoadFirstFrameAndTotal) {
 
 TEST(PrintprepRenderGLTest, ThumbnailFramesOnePart) {
   const std::vector<fs::path> files = cubeFiles(20);
-  const fs::path png = kFolder / "thumbnail.png";
+  const fs::path png = folder() / "thumbnail.png";
   const Outcome result =
       run("thumbnail " + files[0].string() + " " + files[2].string() + " -o " + png.string() + " --size 128 --part 1",
           "thumbnail");
@@ -288,7 +294,7 @@ TEST(PrintprepRenderGLTest, ThumbnailFramesOnePart) {
 
 TEST(PrintprepRenderGLTest, ThumbnailOfTheBedShowsThePrinterAroundSmallParts) {
   const std::vector<fs::path> files = cubeFiles(20);
-  const fs::path bed = kFolder / "thumbnail_bed.png", part = kFolder / "thumbnail_part0.png";
+  const fs::path bed = folder() / "thumbnail_bed.png", part = folder() / "thumbnail_part0.png";
   const std::string models = files[0].string() + " " + files[1].string() + " --printer 200x200x200 --size 128";
   const Outcome result = run("thumbnail " + models + " -o " + bed.string(), "thumbnail_bed");
   ASSERT_EQ(result.status, 0) << result.err;
@@ -323,9 +329,9 @@ TEST(PrintprepRenderGLTest, ThumbnailOfTheBedShowsThePrinterAroundSmallParts) {
 // The demo as a user runs it: every frame its report names is a PNG in the frames folder, of the
 // size asked for (thumbnails half of it), no two alike, and the folder holds nothing else.
 TEST(PrintprepDemoGLTest, WritesEveryFrameNamedInItsReport) {
-  const fs::path frames = kFolder / "demo_frames";
+  const fs::path frames = folder() / "demo_frames";
   fs::remove_all(frames);
-  const Outcome result = run("demo --output " + (kFolder / "demo_models").string() + " --frames " + frames.string() +
+  const Outcome result = run("demo --output " + (folder() / "demo_models").string() + " --frames " + frames.string() +
                                  " --frame-size 256",
                              "demo_frames");
   ASSERT_EQ(result.status, 0) << result.err;
@@ -371,9 +377,9 @@ TEST(PrintprepDemoGLTest, WritesEveryFrameNamedInItsReport) {
 
 // The hovered and the selected part glow in their two colours: the hover glow is the darker blue.
 TEST(PrintprepDemoGLTest, HoverAndSelectionFrameShowsBothGlows) {
-  const fs::path frames = kFolder / "demo_glows";
+  const fs::path frames = folder() / "demo_glows";
   fs::remove_all(frames);
-  ASSERT_EQ(run("demo --output " + (kFolder / "demo_models").string() + " --frames " + frames.string() + " --frame-size 256",
+  ASSERT_EQ(run("demo --output " + (folder() / "demo_models").string() + " --frames " + frames.string() + " --frame-size 256",
                 "demo_glows")
                 .status,
             0);
@@ -392,12 +398,12 @@ TEST(PrintprepCheckTest, JsonReportsBoundsRepairAndThinWalls) {
   const fs::path tall = cubeFiles(50)[1];
   meshfiles::Indexed open = cube(10);
   open.triangles.resize(open.triangles.size() - 6);  // one face missing
-  write(kFolder / "open.obj", meshfiles::obj(open));
+  write(folder() / "open.obj", meshfiles::obj(open));
   meshfiles::Indexed plate = meshfiles::cubeIndexed();
   for (auto& p : plate.vertices) p = ruLinear::Point(p.x * 30, p.y * 20, p.z * 0.5);
-  write(kFolder / "plate.ply", meshfiles::ply(plate));
+  write(folder() / "plate.ply", meshfiles::ply(plate));
 
-  const std::string models = tall.string() + " " + (kFolder / "open.obj").string() + " " + (kFolder / "plate.ply").string();
+  const std::string models = tall.string() + " " + (folder() / "open.obj").string() + " " + (folder() / "plate.ply").string();
   const Outcome result = run("check " + models + " --printer 150x150x40 --json", "check_json");
   ASSERT_EQ(result.status, 0) << result.err;
   const nlohmann::json report = nlohmann::json::parse(result.out, nullptr, false);
@@ -439,9 +445,9 @@ bool oneLine(const std::string& text) {
 }
 
 TEST(PrintprepBadInputTest, MissingFileNamesItAndWritesNothing) {
-  const fs::path png = kFolder / "missing.png";
+  const fs::path png = folder() / "missing.png";
   fs::remove(png);
-  const Outcome result = run("render " + (kFolder / "no_such_model.stl").string() + " -o " + png.string(), "missing");
+  const Outcome result = run("render " + (folder() / "no_such_model.stl").string() + " -o " + png.string(), "missing");
   EXPECT_EQ(result.status, 1);
   EXPECT_TRUE(oneLine(result.err)) << result.err;
   EXPECT_NE(result.err.find("no_such_model.stl"), std::string::npos) << result.err;
@@ -449,7 +455,7 @@ TEST(PrintprepBadInputTest, MissingFileNamesItAndWritesNothing) {
 }
 
 TEST(PrintprepBadInputTest, MalformedModelNamesItAndWritesNothing) {
-  const fs::path model = kFolder / "broken.ply", png = kFolder / "broken.png";
+  const fs::path model = folder() / "broken.ply", png = folder() / "broken.png";
   write(model, "ply\nformat ascii 1.0\nelement vertex 3\nproperty float x\nend_header\n1 2\n");
   fs::remove(png);
   const Outcome result = run("render " + model.string() + " -o " + png.string(), "broken");
@@ -461,14 +467,14 @@ TEST(PrintprepBadInputTest, MalformedModelNamesItAndWritesNothing) {
 
 TEST(PrintprepBadInputTest, UnknownOptionIsAUsageError) {
   const fs::path model = cubeFiles(20)[0];
-  const Outcome result = run("render " + model.string() + " -o " + (kFolder / "x.png").string() + " --colour red", "unknown");
+  const Outcome result = run("render " + model.string() + " -o " + (folder() / "x.png").string() + " --colour red", "unknown");
   EXPECT_EQ(result.status, 2);
   EXPECT_TRUE(oneLine(result.err)) << result.err;
   EXPECT_NE(result.err.find("--colour"), std::string::npos) << result.err;
 }
 
 TEST(PrintprepBadInputTest, WrongSizeIsAUsageError) {
-  const fs::path model = cubeFiles(20)[0], png = kFolder / "wrongsize.png";
+  const fs::path model = cubeFiles(20)[0], png = folder() / "wrongsize.png";
   fs::remove(png);
   for (const char* size : {"800", "0x600", "axb", "800x-1"}) {
     SCOPED_TRACE(size);
@@ -481,7 +487,7 @@ TEST(PrintprepBadInputTest, WrongSizeIsAUsageError) {
 }
 
 TEST(PrintprepBadInputTest, SelectionOutOfRangeIsAUsageError) {
-  const fs::path model = cubeFiles(20)[0], png = kFolder / "badselect.png";
+  const fs::path model = cubeFiles(20)[0], png = folder() / "badselect.png";
   fs::remove(png);
   const Outcome result = run("render " + model.string() + " -o " + png.string() + " --select 3", "badselect");
   EXPECT_EQ(result.status, 2);

@@ -516,3 +516,61 @@ TEST_F(KLTSurfaceDrawGLTest, DestructionSaysSoOnStandardOutput) {
   surface = nullptr;
   EXPECT_EQ(testing::internal::GetCapturedStdout(), "~KLTSurfaceDraw called\n");
 }
+
+TEST_F(KLTSurfaceDrawGLTest, ThumbnailRowsStandBottomUpAsTheReadBackGivesThem) {
+  ASSERT_TRUE(system);
+  addPrinter(kUseable, kTotal);
+  Look high, low;
+  high.color = ruUtil::Color(0.8f, 0.2f, 0.2f, 1.0f);
+  low.color = ruUtil::Color(0.2f, 0.3f, 0.9f, 1.0f);
+  addPrintMesh(cube(0, 0, 5, 0.8), high);
+  addPrintMesh(cube(0, 0, 0.8, 0.8), low);
+  documentDraw->draw();
+  const ru::Reference<ruImage::Image> thumb = surface->renderThumb(nullptr, 128, 128);
+  ASSERT_TRUE(thumb);
+  const auto* image = typed(thumb);
+  ASSERT_TRUE(image);
+  voGR::test::writeFrame(*image, "kltsurface_thumb_rows");
+  // The camera's viewport positions count y upward, as the rows of the image do.
+  const ruGeom::Camera camera = surface->thumbCameraNode()->getCamera();
+  const ruLinear::Point2 up = pixelOf(camera, ruLinear::Point(0, 0, 5));
+  const ruLinear::Point2 down = pixelOf(camera, ruLinear::Point(0, 0, 0.8));
+  ASSERT_GT(up.y, down.y + 10);
+  EXPECT_TRUE(rgbNear(image->pixel(static_cast<int>(up.x), static_cast<int>(up.y)), bytes(high.color), 12));
+  EXPECT_TRUE(rgbNear(image->pixel(static_cast<int>(down.x), static_cast<int>(down.y)), bytes(low.color), 12));
+  // So the upper mesh fills rows of greater index.
+  auto rowsOf = [&](const ruUtil::Color& color, int y0, int y1) {
+    int count = 0;
+    for (int y = y0; y < y1; ++y)
+      for (int x = 0; x < image->xSize(); ++x) count += rgbNear(image->pixel(x, y), bytes(color), 12);
+    return count;
+  };
+  const int middle = static_cast<int>((up.y + down.y) / 2);
+  EXPECT_GT(rowsOf(high.color, middle, 128), 50);
+  EXPECT_EQ(rowsOf(high.color, 0, middle - 2), 0);
+  EXPECT_GT(rowsOf(low.color, 0, middle), 50);
+}
+
+TEST_F(KLTSurfaceDrawGLTest, ANewSurfaceHoldsNoNodesNoPlanesAndNoThumbObjectUntilInitialize) {
+  ASSERT_TRUE(system);
+  ru::Reference<voGR::DataNodeStateInfo> otherInfo = system->createRenderTarget("Other", key);
+  testing::internal::CaptureStdout();
+  {
+    ru::Reference<voDMG::KLTSurfaceDraw> fresh = new voDMG::KLTSurfaceDraw(*system, otherInfo);
+    EXPECT_EQ(fresh->renCameraNode(), nullptr);
+    for (voGR::WorldNode* world : {fresh->sceneWorldNode(), fresh->sceneTriWorldNode(), fresh->sceneLinesWorldNode(),
+                                   fresh->selectedWorldNode(), fresh->xRayWorldNode(), fresh->ssPositionedWorldNode(),
+                                   fresh->screenSpaceWorldNode(), fresh->hoverWorldNode(), fresh->hoverSelWorldNode()})
+      EXPECT_EQ(world, nullptr);
+    EXPECT_EQ(fresh->thumbCameraNode(), nullptr);
+    EXPECT_EQ(fresh->thumbRenderNode(), nullptr);
+    EXPECT_EQ(fresh->thumbTargetNode(), nullptr);
+    EXPECT_EQ(fresh->thumbObject(), nullptr);
+    EXPECT_TRUE(fresh->planes().empty());
+    EXPECT_FALSE(fresh->capEditor().hasCapGeometry());
+  }
+  EXPECT_EQ(testing::internal::GetCapturedStdout(), "~KLTSurfaceDraw called\n");
+  // The getter of the surface just gone is left in the hit tester: give it the fixture's back.
+  voDMG::KLTSurfaceDraw* kept = surface.get();
+  hitTester.setCameraGetter([kept] { return kept->getRenderCamera(); });
+}

@@ -9,6 +9,7 @@
 #include <cmath>
 #include <cstdint>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -409,6 +410,57 @@ TEST_F(KLTMeshThinStateGLTest, OnALargeMeshNewValuesAndAnnouncedChangesAreNotice
   redraw();
   EXPECT_TRUE(drawnThin(object));
   EXPECT_FALSE(voDMA::isPartThick(meshOf(object)));
+}
+
+TEST_F(KLTMeshDrawGLTest, ItemsAreNamedKLTMeshAndPlacedByTheObjectsTransform) {
+  voDMD::Object* object = addPrintMesh(cuboid(kUnitCube), translation(2, 3, 4));
+  redraw();
+  ASSERT_EQ(itemsOf(object).size(), 1u);
+  voGR::DrawItem* item = itemsOf(object)[0];
+  EXPECT_EQ(item->getDebugString(), "KLTMesh");
+  EXPECT_EQ(item->getTransform().getTranslation(), ruLinear::Vector(2, 3, 4));
+  EXPECT_EQ(item->getObjectDrawOwner(), drawOf(object));
+}
+
+TEST_F(KLTMeshDrawGLTest, PrintHandlersRunAtPriorityTenOneBetweenTheirNeighbours) {
+  EXPECT_EQ(broadcaster.numHandlers(typeid(voSupport::InitializeReflectionMsg)), 2u);
+  KLTMeshDrawPolicy* old = policy();
+  std::vector<std::pair<int, voGR::DrawPolicy*>> seen;
+  auto look = [&](int who) { seen.emplace_back(who, documentDraw->getDrawPolicy(typeid(KLTMeshDraw)).get()); };
+  broadcaster.addHandler<voDMG::RegisterObjectDrawMsg>(voSupport::Priority(10, 2), [&](voDMG::RegisterObjectDrawMsg&) { look(2); });
+  broadcaster.addHandler<voDMG::RegisterObjectDrawMsg>(voSupport::Priority(10, 1), [&](voDMG::RegisterObjectDrawMsg&) { look(1); });
+  broadcaster.addHandler<voDMG::RegisterObjectDrawMsg>(voSupport::Priority(10, 0), [&](voDMG::RegisterObjectDrawMsg&) { look(0); });
+  voDMG::RegisterObjectDrawMsg message(*documentDraw);
+  broadcaster.broadcast(message);
+  ASSERT_EQ(seen.size(), 3u);
+  EXPECT_EQ(seen[0].first, 0);
+  EXPECT_EQ(seen[0].second, old);
+  // Equal priorities run in registration order: the print handler came first.
+  EXPECT_EQ(seen[1].first, 1);
+  EXPECT_NE(seen[1].second, old);
+  EXPECT_EQ(seen[2].first, 2);
+  EXPECT_EQ(seen[2].second, seen[1].second);
+
+  seen.clear();
+  broadcaster.addHandler<voDMD::NewDocumentMsg>(voSupport::Priority(10, 0), [&](voDMD::NewDocumentMsg&) { look(0); });
+  broadcaster.addHandler<voDMD::NewDocumentMsg>(voSupport::Priority(10, 1), [&](voDMD::NewDocumentMsg&) { look(1); });
+  KLTMeshDrawPolicy* current = policy();
+  voDMD::NewDocumentMsg fresh(&doc.document);
+  broadcaster.broadcast(fresh);
+  ASSERT_EQ(seen.size(), 2u);
+  EXPECT_EQ(seen[0].second, current);
+  EXPECT_NE(seen[1].second, current);
+  EXPECT_EQ(seen[1].second, policy());
+}
+
+TEST_F(KLTMeshDrawGLTest, AfterABroadcasterResetInitializeSubscribesEverythingAgainOnce) {
+  broadcaster.reset();
+  EXPECT_EQ(broadcaster.numHandlers(), 0u);
+  voDMG::initialize();
+  voDMG::initialize();
+  EXPECT_EQ(broadcaster.numHandlers(typeid(voSupport::InitializeReflectionMsg)), 2u);
+  EXPECT_EQ(broadcaster.numHandlers(typeid(voDMG::RegisterObjectDrawMsg)), 1u);
+  EXPECT_EQ(broadcaster.numHandlers(typeid(voDMD::NewDocumentMsg)), 1u);
 }
 
 }  // namespace

@@ -205,4 +205,181 @@ TEST_F(KLTMeshDrawPolicyGLTest, HoveredNotSelectedIsInactiveHoveredSelectedAndSe
   EXPECT_NE(tags.findTag("KLTHoverTag"), nullptr);
 }
 
+TEST_F(KLTMeshDrawPolicyGLTest, ColourTablesHoldTheirFourRowsByInteraction) {
+  const ruUtil::Color plain{0.52f, 0.53f, 0.54f, 1.0f};
+  const ruUtil::Color blue{0.05f, 0.48f, 0.73f, 1.0f};
+  const ruUtil::Color warning{0.84f, 0.25f, 0.043f, 1.0f};
+  const ruUtil::Color outside{0.88f, 0.72f, 0.2f, 1.0f};
+  EXPECT_TRUE(same(KLTMeshDrawPolicy::baseColors[0], plain));
+  for (int row = 1; row < 4; ++row) EXPECT_TRUE(same(KLTMeshDrawPolicy::baseColors[row], blue)) << row;
+  for (int row = 0; row < 4; ++row) {
+    EXPECT_TRUE(same(KLTMeshDrawPolicy::needsRepairColors[row], warning)) << row;
+    EXPECT_TRUE(same(KLTMeshDrawPolicy::repairedColors[row], warning)) << row;
+    EXPECT_TRUE(same(KLTMeshDrawPolicy::thinColors[row], warning)) << row;
+    EXPECT_TRUE(same(KLTMeshDrawPolicy::outOfBoundsColors[row], outside)) << row;
+  }
+}
+
+// The tables are writable: a test gives each a colour of its own to tell them apart, and puts the
+// old ones back.
+class DistinctTables {
+public:
+  DistinctTables() {
+    save(KLTMeshDrawPolicy::needsRepairColors, 0);
+    save(KLTMeshDrawPolicy::repairedColors, 1);
+    save(KLTMeshDrawPolicy::outOfBoundsColors, 2);
+  }
+  ~DistinctTables() {
+    for (int row = 0; row < 4; ++row) {
+      KLTMeshDrawPolicy::needsRepairColors[row] = saved[0][row];
+      KLTMeshDrawPolicy::repairedColors[row] = saved[1][row];
+      KLTMeshDrawPolicy::outOfBoundsColors[row] = saved[2][row];
+    }
+  }
+  DistinctTables(const DistinctTables&) = delete;
+  DistinctTables& operator=(const DistinctTables&) = delete;
+
+private:
+  void save(ruUtil::Color* table, int index) {
+    for (int row = 0; row < 4; ++row) {
+      saved[index][row] = table[row];
+      table[row] = ruUtil::Color(0.1f * static_cast<float>(index + 1), 0.05f * static_cast<float>(row + 1), 0.3f, 1.0f);
+    }
+  }
+  ruUtil::Color saved[3][4];
+};
+
+TEST_F(KLTMeshDrawPolicyGLTest, RepairStateWinsOverOutOfBoundsAndARepairedMeshTakesTheRepairedTable) {
+  DistinctTables tables;
+  ru::Reference<ruGeom::CompactMesh> open = cuboid(ruLinear::Range3d(ruLinear::Point(-1, -1, 0), ruLinear::Point(1, 1, 1)));
+  open->setNumTriangles(open->getNumTriangles() - 2);  // one side left open
+  voDMD::Object* object = addPrintMesh(open, translation(10, 0, 0));
+  ASSERT_TRUE(meshOf(object)->needsRepair());
+  ASSERT_FALSE(meshOf(object)->isRepaired());
+  ASSERT_TRUE(meshOf(object)->isOutOfBounds());
+  hover(object);
+  redraw();
+  EXPECT_TRUE(same(colorOf(only(object)), KLTMeshDrawPolicy::needsRepairColors[1]));
+
+  doc.manager.begin("repair");
+  ASSERT_TRUE(meshOf(object)->repair());
+  doc.manager.commit();
+  ASSERT_TRUE(meshOf(object)->needsRepair());
+  ASSERT_TRUE(meshOf(object)->isRepaired());
+  ASSERT_TRUE(meshOf(object)->isOutOfBounds());
+  redraw();
+  EXPECT_TRUE(same(colorOf(only(object)), KLTMeshDrawPolicy::repairedColors[1]));
+  EXPECT_NE(dynamic_cast<const voGR::KLTFacetedShader*>(only(object)->getShader().get()), nullptr);
+}
+
+TEST_F(KLTMeshDrawPolicyGLTest, ASelectedMeshThatIsHiddenIsNotDrawn) {
+  voDMD::Object* object = slabZ(0, 1);
+  doc.manager.begin("hide");
+  meshOf(object)->setVisible(false);
+  doc.manager.commit();
+  select(object);
+  EXPECT_FALSE(policy()->shouldDraw(meshOf(object)));
+  setPlanes({plane(ruLinear::Point(0, 0, 2), ruLinear::Vector(0, 0, -1))});
+  EXPECT_FALSE(policy()->shouldDraw(meshOf(object)));
+  redraw();
+  EXPECT_TRUE(itemsOf(object).empty());
+}
+
+TEST_F(KLTMeshDrawPolicyGLTest, PlanesAlongXAndYDecideOnTheirOwnAxis) {
+  voDMD::Object* left = addPrintMesh(cuboid(ruLinear::Range3d(ruLinear::Point(-5, -1, 0), ruLinear::Point(-4, 1, 1))));
+  voDMD::Object* front = addPrintMesh(cuboid(ruLinear::Range3d(ruLinear::Point(-1, -5, 0), ruLinear::Point(1, -4, 1))));
+  // Normal +X: s = -1, what lies wholly at smaller X than the point is cut away.
+  setPlanes({plane(ruLinear::Point(-2, 0, 0), ruLinear::Vector(1, 0, 0))});
+  EXPECT_FALSE(policy()->shouldDraw(meshOf(left)));
+  EXPECT_TRUE(policy()->shouldDraw(meshOf(front)));
+  // Normal -X: s = +1, what lies wholly at greater X is cut away.
+  setPlanes({plane(ruLinear::Point(-2, 0, 0), ruLinear::Vector(-1, 0, 0))});
+  EXPECT_TRUE(policy()->shouldDraw(meshOf(left)));
+  EXPECT_FALSE(policy()->shouldDraw(meshOf(front)));
+  // Normal +Y.
+  setPlanes({plane(ruLinear::Point(0, -2, 0), ruLinear::Vector(0, 1, 0))});
+  EXPECT_TRUE(policy()->shouldDraw(meshOf(left)));
+  EXPECT_FALSE(policy()->shouldDraw(meshOf(front)));
+}
+
+TEST_F(KLTMeshDrawPolicyGLTest, HoverTagsComeOffAfterEachPartWhileActiveStaysAsTheLastPartSetIt) {
+  voDMD::Object* object = slabZ(0, 1);
+  const voDMD::KLTMesh* mesh = meshOf(object);
+  ru::Reference<ruGeom::CompactMesh> part = const_cast<ruGeom::CompactMesh*>(mesh->getMesh().get());
+  int source = 0;
+  voGR::DrawContext context(scene.system.get(), 7);
+  {
+    voGR::Draw draw(context, &source, false);
+    policy()->drawMeshPart(draw, mesh, part, true, false, true, 0.5);
+    policy()->drawMeshPart(draw, mesh, part, false, false, true, 0.5);
+    policy()->drawMeshPart(draw, mesh, part, true, true, true, 0.5);
+    policy()->drawMeshPart(draw, mesh, part, false, false, true, 0.5);
+    const auto& items = draw.getDrawData()->getItems();
+    ASSERT_EQ(items.size(), 4u);
+    EXPECT_TRUE(items[0]->contains("KLTHoverTag"));
+    EXPECT_FALSE(items[0]->isActive());
+    EXPECT_TRUE(items[1]->getTags().empty());
+    EXPECT_TRUE(items[2]->contains("KLTHoverSelectedTag"));
+    EXPECT_FALSE(items[2]->contains("KLTHoverTag"));
+    EXPECT_TRUE(items[2]->isActive());
+    EXPECT_TRUE(items[3]->getTags().empty());
+    // Not reset between parts: every part of one object sets the same value in practice.
+    EXPECT_TRUE(items[3]->isActive());
+    for (const auto& item : items) {
+      EXPECT_EQ(item->getType(), 0);
+      EXPECT_EQ(item->getDepthInteraction(), 0);
+      EXPECT_TRUE(item->isDrawable());
+      EXPECT_TRUE(item->isPickable());
+      EXPECT_EQ(item->getMesh(), part.get());
+    }
+  }
+}
+
+TEST_F(KLTMeshDrawPolicyGLTest, EveryEmissionGetsANewShader) {
+  voDMD::Object* object = slabZ(0, 1);
+  redraw();
+  const voGR::Shader* first = only(object)->getShader().get();
+  ASSERT_NE(first, nullptr);
+  ru::Reference<voGR::Shader> keep = only(object)->getShader();
+  redraw();
+  EXPECT_NE(only(object)->getShader().get(), first);
+}
+
+TEST_F(KLTMeshDrawPolicyGLTest, AFirstPlaneThatClipsOnlySelectedMeshesStillDecidesForEveryMesh) {
+  voDMD::Object* below = slabZ(0, 1);
+  setPlanes({plane(ruLinear::Point(0, 0, 2), ruLinear::Vector(0, 0, 1), true)});
+  EXPECT_FALSE(policy()->shouldDraw(meshOf(below)));
+  voDMD::Object* above = slabZ(3, 4);
+  redraw();
+  // Drawn, but the selection plane does not clip an unselected mesh.
+  voGR::DrawItem* item = only(above);
+  ASSERT_NE(item, nullptr);
+  EXPECT_EQ(item->getShader()->clippingPlanes().size(), 0);
+}
+
+TEST_F(KLTMeshDrawPolicyGLTest, ReportModeKeepsTheRepairColourButDropsOutOfBoundsAndClipping) {
+  DistinctTables tables;
+  ru::Reference<ruGeom::CompactMesh> open = cuboid(ruLinear::Range3d(ruLinear::Point(-1, -1, 0), ruLinear::Point(1, 1, 1)));
+  open->setNumTriangles(open->getNumTriangles() - 2);
+  voDMD::Object* broken = addPrintMesh(open);
+  voDMD::Object* outside = addPrintMesh(cuboid(ruLinear::Range3d(ruLinear::Point(-1, -1, 0), ruLinear::Point(1, 1, 1))),
+                                        translation(10, 0, 0));
+  ASSERT_TRUE(meshOf(broken)->needsRepair());
+  ASSERT_TRUE(meshOf(outside)->isOutOfBounds());
+  setPlanes({plane(ruLinear::Point(0, 0, 0.5), ruLinear::Vector(0, 0, -1))});
+  policy()->setChangeDrawStatesForReport(true);
+  redraw();
+  voGR::DrawItem* repairItem = only(broken);
+  voGR::DrawItem* outsideItem = only(outside);
+  ASSERT_TRUE(repairItem && outsideItem);
+  EXPECT_TRUE(same(colorOf(repairItem), KLTMeshDrawPolicy::needsRepairColors[0]));
+  EXPECT_TRUE(same(colorOf(outsideItem), KLTMeshDrawPolicy::baseColors[0]));
+  EXPECT_EQ(repairItem->getShader()->clippingPlanes().size(), 0);
+  EXPECT_EQ(outsideItem->getShader()->clippingPlanes().size(), 0);
+  // The flag's accessors change nothing else: the meshes were redrawn above by hand.
+  policy()->setChangeDrawStatesForReport(false);
+  EXPECT_FALSE(policy()->getChangeDrawStatesForReport());
+  EXPECT_FALSE(drawOf(broken)->isModified());
+}
+
 }  // namespace

@@ -249,4 +249,24 @@ TEST_F(KLTMeshSelectorTest, ListenersHearOfTheListEditsInTheSelectorsOneEmission
   EXPECT_EQ(seen->vertices(), (Indices{1, 2}));
 }
 
+TEST_F(KLTMeshSelectorTest, AddObjectLeavesThePartialItemAndAddSelectionLeavesTheWholeItem) {
+  voDMG::KLTMeshSelector selector;
+  selector.addSelection(first, indices({6}, {1}));
+  selector.addObject(first);
+  EXPECT_EQ(wholeItems(first), 1);
+  EXPECT_EQ(partialItems(first), 1);
+  EXPECT_EQ(live(first)->vertices(), (Indices{6}));
+  selector.addSelection(first, indices({8}, {}));
+  EXPECT_EQ(wholeItems(first), 1);
+  EXPECT_EQ(partialItems(first), 1);
+  EXPECT_EQ(live(first)->vertices(), (Indices{6, 8}));
+  EXPECT_EQ(live(first)->faces(), (Indices{1}));
+  EXPECT_EQ(set->items().size(), 2u);
+  // The argument's lists are read, never taken over.
+  ru::Reference<voDMD::KLTSelection> argument = indices({9}, {});
+  selector.addSelection(first, argument);
+  EXPECT_NE(live(first).get(), argument.get());
+  EXPECT_EQ(argument->vertices(), (Indices{9}));
+}
+
 }  // namespace

@@ -154,4 +154,43 @@ TEST_F(KLTPrinterDrawGLTest, PrinterWithInvertedVolumeDrawsNothingAndSaysSo) {
   EXPECT_TRUE(said);
 }
 
+TEST_F(KLTPrinterDrawGLTest, ItemsComeGridMinorThenMajorThenTwelveBarsThenTheBoxAllNamedAfterOnDraw) {
+  voDMD::Object* printer = addPrinter(box(-60, -60, 0, 60, 60, 100), box(-70, -70, 0, 70, 70, 110));
+  redraw();
+  const std::vector<voGR::DrawItem*> items = itemsOf(printer);
+  // 36 + 36 minor lines, 5 + 5 major lines, 12 bars and the total-volume box.
+  ASSERT_EQ(items.size(), 36u + 36u + 5u + 5u + 12u + 1u);
+  std::size_t at = 0;
+  auto lineColour = [](const voGR::DrawItem* item) {
+    auto* line = dynamic_cast<const voGR::LineShader*>(item->getShader().get());
+    return line ? line->color : ruUtil::Color(-1.0f, -1.0f, -1.0f, -1.0f);
+  };
+  for (std::size_t i = 0; i < 72; ++i, ++at) EXPECT_TRUE(same(lineColour(items[at]), kMinor)) << at;
+  for (std::size_t i = 0; i < 10; ++i, ++at) EXPECT_TRUE(same(lineColour(items[at]), kMajor)) << at;
+  for (std::size_t i = 0; i < 12; ++i, ++at) {
+    EXPECT_TRUE(items[at]->isTriangles()) << at;
+    EXPECT_NE(dynamic_cast<const voGR::KLTPrinterBedShader*>(items[at]->getShader().get()), nullptr) << at;
+  }
+  EXPECT_FALSE(items[at]->getShader());
+  for (voGR::DrawItem* item : items) {
+    EXPECT_EQ(item->getDebugString(), "KLTPrinterDraw::onDraw");
+    EXPECT_EQ(item->getSpace(), 0);
+    EXPECT_EQ(item->getDepthInteraction(), 0);
+    // Every grid line lies at the bottom of the useable volume.
+    if (!item->isTriangles() && item != items.back()) {
+      EXPECT_NEAR(item->getWorldBoundingBox().getMin().z, 0.0, 1e-9);
+      EXPECT_NEAR(item->getWorldBoundingBox().getMax().z, 0.0, 1e-9);
+    }
+  }
+}
+
+TEST_F(KLTPrinterDrawGLTest, NoBarIsColouredWhileNoMeshOverstepsTheVolume) {
+  voDMD::Object* printer = addPrinter(box(-10, -10, 0, 10, 10, 20), box(-12, -12, 0, 12, 12, 22));
+  addPrintMesh(cuboid(box(-1, -1, 1, 1, 1, 3)));
+  redraw();
+  Emitted items = emitted(printer);
+  ASSERT_EQ(items.bars.size(), 12u);
+  for (voGR::DrawItem* bar : items.bars) EXPECT_FALSE(overstepped(bar));
+}
+
 }  // namespace
