@@ -10,6 +10,8 @@ int main(int argc, char** argv) {
   int status = 0;
   printprep::addDemoCommand(app, status);
   printprep::addRenderCommands(app, status);
+  printprep::addReplayCommand(app, status);
+  printprep::addViewCommand(app, status);
   try {
     app.parse(argc, argv);
   } catch (const CLI::CallForHelp& help) {

@@ -83,14 +83,17 @@ public:
 
 View::View(Scene& scene) : scene_(scene) {}
 
-std::unique_ptr<View> View::create(Scene& scene, std::string& error) {
+std::unique_ptr<View> View::create(Scene& scene, std::string& error, bool inCurrentContext) {
   std::unique_ptr<View> view(new View(scene));
   ruString::CString message;
-  view->system_ = voGR::DrawSystem::createOffscreen(&message);
+  view->system_ = inCurrentContext ? voGR::DrawSystem::adoptCurrentContext(&message)
+                                   : voGR::DrawSystem::createOffscreen(&message);
   if (!view->system_) {
-    error = std::string("no off-screen OpenGL context: ") + message.c_str();
+    error = std::string(inCurrentContext ? "cannot use the window's OpenGL context: " : "no off-screen OpenGL context: ") +
+            message.c_str();
     return nullptr;
   }
+  view->inWindow_ = inCurrentContext;
   View& v = *view;
   v.loader_ = std::make_unique<voRES::Loader>();
   v.settings_ = std::make_unique<voSupport::PropertySet>();
@@ -122,7 +125,9 @@ std::unique_ptr<View> View::create(Scene& scene, std::string& error) {
   // The document draw first: the print surface finds it in the call info when it is made.
   v.documentDraw_ = new voDMG::DocumentDraw(&scene.document());
   info.set<voDMG::DocumentDraw>(v.documentDraw_);
-  ruRen::FBOKey key = v.system_->createFBOKey(ruRen::FBOInfo(256, 256, true, false, false));
+  // A window's view draws into the window (no key); renderFrame sizes its own images either way.
+  ruRen::FBOKey key = inCurrentContext ? ruRen::FBOKey()
+                                       : v.system_->createFBOKey(ruRen::FBOInfo(256, 256, true, false, false));
   v.surface_ = new voDMG::KLTSurfaceDraw(*v.system_, v.system_->createRenderTarget("Frame", key));
   v.surface_->initialize();
   info.set<voDMG::DocumentSurfaceDraw>(v.surface_.get());
@@ -287,6 +292,18 @@ ru::Reference<ruImage::Image> View::thumbnail(int part, int size) {
 
 bool View::thumbnailPng(int part, int size, const std::string& path, std::string& error) {
   return writePngInPlace(thumbnail(part, size), path, error);
+}
+
+void View::setCamera(const ruGeom::Camera& camera) {
+  scene_.document().camera()->set(camera);
+  surface_->updateCamera(camera);
+}
+
+bool View::drawToWindow() {
+  if (!inWindow_) return false;
+  documentDraw_->draw();
+  snapManager_->draw();
+  return system_->draw(surface_->renderTargetNode());
 }
 
 int pixelsUnlikeBackground(const ruImage::Image& image) {

@@ -20,6 +20,9 @@
 #include <string>
 #include <vector>
 
+namespace ruGeom {
+class Camera;
+}
 namespace ruImage {
 class Image;
 }
@@ -57,7 +60,10 @@ public:
   // call info receives the draw system, the camera, the loader, the settings, the selection and
   // candidate sets, the hit tester, the snap manager, the document draw and the surface. `scene`
   // must outlive the view. Null with the reason in `error` when no context can be made.
-  static std::unique_ptr<View> create(Scene& scene, std::string& error);
+  // With `inCurrentContext` the draw system adopts the OpenGL context current on this thread (a
+  // window's, which must stay current and outlive the view) and drawToWindow draws the frame into
+  // that window; render, renderPng and the thumbnails still draw off-screen images.
+  static std::unique_ptr<View> create(Scene& scene, std::string& error, bool inCurrentContext = false);
   View(const View&) = delete;
   View& operator=(const View&) = delete;
   ~View();
@@ -101,6 +107,13 @@ public:
   voDMG::SnapManager& snapManager() const noexcept { return *snapManager_; }
   Scene& scene() const noexcept { return scene_; }
 
+  // For interactive hosts (the viewer, the replay of sessions).
+  // Replaces the document's camera and the surface's view camera.
+  void setCamera(const ruGeom::Camera& camera);
+  // Draws what changed and the frame into the window's framebuffer, at the camera's viewport.
+  // False when the view was not made in a window's context, or the draw fails.
+  bool drawToWindow();
+
 private:
   explicit View(Scene& scene);
 
@@ -120,6 +133,7 @@ private:
   std::unique_ptr<voGR::DrawContext> markContext_;
   ru::Reference<voDMG::SnapResult> mark_;
   bool cut_ = false;
+  bool inWindow_ = false;
   ruRTB::SignalClient client_;
 };
 
