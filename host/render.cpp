@@ -11,8 +11,11 @@
 
 #include <CLI/CLI.hpp>
 
+#include <cerrno>
 #include <chrono>
 #include <cstdio>
+#include <cstdlib>
+#include <filesystem>
 #include <memory>
 #include <string>
 #include <vector>
@@ -51,6 +54,36 @@ CLI::Validator sizeValidator(int count, const char* shape) {
       shape);
 }
 
+// A whole number from `low` to `high`, its message naming what was given: CLI11's own range check
+// reads "abc" as a number out of range and prints its bound with all its digits. A negative `high`
+// leaves the number unbounded above.
+CLI::Validator wholeNumberValidator(int low, int high, const char* what) {
+  return CLI::Validator(
+      [low, high, what](std::string& text) -> std::string {
+        char* stop = nullptr;
+        errno = 0;
+        const long value = std::strtol(text.c_str(), &stop, 10);
+        if (text.empty() || errno != 0 || stop != text.c_str() + text.size() || value < low ||
+            (high >= 0 && value > high)) {
+          const std::string range = high >= 0 ? " from " + std::to_string(low) + " to " + std::to_string(high)
+                                              : " of " + std::to_string(low) + " or more";
+          return std::string("expected ") + what + range + ", got \"" + text + "\"";
+        }
+        return std::string();
+      },
+      "INT", "whole number");
+}
+
+// The PNG's folder must exist before any work starts, so that a mistyped path fails at once and
+// with its one line.
+bool outputFolderExists(const char* command, const std::string& output) {
+  const std::filesystem::path folder = std::filesystem::path(output).parent_path();
+  std::error_code code;
+  if (folder.empty() || std::filesystem::is_directory(folder, code)) return true;
+  std::fprintf(stderr, "printprep %s: %s: the folder %s does not exist\n", command, output.c_str(), folder.string().c_str());
+  return false;
+}
+
 ruLinear::Vector printerVolume(const std::string& text) {
   std::vector<double> values;
   parseSize(text, 3, values);
@@ -74,6 +107,7 @@ int runRender(const Options& options) {
   const int width = static_cast<int>(size[0]), height = static_cast<int>(size[1]);
   ViewDirection direction = ViewDirection::Iso;
   parseViewDirection(options.view, direction);
+  if (!outputFolderExists("render", options.output)) return 1;
 
   Scene scene(printerVolume(options.printer));
   if (!loadScene("render", scene, options.models)) return 1;
@@ -128,6 +162,7 @@ int runRender(const Options& options) {
 
 int runThumbnail(const Options& options) {
   const auto start = std::chrono::steady_clock::now();
+  if (!outputFolderExists("thumbnail", options.output)) return 1;
   Scene scene(printerVolume(options.printer));
   if (!loadScene("thumbnail", scene, options.models)) return 1;
   if (options.part >= static_cast<int>(scene.parts().size())) {
@@ -201,9 +236,9 @@ void addRenderCommands(CLI::App& app, int& status) {
   thumbnail->add_option("-o,--output", options->output, "PNG file to write")->required();
   thumbnail->add_option("--size", options->thumbnailSize, "Edge of the image in pixels")
       ->capture_default_str()
-      ->check(CLI::Range(16, 4096));
+      ->check(wholeNumberValidator(16, 4096, "a whole number of pixels"));
   thumbnail->add_option("--part", options->part, "Index of the part to show alone, from 0 (default: the whole bed)")
-      ->check(CLI::NonNegativeNumber);
+      ->check(wholeNumberValidator(0, -1, "a part index"));
   thumbnail->callback([options, &status] { status = runThumbnail(*options); });
 
   CLI::App* check = app.add_subcommand(

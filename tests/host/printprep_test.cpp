@@ -504,4 +504,48 @@ TEST(PrintprepBadInputTest, UnwritableOutputNamesItAndLeavesNothing) {
   EXPECT_NE(result.err.find("/proc/printprep.png"), std::string::npos) << result.err;
 }
 
+TEST(PrintprepBadInputTest, OutputInAMissingFolderFailsBeforeAnyWork) {
+  const fs::path model = cubeFiles(20)[1];
+  const fs::path missing = folder() / "no_such_folder";
+  fs::remove_all(missing);
+  for (const char* command : {"render", "thumbnail"}) {
+    SCOPED_TRACE(command);
+    const fs::path png = missing / "x.png";
+    const Outcome result = run(std::string(command) + " " + model.string() + " -o " + png.string(), command);
+    EXPECT_EQ(result.status, 1);
+    EXPECT_TRUE(oneLine(result.err)) << result.err;
+    EXPECT_NE(result.err.find(png.string()), std::string::npos) << result.err;
+    EXPECT_NE(result.err.find("does not exist"), std::string::npos) << result.err;
+    // Nothing loaded or reported before the error.
+    EXPECT_EQ(result.out.find("Loaded"), std::string::npos) << result.out;
+    EXPECT_FALSE(fs::exists(missing));
+  }
+}
+
+TEST(PrintprepBadInputTest, ThumbnailSizeAndPartNameWhatIsWrong) {
+  const fs::path model = cubeFiles(20)[0], png = folder() / "thumb.png";
+  fs::remove(png);
+  const std::vector<std::pair<std::string, std::string>> cases = {
+      {"--size abc", "expected a whole number of pixels from 16 to 4096, got \"abc\""},
+      {"--size 0", "expected a whole number of pixels from 16 to 4096, got \"0\""},
+      {"--size 10x", "got \"10x\""},
+      {"--part -1", "expected a part index of 0 or more, got \"-1\""},
+      {"--part one", "got \"one\""}};
+  for (const auto& [arguments, message] : cases) {
+    SCOPED_TRACE(arguments);
+    const Outcome result = run("thumbnail " + model.string() + " -o " + png.string() + " " + arguments, "thumbargs");
+    EXPECT_EQ(result.status, 2);
+    EXPECT_TRUE(oneLine(result.err)) << result.err;
+    EXPECT_NE(result.err.find(arguments.substr(0, arguments.find(' '))), std::string::npos) << result.err;
+    EXPECT_NE(result.err.find(message), std::string::npos) << result.err;
+    EXPECT_FALSE(fs::exists(png));
+  }
+  // An index past the parts is caught once the models are loaded, with the parts' range.
+  const Outcome past = run("thumbnail " + model.string() + " -o " + png.string() + " --part 1", "thumbpast");
+  EXPECT_EQ(past.status, 2);
+  EXPECT_TRUE(oneLine(past.err)) << past.err;
+  EXPECT_NE(past.err.find("--part 1: no such part (parts are numbered 0 to 0)"), std::string::npos) << past.err;
+  EXPECT_FALSE(fs::exists(png));
+}
+
 }  // namespace
