@@ -393,6 +393,33 @@ TEST(PrintprepDemoGLTest, HoverAndSelectionFrameShowsBothGlows) {
   EXPECT_GT(countNear(*glows, hoverGlow, 30), 100);
 }
 
+// The frames look at the parts, not at the whole bed: the open box and the thin plate (the two
+// parts in the red of their states) cover a good share of the bed frame, and of the cut-away's.
+TEST(PrintprepDemoGLTest, FramesShowThePartsLarge) {
+  const fs::path frames = folder() / "demo_large";
+  fs::remove_all(frames);
+  ASSERT_EQ(run("demo --output " + (folder() / "demo_models").string() + " --frames " + frames.string() + " --frame-size 256",
+                "demo_large")
+                .status,
+            0);
+  auto redShare = [](const ruImage::TypedImage<ruImage::Byte4>& image) {
+    int red = 0;
+    for (int y = 0; y < image.ySize(); ++y)
+      for (int x = 0; x < image.xSize(); ++x) {
+        const ruImage::Byte4 p = image.pixel(x, y);
+        red += p.r > p.g + 40 && p.r > p.b + 80 ? 1 : 0;
+      }
+    return static_cast<double>(red) / (image.xSize() * image.ySize());
+  };
+  for (const char* name : {"1_bed.png", "4_hover_select.png", "6_cut_away.png"}) {
+    SCOPED_TRACE(name);
+    ru::Reference<ruImage::TypedImage<ruImage::Byte4>> image = readBack(frames / name);
+    ASSERT_TRUE(image);
+    // Seen with the whole 100 mm bed in the frame the two cover about 3 %.
+    EXPECT_GT(redShare(*image), 0.08);
+  }
+}
+
 TEST(PrintprepCheckTest, JsonReportsBoundsRepairAndThinWalls) {
   // A cube too tall for the printer, an open box, and a plate 0.5 mm thick.
   const fs::path tall = cubeFiles(50)[1];
