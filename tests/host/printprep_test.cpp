@@ -466,6 +466,48 @@ TEST(PrintprepCheckTest, JsonReportsBoundsRepairAndThinWalls) {
   EXPECT_NE(table.out.find("50.00 mm ok"), std::string::npos);
 }
 
+// A 3MF and a PLY side by side: each row of the table tells its own part's state, and the JSON
+// the same, in the order of the command line.
+TEST(PrintprepCheckTest, ThreeMfAndPlyRowsEachTellTheirPart) {
+  const std::vector<fs::path> cubes = cubeFiles(50);
+  meshfiles::Indexed plate = meshfiles::cubeIndexed();
+  for (auto& p : plate.vertices) p = ruLinear::Point(p.x * 30, p.y * 20, p.z * 0.4);
+  write(folder() / "thin.ply", meshfiles::ply(plate));
+  const std::string models = cubes[3].string() + " " + (folder() / "thin.ply").string();
+  const Outcome table = run("check " + models + " --printer 120x120x45", "check_3mf");
+  ASSERT_EQ(table.status, 0) << table.err;
+  auto row = [&](const std::string& file) {
+    std::istringstream lines(table.out);
+    for (std::string line; std::getline(lines, line);)
+      if (line.find(" " + file + " ") != std::string::npos) return line;
+    return std::string();
+  };
+  const std::string cubeRow = row("cube50.3mf"), plateRow = row("thin.ply");
+  ASSERT_FALSE(cubeRow.empty()) << table.out;
+  ASSERT_FALSE(plateRow.empty()) << table.out;
+  EXPECT_EQ(cubeRow.rfind("0 ", 0), 0u) << cubeRow;
+  EXPECT_NE(cubeRow.find("50 x 50 x 50"), std::string::npos) << cubeRow;
+  EXPECT_NE(cubeRow.find("OUT: top"), std::string::npos) << cubeRow;
+  EXPECT_NE(cubeRow.find("healthy"), std::string::npos) << cubeRow;
+  EXPECT_NE(cubeRow.find("50.00 mm ok"), std::string::npos) << cubeRow;
+  EXPECT_EQ(plateRow.rfind("1 ", 0), 0u) << plateRow;
+  EXPECT_NE(plateRow.find("inside"), std::string::npos) << plateRow;
+  EXPECT_NE(plateRow.find("0.40 mm THIN"), std::string::npos) << plateRow;
+  EXPECT_EQ(plateRow.find("OUT"), std::string::npos) << plateRow;
+
+  const Outcome json = run("check " + models + " --printer 120x120x45 --json", "check_3mf_json");
+  ASSERT_EQ(json.status, 0) << json.err;
+  const nlohmann::json report = nlohmann::json::parse(json.out, nullptr, false);
+  ASSERT_FALSE(report.is_discarded()) << json.out;
+  ASSERT_EQ(report["parts"].size(), 2u);
+  EXPECT_EQ(report["parts"][0]["file"], cubes[3].string());
+  EXPECT_TRUE(report["parts"][0]["outOfBounds"]);
+  EXPECT_EQ(report["parts"][0]["sidesPassed"], nlohmann::json({"top"}));
+  EXPECT_FALSE(report["parts"][1]["outOfBounds"]);
+  EXPECT_TRUE(report["parts"][1]["thinWalls"]);
+  EXPECT_NEAR(report["parts"][1]["minimumThickness"].get<double>(), 0.4, 1e-3);
+}
+
 // One line on the error stream.
 bool oneLine(const std::string& text) {
   return !text.empty() && text.find('\n') == text.size() - 1;
