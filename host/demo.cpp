@@ -1,4 +1,5 @@
 #include "host/commands.h"
+#include "host/options.h"
 #include "host/scene.h"
 #include "host/view.h"
 
@@ -521,13 +522,13 @@ void addDemoCommand(CLI::App& app, int& status) {
   demo->add_option("--frames", options->frames, "Folder for the PNG frames (thumbnails are half the frame size)")->capture_default_str();
   demo->add_option("--frame-size", options->frameSize, "Edge of the frames in pixels")
       ->capture_default_str()
-      ->check(CLI::Range(64, 4096));
+      ->check(wholeNumberValidator(64, 4096, "a whole number of pixels"));
   demo->add_option("--printer-size", options->printerSize, "Edge of the printer's cubic volume in mm")
       ->capture_default_str()
-      ->check(CLI::Range(50.0, 1000.0));
+      ->check(numberValidator(50.0, 1000.0, "an edge in mm"));
   demo->add_option("--minimum-thickness", options->minimumThickness, "Thinnest wall the printer prints in mm")
       ->capture_default_str()
-      ->check(CLI::Range(0.05, 10.0));
+      ->check(numberValidator(0.05, 10.0, "a thickness in mm"));
   demo->callback([options, &status] { status = runDemo(*options); });
 }
 

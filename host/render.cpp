@@ -2,6 +2,7 @@
 // loaded onto a printer's bed, drawn off-screen to PNG or reported part by part.
 
 #include "host/commands.h"
+#include "host/options.h"
 #include "host/report.h"
 #include "host/scene.h"
 #include "host/view.h"
@@ -11,10 +12,8 @@
 
 #include <CLI/CLI.hpp>
 
-#include <cerrno>
 #include <chrono>
 #include <cstdio>
-#include <cstdlib>
 #include <filesystem>
 #include <memory>
 #include <string>
@@ -52,26 +51,6 @@ CLI::Validator sizeValidator(int count, const char* shape) {
         return std::string();
       },
       shape);
-}
-
-// A whole number from `low` to `high`, its message naming what was given: CLI11's own range check
-// reads "abc" as a number out of range and prints its bound with all its digits. A negative `high`
-// leaves the number unbounded above.
-CLI::Validator wholeNumberValidator(int low, int high, const char* what) {
-  return CLI::Validator(
-      [low, high, what](std::string& text) -> std::string {
-        char* stop = nullptr;
-        errno = 0;
-        const long value = std::strtol(text.c_str(), &stop, 10);
-        if (text.empty() || errno != 0 || stop != text.c_str() + text.size() || value < low ||
-            (high >= 0 && value > high)) {
-          const std::string range = high >= 0 ? " from " + std::to_string(low) + " to " + std::to_string(high)
-                                              : " of " + std::to_string(low) + " or more";
-          return std::string("expected ") + what + range + ", got \"" + text + "\"";
-        }
-        return std::string();
-      },
-      "INT", "whole number");
 }
 
 // The PNG's folder must exist before any work starts, so that a mistyped path fails at once and

@@ -617,4 +617,25 @@ TEST(PrintprepBadInputTest, ThumbnailSizeAndPartNameWhatIsWrong) {
   EXPECT_FALSE(fs::exists(png));
 }
 
+TEST(PrintprepBadInputTest, DemoNumbersSayWhatTheyExpectAndWriteNothing) {
+  const fs::path out = folder() / "demo_bad";
+  fs::remove_all(out);
+  const std::vector<std::pair<std::string, std::string>> cases = {
+      {"--frame-size abc", "--frame-size: expected a whole number of pixels from 64 to 4096, got \"abc\""},
+      {"--frame-size 10", "--frame-size: expected a whole number of pixels from 64 to 4096, got \"10\""},
+      {"--printer-size big", "--printer-size: expected an edge in mm from 50 to 1000, got \"big\""},
+      {"--minimum-thickness 20", "--minimum-thickness: expected a thickness in mm from 0.05 to 10, got \"20\""}};
+  for (const auto& [arguments, message] : cases) {
+    SCOPED_TRACE(arguments);
+    const Outcome result = run("demo --output " + (out / "models").string() + " --frames " + (out / "png").string() +
+                                   " " + arguments,
+                               "demo_bad");
+    EXPECT_EQ(result.status, 2);
+    EXPECT_TRUE(oneLine(result.err)) << result.err;
+    EXPECT_NE(result.err.find(message), std::string::npos) << result.err;
+    EXPECT_TRUE(result.out.empty()) << result.out;
+    EXPECT_FALSE(fs::exists(out));
+  }
+}
+
 }  // namespace
