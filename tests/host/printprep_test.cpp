@@ -573,7 +573,7 @@ TEST(PrintprepBadInputTest, UnwritableOutputNamesItAndLeavesNothing) {
   EXPECT_NE(result.err.find("/proc/printprep.png"), std::string::npos) << result.err;
 }
 
-TEST(PrintprepBadInputTest, OutputInAMissingFolderFailsBeforeAnyWork) {
+TEST(PrintprepBadInputTest, OutputInAMissingFolderOrOnAFolderFailsBeforeAnyWork) {
   const fs::path model = cubeFiles(20)[1];
   const fs::path missing = folder() / "no_such_folder";
   fs::remove_all(missing);
@@ -589,6 +589,16 @@ TEST(PrintprepBadInputTest, OutputInAMissingFolderFailsBeforeAnyWork) {
     EXPECT_EQ(result.out.find("Loaded"), std::string::npos) << result.out;
     EXPECT_FALSE(fs::exists(missing));
   }
+  // An -o naming a folder is refused the same way, the folder left as it was.
+  const fs::path taken = folder() / "a_folder";
+  fs::create_directories(taken);
+  const Outcome result = run("render " + model.string() + " -o " + taken.string(), "taken");
+  EXPECT_EQ(result.status, 1);
+  EXPECT_TRUE(oneLine(result.err)) << result.err;
+  EXPECT_NE(result.err.find(taken.string() + ": is a folder, not a PNG file"), std::string::npos) << result.err;
+  EXPECT_EQ(result.out.find("Loaded"), std::string::npos) << result.out;
+  EXPECT_TRUE(fs::is_directory(taken));
+  EXPECT_TRUE(fs::is_empty(taken));
 }
 
 TEST(PrintprepBadInputTest, ThumbnailSizeAndPartNameWhatIsWrong) {
