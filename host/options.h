@@ -10,6 +10,7 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <string>
 
 namespace printprep {
@@ -56,6 +57,16 @@ inline CLI::Validator numberValidator(double low, double high, const char* what)
         return std::string();
       },
       rangeText(low, high), "number");
+}
+
+// What keeps `path` from being written as a file, checked before any work starts so that a
+// mistyped path fails at once (not after a drawing or a whole session): empty when nothing does.
+inline std::string outputFileProblem(const std::string& path) {
+  const std::filesystem::path folder = std::filesystem::path(path).parent_path();
+  std::error_code code;
+  if (std::filesystem::is_directory(path, code)) return path + ": is a folder, not a file";
+  if (folder.empty() || std::filesystem::is_directory(folder, code)) return std::string();
+  return path + ": the folder " + folder.string() + " does not exist";
 }
 
 }  // namespace printprep

@@ -53,17 +53,10 @@ CLI::Validator sizeValidator(int count, const char* shape) {
       shape);
 }
 
-// The PNG's folder must exist, and the PNG not be a folder, before any work starts, so that a
-// mistyped path fails at once and with its one line.
 bool outputFolderExists(const char* command, const std::string& output) {
-  const std::filesystem::path folder = std::filesystem::path(output).parent_path();
-  std::error_code code;
-  if (std::filesystem::is_directory(output, code)) {
-    std::fprintf(stderr, "printprep %s: %s: is a folder, not a PNG file\n", command, output.c_str());
-    return false;
-  }
-  if (folder.empty() || std::filesystem::is_directory(folder, code)) return true;
-  std::fprintf(stderr, "printprep %s: %s: the folder %s does not exist\n", command, output.c_str(), folder.string().c_str());
+  const std::string problem = outputFileProblem(output);
+  if (problem.empty()) return true;
+  std::fprintf(stderr, "printprep %s: %s\n", command, problem.c_str());
   return false;
 }
 

@@ -64,8 +64,9 @@ Outcome run(const std::string& arguments, const std::string& name) {
   childSanitizerOptions();
   fs::create_directories(folder());
   const fs::path out = folder() / (name + ".out"), err = folder() / (name + ".err");
+  // No window ever opens from these tests: the viewer's own test runs it under Xvfb.
   const std::string command =
-      std::string(PRINTPREP) + " " + arguments + " > " + out.string() + " 2> " + err.string();
+      std::string("env -u DISPLAY -u WAYLAND_DISPLAY ") + PRINTPREP + " " + arguments + " > " + out.string() + " 2> " + err.string();
   const int raw = std::system(command.c_str());
   Outcome result;
   result.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
@@ -595,7 +596,7 @@ TEST(PrintprepBadInputTest, OutputInAMissingFolderOrOnAFolderFailsBeforeAnyWork)
   const Outcome result = run("render " + model.string() + " -o " + taken.string(), "taken");
   EXPECT_EQ(result.status, 1);
   EXPECT_TRUE(oneLine(result.err)) << result.err;
-  EXPECT_NE(result.err.find(taken.string() + ": is a folder, not a PNG file"), std::string::npos) << result.err;
+  EXPECT_NE(result.err.find(taken.string() + ": is a folder, not a file"), std::string::npos) << result.err;
   EXPECT_EQ(result.out.find("Loaded"), std::string::npos) << result.out;
   EXPECT_TRUE(fs::is_directory(taken));
   EXPECT_TRUE(fs::is_empty(taken));
@@ -645,6 +646,25 @@ TEST(PrintprepBadInputTest, DemoNumbersSayWhatTheyExpectAndWriteNothing) {
     EXPECT_NE(result.err.find(message), std::string::npos) << result.err;
     EXPECT_TRUE(result.out.empty()) << result.out;
     EXPECT_FALSE(fs::exists(out));
+  }
+}
+
+// The viewer refuses a --record or --screenshot it could not write before it opens its window (no
+// display is needed to see it), rather than losing the session at its end.
+TEST(PrintprepBadInputTest, ViewRefusesAnUnwritableRecordOrScreenshotBeforeItsWindow) {
+  const fs::path model = cubeFiles(20)[1];
+  const fs::path missing = folder() / "no_such_folder";
+  fs::remove_all(missing);
+  for (const std::string option : {"--record", "--screenshot"}) {
+    SCOPED_TRACE(option);
+    const fs::path file = missing / (option == "--record" ? "session.json" : "shot.png");
+    const Outcome result = run("view " + model.string() + " " + option + " " + file.string(), "view_output");
+    EXPECT_EQ(result.status, 1);
+    EXPECT_TRUE(oneLine(result.err)) << result.err;
+    EXPECT_NE(result.err.find("printprep view: " + file.string() + ": the folder " + missing.string() + " does not exist"),
+              std::string::npos)
+        << result.err;
+    EXPECT_FALSE(fs::exists(missing));
   }
 }
 
