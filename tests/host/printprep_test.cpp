@@ -509,6 +509,34 @@ TEST(PrintprepCheckTest, ThreeMfAndPlyRowsEachTellTheirPart) {
   EXPECT_NEAR(report["parts"][1]["minimumThickness"].get<double>(), 0.4, 1e-3);
 }
 
+// Every command answers --help with its usage and the options a user types, spelled as they are.
+TEST(PrintprepHelpTest, EveryCommandsHelpNamesItsOptions) {
+  const std::vector<std::pair<std::string, std::vector<std::string>>> commands = {
+      {"demo", {"printprep demo [OPTIONS]", "-o,--output", "--frames", "--frame-size", "--printer-size",
+                "--minimum-thickness"}},
+      {"render", {"printprep render [OPTIONS] MODEL...", "STL, OBJ, 3MF or PLY", "-o,--output", "--size TEXT:WxH",
+                  "--view TEXT:{iso,top,front,side}", "--select INT ...", "--cut FLOAT", "--printer TEXT:WxDxH",
+                  "--timings"}},
+      {"thumbnail", {"printprep thumbnail [OPTIONS] MODEL...", "-o,--output", "--size INT", "--part INT",
+                     "--printer TEXT:WxDxH"}},
+      {"check", {"printprep check [OPTIONS] MODEL...", "--printer TEXT:WxDxH", "--json"}},
+      {"replay", {"printprep replay [OPTIONS] SESSION [MODEL...]", "-o,--output", "unknown event type"}},
+      {"view", {"printprep view [OPTIONS] MODEL...", "--record", "--size TEXT:WxH", "--printer TEXT:WxDxH",
+                "--screenshot", "Escape cancels"}}};
+  for (const auto& [command, expected] : commands) {
+    SCOPED_TRACE(command);
+    const Outcome help = run(command + " --help", "help_" + command);
+    EXPECT_EQ(help.status, 0);
+    EXPECT_TRUE(help.err.empty()) << help.err;
+    for (const std::string& text : expected) EXPECT_NE(help.out.find(text), std::string::npos) << text << "\n" << help.out;
+  }
+  // The program's own help lists every command.
+  const Outcome top = run("--help", "help");
+  EXPECT_EQ(top.status, 0);
+  for (const char* command : {"demo", "render", "thumbnail", "check", "replay", "view"})
+    EXPECT_NE(top.out.find(std::string("\n  ") + command + " "), std::string::npos) << command << "\n" << top.out;
+}
+
 // One line on the error stream.
 bool oneLine(const std::string& text) {
   return !text.empty() && text.find('\n') == text.size() - 1;
