@@ -1,4 +1,5 @@
 #include "host/commands.h"
+#include "host/options.h"
 #include "host/scene.h"
 #include "host/view.h"
 
@@ -199,6 +200,14 @@ std::string pointText(const Point& p) {
   return text;
 }
 
+std::vector<Point> cornersOf(const Range3d& box) {
+  std::vector<Point> corners;
+  for (int i = 0; i < 8; ++i)
+    corners.emplace_back(i & 1 ? box.getMax().x : box.getMin().x, i & 2 ? box.getMax().y : box.getMin().y,
+                         i & 4 ? box.getMax().z : box.getMin().z);
+  return corners;
+}
+
 // Draws the bed as the steps change it and writes one PNG a step into the frames folder, each with
 // a line saying what it shows and how long the step took.
 int writeFrames(const DemoOptions& options, Scene& scene, std::vector<Part>& parts) {
@@ -222,17 +231,27 @@ int writeFrames(const DemoOptions& options, Scene& scene, std::vector<Part>& par
               millisecondsSince(start));
   const int n = options.frameSize;
   const int thumb = std::max(64, n / 2);
-  // The bed's footprint and the parts: the empty height above them would only push them aside.
+  // The parts with a little of the bed around them; the whole bed's footprint only where a part
+  // leaves the group. The empty height above would only push them aside.
   const Range3d& volume = scene.useableVolume();
   Range3d bedBox(volume.getMin(), Point(volume.getMax().x, volume.getMax().y, volume.getMin().z));
   bedBox.include(scene.partsBox());
+  // Each part's corners, a few millimetres of bed around it: the frame holds the parts and their
+  // glows without the empty bed that one box around them all would add.
+  std::vector<Point> partsBox;
+  for (int i = 0; i < static_cast<int>(scene.parts().size()); ++i) {
+    const Range3d part = scene.partsBox(i);
+    const Range3d around(Point(part.getMin().x - 5, part.getMin().y - 5, volume.getMin().z),
+                         Point(part.getMax().x + 5, part.getMax().y + 5, part.getMax().z));
+    for (const Point& corner : cornersOf(around)) partsBox.push_back(corner);
+  }
   int frames = 0;
   auto line = [&](const char* name, const std::string& shows) {
     ++frames;
     std::printf("  %-20s %-90s %7.1f ms\n", name, shows.c_str(), millisecondsSince(start));
   };
-  auto frame = [&](const char* name, const Range3d& box, const std::string& shows) {
-    view->look(box, ViewDirection::Iso, n, n);
+  auto frame = [&](const char* name, const std::vector<Point>& box, const std::string& shows) {
+    view->lookClosely(box, ViewDirection::Iso, n, n);
     if (!view->renderPng(n, n, (folder / name).string(), error)) {
       std::fprintf(stderr, "printprep demo: %s\n", error.c_str());
       return false;
@@ -245,7 +264,7 @@ int writeFrames(const DemoOptions& options, Scene& scene, std::vector<Part>& par
   Part& box = parts[2];
 
   start = std::chrono::steady_clock::now();
-  if (!frame("1_bed.png", bedBox,
+  if (!frame("1_bed.png", partsBox,
              "the bed with its parts: the bracket out of bounds in the out-of-bounds colour, its +X +Y bars red"))
     return 1;
 
@@ -261,9 +280,9 @@ int writeFrames(const DemoOptions& options, Scene& scene, std::vector<Part>& par
   const voDMD::KLTMesh* moved = bracket.object->findAttribute<voDMD::KLTMesh>();
   const std::string outside = moved->isOutOfBounds() ? "out of bounds, passing " + sides(moved->outOfBoundsFaces())
                                                       : "inside";
-  Range3d wholeVolume = volume;
-  wholeVolume.include(scene.partsBox());
-  if (!frame("2_moved_out.png", wholeVolume,
+  Range3d wholeBed = bedBox;
+  wholeBed.include(scene.partsBox());
+  if (!frame("2_moved_out.png", cornersOf(wholeBed),
              "the bracket moved half off the bed's -X edge: " + outside + ", only the -X bars red")) {
     return 1;
   }
@@ -278,25 +297,26 @@ int writeFrames(const DemoOptions& options, Scene& scene, std::vector<Part>& par
   char thin[128];
   std::snprintf(thin, sizeof thin, "the thin plate close up: its %.2f mm walls, under the %g mm limit, in the thin colour",
                 thinnest, options.minimumThickness);
-  if (!frame("3_thin_walls.png", plateBox, thin)) return 1;
+  if (!frame("3_thin_walls.png", cornersOf(plateBox), thin)) return 1;
 
   start = std::chrono::steady_clock::now();
   view->hover(0);
   view->select({1});
-  if (!frame("4_hover_select.png", bedBox, "the bracket hovered and the thin plate selected, each with its glow")) return 1;
+  if (!frame("4_hover_select.png", partsBox, "the bracket hovered and the thin plate selected, each with its glow")) return 1;
   view->hover(-1);
   view->select({});
 
   // A drag: the plate's lowest corner follows the cursor over the bed until the cursor comes within
-  // reach of the open box's near top corner, which catches it.
+  // reach of the open box's top corner nearest the bed's origin, which catches it: the plate comes
+  // to lie on the box.
   start = std::chrono::steady_clock::now();
-  view->look(bedBox, ViewDirection::Iso, n, n);
+  view->lookClosely(partsBox, ViewDirection::Iso, n, n);
   voTXN::Manager& txn = *scene.callInfo().find<voDMA::TxnManager>()->get();
   txn.begin("snap target");
   ru::Reference<voDMD::Object> target = snapTarget(scene.document(), box.object.get());
   txn.commit();
   const Range3d targetBox = worldBox(box.object.get());
-  const Point corner(targetBox.getMax().x, targetBox.getMin().y, targetBox.getMax().z);
+  const Point corner(targetBox.getMin().x, targetBox.getMin().y, targetBox.getMax().z);
   const ruGeom::Camera camera = scene.document().camera()->get();
   ruLinear::Point2 cornerPixel, middlePixel, startPixel;
   const Range3d plateStart = worldBox(plate.object.get());
@@ -341,7 +361,7 @@ int writeFrames(const DemoOptions& options, Scene& scene, std::vector<Part>& par
                                            pointText(result->getPosition()) + " at move " + std::to_string(caughtAt) +
                                            " of " + std::to_string(steps) + ", the point mark drawn there"
                                      : "the thin plate dragged toward the open box: NOT caught by a corner";
-  const bool written = frame("5_snap.png", bedBox, snapped);
+  const bool written = frame("5_snap.png", partsBox, snapped);
   view->showSnapResult(nullptr);
   if (result) result->setDraw(nullptr);
   result = nullptr;
@@ -357,7 +377,7 @@ int writeFrames(const DemoOptions& options, Scene& scene, std::vector<Part>& par
   char cut[128];
   std::snprintf(cut, sizeof cut, "the cut-away at z = %g mm: the bracket and the box cut open, closed by caps",
                 volume.getMin().z + cutHeight);
-  if (!frame("6_cut_away.png", bedBox, cut)) return 1;
+  if (!frame("6_cut_away.png", partsBox, cut)) return 1;
   view->clearCut();
 
   start = std::chrono::steady_clock::now();
@@ -383,11 +403,15 @@ int writeFrames(const DemoOptions& options, Scene& scene, std::vector<Part>& par
 
 int runDemo(const DemoOptions& options) {
   const double size = options.printerSize;
-  // The bracket sits in the printer's far corner and passes two sides of its volume.
+  // The bracket sits in the printer's far corner and passes two sides of its volume; the other two
+  // stand close by, the plate in front and the box behind as the frames look at them, so that the
+  // square frames show all three large.
   std::vector<Part> parts = {
       {"bracket.stl", "binary STL", Point(size - 10, size - 15, 0), "placed partly outside the printer", nullptr},
-      {"thin_plate.obj", "OBJ", Point(10, 10, 0), "a wall thinner than the printer prints", nullptr},
-      {"open_box.obj", "OBJ", Point(10, 55, 0), "open edges (no top)", nullptr},
+      {"thin_plate.obj", "OBJ", Point(std::max(5.0, size - 41), std::max(5.0, size - 60), 0),
+       "a wall thinner than the printer prints", nullptr},
+      {"open_box.obj", "OBJ", Point(std::max(5.0, size - 62), std::max(5.0, size - 32), 0), "open edges (no top)",
+       nullptr},
   };
 
   const fs::path folder = options.output.empty() ? fs::temp_directory_path() / "printprep-demo" : fs::path(options.output);
@@ -498,13 +522,13 @@ void addDemoCommand(CLI::App& app, int& status) {
   demo->add_option("--frames", options->frames, "Folder for the PNG frames (thumbnails are half the frame size)")->capture_default_str();
   demo->add_option("--frame-size", options->frameSize, "Edge of the frames in pixels")
       ->capture_default_str()
-      ->check(CLI::Range(64, 4096));
+      ->check(wholeNumberValidator(64, 4096, "a whole number of pixels"));
   demo->add_option("--printer-size", options->printerSize, "Edge of the printer's cubic volume in mm")
       ->capture_default_str()
-      ->check(CLI::Range(50.0, 1000.0));
+      ->check(numberValidator(50.0, 1000.0, "an edge in mm"));
   demo->add_option("--minimum-thickness", options->minimumThickness, "Thinnest wall the printer prints in mm")
       ->capture_default_str()
-      ->check(CLI::Range(0.05, 10.0));
+      ->check(numberValidator(0.05, 10.0, "a thickness in mm"));
   demo->callback([options, &status] { status = runDemo(*options); });
 }
 

@@ -2,6 +2,7 @@
 // loaded onto a printer's bed, drawn off-screen to PNG or reported part by part.
 
 #include "host/commands.h"
+#include "host/options.h"
 #include "host/report.h"
 #include "host/scene.h"
 #include "host/view.h"
@@ -13,6 +14,7 @@
 
 #include <chrono>
 #include <cstdio>
+#include <filesystem>
 #include <memory>
 #include <string>
 #include <vector>
@@ -51,6 +53,13 @@ CLI::Validator sizeValidator(int count, const char* shape) {
       shape);
 }
 
+bool outputFolderExists(const char* command, const std::string& output) {
+  const std::string problem = outputFileProblem(output);
+  if (problem.empty()) return true;
+  std::fprintf(stderr, "printprep %s: %s\n", command, problem.c_str());
+  return false;
+}
+
 ruLinear::Vector printerVolume(const std::string& text) {
   std::vector<double> values;
   parseSize(text, 3, values);
@@ -74,6 +83,7 @@ int runRender(const Options& options) {
   const int width = static_cast<int>(size[0]), height = static_cast<int>(size[1]);
   ViewDirection direction = ViewDirection::Iso;
   parseViewDirection(options.view, direction);
+  if (!outputFolderExists("render", options.output)) return 1;
 
   Scene scene(printerVolume(options.printer));
   if (!loadScene("render", scene, options.models)) return 1;
@@ -128,6 +138,7 @@ int runRender(const Options& options) {
 
 int runThumbnail(const Options& options) {
   const auto start = std::chrono::steady_clock::now();
+  if (!outputFolderExists("thumbnail", options.output)) return 1;
   Scene scene(printerVolume(options.printer));
   if (!loadScene("thumbnail", scene, options.models)) return 1;
   if (options.part >= static_cast<int>(scene.parts().size())) {
@@ -201,9 +212,9 @@ void addRenderCommands(CLI::App& app, int& status) {
   thumbnail->add_option("-o,--output", options->output, "PNG file to write")->required();
   thumbnail->add_option("--size", options->thumbnailSize, "Edge of the image in pixels")
       ->capture_default_str()
-      ->check(CLI::Range(16, 4096));
+      ->check(wholeNumberValidator(16, 4096, "a whole number of pixels"));
   thumbnail->add_option("--part", options->part, "Index of the part to show alone, from 0 (default: the whole bed)")
-      ->check(CLI::NonNegativeNumber);
+      ->check(wholeNumberValidator(0, -1, "a part index"));
   thumbnail->callback([options, &status] { status = runThumbnail(*options); });
 
   CLI::App* check = app.add_subcommand(

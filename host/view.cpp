@@ -190,9 +190,12 @@ void View::hover(int part) {
   candidates_->unlock();
 }
 
-void View::look(const Range3d& box, ViewDirection direction, int width, int height) {
-  Vector towardEye(1, -1, 0.8);
-  Vector up(0, 0, 1);
+namespace {
+
+// The direction from the box toward the eye, and the camera's up, of each view.
+void viewAxes(ViewDirection direction, Vector& towardEye, Vector& up) {
+  towardEye = Vector(1, -1, 0.8);
+  up = Vector(0, 0, 1);
   switch (direction) {
     case ViewDirection::Iso: break;
     case ViewDirection::Top: towardEye = Vector(0, 0, 1), up = Vector(0, 1, 0); break;
@@ -201,13 +204,29 @@ void View::look(const Range3d& box, ViewDirection direction, int width, int heig
   }
   towardEye *= 1.0 / std::sqrt(towardEye.getX() * towardEye.getX() + towardEye.getY() * towardEye.getY() +
                                towardEye.getZ() * towardEye.getZ());
+}
+
+double dotOf(const Vector& a, const Vector& b) { return a.getX() * b.getX() + a.getY() * b.getY() + a.getZ() * b.getZ(); }
+
+Vector crossOf(const Vector& a, const Vector& b) {
+  return Vector(a.getY() * b.getZ() - a.getZ() * b.getY(), a.getZ() * b.getX() - a.getX() * b.getZ(),
+                a.getX() * b.getY() - a.getY() * b.getX());
+}
+
+Vector unit(const Vector& v) { return v * (1.0 / std::max(std::sqrt(dotOf(v, v)), 1e-12)); }
+
+const double fieldOfView = 0.7853981633974483;
+
+}  // namespace
+
+void View::look(const Range3d& box, ViewDirection direction, int width, int height) {
+  Vector towardEye, up;
+  viewAxes(direction, towardEye, up);
   const Point centre = box.getMiddle();
   const Vector diagonal = box.getDiagonal();
-  const double radius = std::max(0.5 * std::sqrt(diagonal.getX() * diagonal.getX() + diagonal.getY() * diagonal.getY() +
-                                                 diagonal.getZ() * diagonal.getZ()),
-                                 1e-3);
+  const double radius = std::max(0.5 * std::sqrt(dotOf(diagonal, diagonal)), 1e-3);
   // The narrower of the two angles decides the distance at which the sphere around the box fits.
-  const double angle = 0.7853981633974483;
+  const double angle = fieldOfView;
   const double aspect = static_cast<double>(width) / std::max(height, 1);
   const double halfNarrow = std::min(angle / 2.0, std::atan(std::tan(angle / 2.0) * aspect));
   const double distance = radius / std::sin(halfNarrow) * 1.02;
@@ -217,6 +236,62 @@ void View::look(const Range3d& box, ViewDirection direction, int width, int heig
   frustum.setAngle(angle);
   frustum.setAspectRatio(aspect);
   frustum.setDepthRange(std::max(distance - 2.0 * radius, distance * 0.01), distance + 2.0 * radius);
+  camera.setFrustum(frustum);
+  camera.setWorldToEye(centre, centre + towardEye * distance, up);
+  scene_.document().camera()->set(camera);
+  surface_->updateCamera(camera);
+}
+
+void View::lookClosely(const Range3d& box, ViewDirection direction, int width, int height) {
+  const Point low = box.getMin(), high = box.getMax();
+  std::vector<Point> corners;
+  for (int i = 0; i < 8; ++i)
+    corners.emplace_back(i & 1 ? high.x : low.x, i & 2 ? high.y : low.y, i & 4 ? high.z : low.z);
+  lookClosely(corners, direction, width, height);
+}
+
+void View::lookClosely(const std::vector<Point>& corners, ViewDirection direction, int width, int height) {
+  if (corners.empty()) return;
+  Vector towardEye, up;
+  viewAxes(direction, towardEye, up);
+  const Vector right = unit(crossOf(up, towardEye));
+  const Vector screenUp = crossOf(towardEye, right);
+  Range3d box(corners.front(), corners.front());
+  for (const Point& corner : corners) box.include(corner);
+  const int count = static_cast<int>(corners.size());
+  // Aim at the middle of the corners as seen along the view, not at the box's middle: a flat box
+  // seen from above at a slant is not symmetric on screen about its middle.
+  Point centre = box.getMiddle();
+  double minX = 0, maxX = 0, minY = 0, maxY = 0;
+  for (int i = 0; i < count; ++i) {
+    const Vector d = corners[i] - centre;
+    const double x = dotOf(d, right), y = dotOf(d, screenUp);
+    minX = i ? std::min(minX, x) : x, maxX = i ? std::max(maxX, x) : x;
+    minY = i ? std::min(minY, y) : y, maxY = i ? std::max(maxY, y) : y;
+  }
+  centre = centre + right * (0.5 * (minX + maxX)) + screenUp * (0.5 * (minY + maxY));
+  const double aspect = static_cast<double>(width) / std::max(height, 1);
+  const double tanVertical = std::tan(fieldOfView / 2.0), tanHorizontal = tanVertical * aspect;
+  // Every corner within the frustum: its offset across the view over its depth below the tangent.
+  double distance = 1e-3, nearest = 0.0, farthest = 0.0;
+  for (int i = 0; i < count; ++i) {
+    const Vector d = corners[i] - centre;
+    const double depth = dotOf(d, towardEye);
+    distance = std::max({distance, depth + std::abs(dotOf(d, right)) / tanHorizontal,
+                         depth + std::abs(dotOf(d, screenUp)) / tanVertical});
+    nearest = i ? std::max(nearest, depth) : depth;
+    farthest = i ? std::min(farthest, depth) : depth;
+  }
+  distance *= 1.04;
+  const Vector diagonal = box.getDiagonal();
+  const double radius = std::max(0.5 * std::sqrt(dotOf(diagonal, diagonal)), 1e-3);
+  ruGeom::Camera camera;
+  camera.setViewport(ruGeom::Viewport(0, 0, width, height));
+  ruGeom::AngleAspect frustum;
+  frustum.setAngle(fieldOfView);
+  frustum.setAspectRatio(aspect);
+  // Depth room beyond the box for what stands out of it (the printer's frame, a glow).
+  frustum.setDepthRange(std::max(distance - nearest - radius, distance * 0.01), distance - farthest + 2.0 * radius);
   camera.setFrustum(frustum);
   camera.setWorldToEye(centre, centre + towardEye * distance, up);
   scene_.document().camera()->set(camera);

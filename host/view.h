@@ -75,6 +75,12 @@ public:
   void hover(int part);
   // Points the document's camera at `box` from `direction`, framing it in a width x height image.
   void look(const ruLinear::Range3d& box, ViewDirection direction, int width, int height);
+  // As look, but close: the box's corners rather than the sphere around it fill the image, so a
+  // flat box (a bed with a few parts) fills the frame instead of floating in its middle.
+  void lookClosely(const ruLinear::Range3d& box, ViewDirection direction, int width, int height);
+  // As lookClosely, framing these points: a few boxes' corners frame the boxes without the empty
+  // floor between them that one box around them all would add.
+  void lookClosely(const std::vector<ruLinear::Point>& corners, ViewDirection direction, int width, int height);
   // Cuts every part away above the height `z` (mm) and closes the cut solids with caps.
   void setCut(double z);
   // Removes the cut-away and its caps.

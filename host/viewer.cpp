@@ -6,6 +6,7 @@
 // that `printprep replay` plays back.
 
 #include "host/commands.h"
+#include "host/options.h"
 #include "host/scene.h"
 #include "host/session.h"
 #include "host/tools.h"
@@ -217,6 +218,15 @@ int runView(const ViewOptions& options) {
   std::vector<double> size, volume;
   parseSize(options.size, 2, size);
   parseSize(options.printer, 3, volume);
+  // The session and the screenshot are written at the end of a session or at a key press: a path
+  // that cannot be written is refused before the window opens, not after the work it would hold.
+  for (const std::string* path : {&options.record, &options.screenshot}) {
+    const std::string problem = path->empty() ? std::string() : outputFileProblem(*path);
+    if (!problem.empty()) {
+      std::fprintf(stderr, "printprep view: %s\n", problem.c_str());
+      return 1;
+    }
+  }
   Scene scene(ruLinear::Vector(volume[0], volume[1], volume[2]));
   std::string error;
   if (!scene.load(options.models, error)) {

@@ -64,8 +64,9 @@ Outcome run(const std::string& arguments, const std::string& name) {
   childSanitizerOptions();
   fs::create_directories(folder());
   const fs::path out = folder() / (name + ".out"), err = folder() / (name + ".err");
+  // No window ever opens from these tests: the viewer's own test runs it under Xvfb.
   const std::string command =
-      std::string(PRINTPREP) + " " + arguments + " > " + out.string() + " 2> " + err.string();
+      std::string("env -u DISPLAY -u WAYLAND_DISPLAY ") + PRINTPREP + " " + arguments + " > " + out.string() + " 2> " + err.string();
   const int raw = std::system(command.c_str());
   Outcome result;
   result.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
@@ -393,6 +394,33 @@ TEST(PrintprepDemoGLTest, HoverAndSelectionFrameShowsBothGlows) {
   EXPECT_GT(countNear(*glows, hoverGlow, 30), 100);
 }
 
+// The frames look at the parts, not at the whole bed: the open box and the thin plate (the two
+// parts in the red of their states) cover a good share of the bed frame, and of the cut-away's.
+TEST(PrintprepDemoGLTest, FramesShowThePartsLarge) {
+  const fs::path frames = folder() / "demo_large";
+  fs::remove_all(frames);
+  ASSERT_EQ(run("demo --output " + (folder() / "demo_models").string() + " --frames " + frames.string() + " --frame-size 256",
+                "demo_large")
+                .status,
+            0);
+  auto redShare = [](const ruImage::TypedImage<ruImage::Byte4>& image) {
+    int red = 0;
+    for (int y = 0; y < image.ySize(); ++y)
+      for (int x = 0; x < image.xSize(); ++x) {
+        const ruImage::Byte4 p = image.pixel(x, y);
+        red += p.r > p.g + 40 && p.r > p.b + 80 ? 1 : 0;
+      }
+    return static_cast<double>(red) / (image.xSize() * image.ySize());
+  };
+  for (const char* name : {"1_bed.png", "4_hover_select.png", "6_cut_away.png"}) {
+    SCOPED_TRACE(name);
+    ru::Reference<ruImage::TypedImage<ruImage::Byte4>> image = readBack(frames / name);
+    ASSERT_TRUE(image);
+    // Seen with the whole 100 mm bed in the frame the two cover about 3 %.
+    EXPECT_GT(redShare(*image), 0.08);
+  }
+}
+
 TEST(PrintprepCheckTest, JsonReportsBoundsRepairAndThinWalls) {
   // A cube too tall for the printer, an open box, and a plate 0.5 mm thick.
   const fs::path tall = cubeFiles(50)[1];
@@ -437,6 +465,76 @@ TEST(PrintprepCheckTest, JsonReportsBoundsRepairAndThinWalls) {
   EXPECT_NE(table.out.find("NEEDS REPAIR: 4 open edges"), std::string::npos);
   EXPECT_NE(table.out.find("0.50 mm THIN"), std::string::npos);
   EXPECT_NE(table.out.find("50.00 mm ok"), std::string::npos);
+}
+
+// A 3MF and a PLY side by side: each row of the table tells its own part's state, and the JSON
+// the same, in the order of the command line.
+TEST(PrintprepCheckTest, ThreeMfAndPlyRowsEachTellTheirPart) {
+  const std::vector<fs::path> cubes = cubeFiles(50);
+  meshfiles::Indexed plate = meshfiles::cubeIndexed();
+  for (auto& p : plate.vertices) p = ruLinear::Point(p.x * 30, p.y * 20, p.z * 0.4);
+  write(folder() / "thin.ply", meshfiles::ply(plate));
+  const std::string models = cubes[3].string() + " " + (folder() / "thin.ply").string();
+  const Outcome table = run("check " + models + " --printer 120x120x45", "check_3mf");
+  ASSERT_EQ(table.status, 0) << table.err;
+  auto row = [&](const std::string& file) {
+    std::istringstream lines(table.out);
+    for (std::string line; std::getline(lines, line);)
+      if (line.find(" " + file + " ") != std::string::npos) return line;
+    return std::string();
+  };
+  const std::string cubeRow = row("cube50.3mf"), plateRow = row("thin.ply");
+  ASSERT_FALSE(cubeRow.empty()) << table.out;
+  ASSERT_FALSE(plateRow.empty()) << table.out;
+  EXPECT_EQ(cubeRow.rfind("0 ", 0), 0u) << cubeRow;
+  EXPECT_NE(cubeRow.find("50 x 50 x 50"), std::string::npos) << cubeRow;
+  EXPECT_NE(cubeRow.find("OUT: top"), std::string::npos) << cubeRow;
+  EXPECT_NE(cubeRow.find("healthy"), std::string::npos) << cubeRow;
+  EXPECT_NE(cubeRow.find("50.00 mm ok"), std::string::npos) << cubeRow;
+  EXPECT_EQ(plateRow.rfind("1 ", 0), 0u) << plateRow;
+  EXPECT_NE(plateRow.find("inside"), std::string::npos) << plateRow;
+  EXPECT_NE(plateRow.find("0.40 mm THIN"), std::string::npos) << plateRow;
+  EXPECT_EQ(plateRow.find("OUT"), std::string::npos) << plateRow;
+
+  const Outcome json = run("check " + models + " --printer 120x120x45 --json", "check_3mf_json");
+  ASSERT_EQ(json.status, 0) << json.err;
+  const nlohmann::json report = nlohmann::json::parse(json.out, nullptr, false);
+  ASSERT_FALSE(report.is_discarded()) << json.out;
+  ASSERT_EQ(report["parts"].size(), 2u);
+  EXPECT_EQ(report["parts"][0]["file"], cubes[3].string());
+  EXPECT_TRUE(report["parts"][0]["outOfBounds"]);
+  EXPECT_EQ(report["parts"][0]["sidesPassed"], nlohmann::json({"top"}));
+  EXPECT_FALSE(report["parts"][1]["outOfBounds"]);
+  EXPECT_TRUE(report["parts"][1]["thinWalls"]);
+  EXPECT_NEAR(report["parts"][1]["minimumThickness"].get<double>(), 0.4, 1e-3);
+}
+
+// Every command answers --help with its usage and the options a user types, spelled as they are.
+TEST(PrintprepHelpTest, EveryCommandsHelpNamesItsOptions) {
+  const std::vector<std::pair<std::string, std::vector<std::string>>> commands = {
+      {"demo", {"printprep demo [OPTIONS]", "-o,--output", "--frames", "--frame-size", "--printer-size",
+                "--minimum-thickness"}},
+      {"render", {"printprep render [OPTIONS] MODEL...", "STL, OBJ, 3MF or PLY", "-o,--output", "--size TEXT:WxH",
+                  "--view TEXT:{iso,top,front,side}", "--select INT ...", "--cut FLOAT", "--printer TEXT:WxDxH",
+                  "--timings"}},
+      {"thumbnail", {"printprep thumbnail [OPTIONS] MODEL...", "-o,--output", "--size INT", "--part INT",
+                     "--printer TEXT:WxDxH"}},
+      {"check", {"printprep check [OPTIONS] MODEL...", "--printer TEXT:WxDxH", "--json"}},
+      {"replay", {"printprep replay [OPTIONS] SESSION [MODEL...]", "-o,--output", "unknown event type"}},
+      {"view", {"printprep view [OPTIONS] MODEL...", "--record", "--size TEXT:WxH", "--printer TEXT:WxDxH",
+                "--screenshot", "Escape cancels"}}};
+  for (const auto& [command, expected] : commands) {
+    SCOPED_TRACE(command);
+    const Outcome help = run(command + " --help", "help_" + command);
+    EXPECT_EQ(help.status, 0);
+    EXPECT_TRUE(help.err.empty()) << help.err;
+    for (const std::string& text : expected) EXPECT_NE(help.out.find(text), std::string::npos) << text << "\n" << help.out;
+  }
+  // The program's own help lists every command.
+  const Outcome top = run("--help", "help");
+  EXPECT_EQ(top.status, 0);
+  for (const char* command : {"demo", "render", "thumbnail", "check", "replay", "view"})
+    EXPECT_NE(top.out.find(std::string("\n  ") + command + " "), std::string::npos) << command << "\n" << top.out;
 }
 
 // One line on the error stream.
@@ -502,6 +600,100 @@ TEST(PrintprepBadInputTest, UnwritableOutputNamesItAndLeavesNothing) {
   EXPECT_EQ(result.status, 1);
   EXPECT_TRUE(oneLine(result.err)) << result.err;
   EXPECT_NE(result.err.find("/proc/printprep.png"), std::string::npos) << result.err;
+}
+
+TEST(PrintprepBadInputTest, OutputInAMissingFolderOrOnAFolderFailsBeforeAnyWork) {
+  const fs::path model = cubeFiles(20)[1];
+  const fs::path missing = folder() / "no_such_folder";
+  fs::remove_all(missing);
+  for (const char* command : {"render", "thumbnail"}) {
+    SCOPED_TRACE(command);
+    const fs::path png = missing / "x.png";
+    const Outcome result = run(std::string(command) + " " + model.string() + " -o " + png.string(), command);
+    EXPECT_EQ(result.status, 1);
+    EXPECT_TRUE(oneLine(result.err)) << result.err;
+    EXPECT_NE(result.err.find(png.string()), std::string::npos) << result.err;
+    EXPECT_NE(result.err.find("does not exist"), std::string::npos) << result.err;
+    // Nothing loaded or reported before the error.
+    EXPECT_EQ(result.out.find("Loaded"), std::string::npos) << result.out;
+    EXPECT_FALSE(fs::exists(missing));
+  }
+  // An -o naming a folder is refused the same way, the folder left as it was.
+  const fs::path taken = folder() / "a_folder";
+  fs::create_directories(taken);
+  const Outcome result = run("render " + model.string() + " -o " + taken.string(), "taken");
+  EXPECT_EQ(result.status, 1);
+  EXPECT_TRUE(oneLine(result.err)) << result.err;
+  EXPECT_NE(result.err.find(taken.string() + ": is a folder, not a file"), std::string::npos) << result.err;
+  EXPECT_EQ(result.out.find("Loaded"), std::string::npos) << result.out;
+  EXPECT_TRUE(fs::is_directory(taken));
+  EXPECT_TRUE(fs::is_empty(taken));
+}
+
+TEST(PrintprepBadInputTest, ThumbnailSizeAndPartNameWhatIsWrong) {
+  const fs::path model = cubeFiles(20)[0], png = folder() / "thumb.png";
+  fs::remove(png);
+  const std::vector<std::pair<std::string, std::string>> cases = {
+      {"--size abc", "expected a whole number of pixels from 16 to 4096, got \"abc\""},
+      {"--size 0", "expected a whole number of pixels from 16 to 4096, got \"0\""},
+      {"--size 10x", "got \"10x\""},
+      {"--part -1", "expected a part index of 0 or more, got \"-1\""},
+      {"--part one", "got \"one\""}};
+  for (const auto& [arguments, message] : cases) {
+    SCOPED_TRACE(arguments);
+    const Outcome result = run("thumbnail " + model.string() + " -o " + png.string() + " " + arguments, "thumbargs");
+    EXPECT_EQ(result.status, 2);
+    EXPECT_TRUE(oneLine(result.err)) << result.err;
+    EXPECT_NE(result.err.find(arguments.substr(0, arguments.find(' '))), std::string::npos) << result.err;
+    EXPECT_NE(result.err.find(message), std::string::npos) << result.err;
+    EXPECT_FALSE(fs::exists(png));
+  }
+  // An index past the parts is caught once the models are loaded, with the parts' range.
+  const Outcome past = run("thumbnail " + model.string() + " -o " + png.string() + " --part 1", "thumbpast");
+  EXPECT_EQ(past.status, 2);
+  EXPECT_TRUE(oneLine(past.err)) << past.err;
+  EXPECT_NE(past.err.find("--part 1: no such part (parts are numbered 0 to 0)"), std::string::npos) << past.err;
+  EXPECT_FALSE(fs::exists(png));
+}
+
+TEST(PrintprepBadInputTest, DemoNumbersSayWhatTheyExpectAndWriteNothing) {
+  const fs::path out = folder() / "demo_bad";
+  fs::remove_all(out);
+  const std::vector<std::pair<std::string, std::string>> cases = {
+      {"--frame-size abc", "--frame-size: expected a whole number of pixels from 64 to 4096, got \"abc\""},
+      {"--frame-size 10", "--frame-size: expected a whole number of pixels from 64 to 4096, got \"10\""},
+      {"--printer-size big", "--printer-size: expected an edge in mm from 50 to 1000, got \"big\""},
+      {"--minimum-thickness 20", "--minimum-thickness: expected a thickness in mm from 0.05 to 10, got \"20\""}};
+  for (const auto& [arguments, message] : cases) {
+    SCOPED_TRACE(arguments);
+    const Outcome result = run("demo --output " + (out / "models").string() + " --frames " + (out / "png").string() +
+                                   " " + arguments,
+                               "demo_bad");
+    EXPECT_EQ(result.status, 2);
+    EXPECT_TRUE(oneLine(result.err)) << result.err;
+    EXPECT_NE(result.err.find(message), std::string::npos) << result.err;
+    EXPECT_TRUE(result.out.empty()) << result.out;
+    EXPECT_FALSE(fs::exists(out));
+  }
+}
+
+// The viewer refuses a --record or --screenshot it could not write before it opens its window (no
+// display is needed to see it), rather than losing the session at its end.
+TEST(PrintprepBadInputTest, ViewRefusesAnUnwritableRecordOrScreenshotBeforeItsWindow) {
+  const fs::path model = cubeFiles(20)[1];
+  const fs::path missing = folder() / "no_such_folder";
+  fs::remove_all(missing);
+  for (const std::string option : {"--record", "--screenshot"}) {
+    SCOPED_TRACE(option);
+    const fs::path file = missing / (option == "--record" ? "session.json" : "shot.png");
+    const Outcome result = run("view " + model.string() + " " + option + " " + file.string(), "view_output");
+    EXPECT_EQ(result.status, 1);
+    EXPECT_TRUE(oneLine(result.err)) << result.err;
+    EXPECT_NE(result.err.find("printprep view: " + file.string() + ": the folder " + missing.string() + " does not exist"),
+              std::string::npos)
+        << result.err;
+    EXPECT_FALSE(fs::exists(missing));
+  }
 }
 
 }  // namespace
