@@ -197,21 +197,7 @@ bool writeScreenshot(int width, int height, const std::string& path, std::string
   ruImage::imageFlipVertical(*image);
   std::uint8_t* bytes = image->bytes();
   for (std::size_t i = 3; i < image->byteSize(); i += 4) bytes[i] = 255;
-  const std::string partial = path + ".partial";
-  ruString::CString message;
-  std::error_code code;
-  if (!ruImage::writePng(*image, ruString::CString(partial.c_str()), &message)) {
-    std::filesystem::remove(partial, code);
-    error = path + ": cannot write the file";
-    return false;
-  }
-  std::filesystem::rename(partial, path, code);
-  if (code) {
-    std::filesystem::remove(partial, code);
-    error = path + ": cannot write the file";
-    return false;
-  }
-  return true;
+  return writePngInPlace(image, path, error);
 }
 
 int runView(const ViewOptions& options) {

@@ -3,6 +3,7 @@
 // input ends with one line naming the culprit, the right status and no file written.
 
 #include "../platform/geometry/meshfiles.h"
+#include "programrun.h"
 #include "platform/image/png.h"
 
 #include <gtest/gtest.h>
@@ -23,62 +24,13 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// Each test case has a folder of its own: ctest runs the cases as parallel processes, and two
-// cases writing the same model file would feed each other half-written files.
-fs::path folder() {
-  const ::testing::TestInfo* test = ::testing::UnitTest::GetInstance()->current_test_info();
-  const std::string name = test ? std::string(test->test_suite_name()) + "." + test->name() : "shared";
-  return fs::path(PRINTPREP_TEST_DIR) / "printprep_files" / name;
-}
+using programrun::Outcome;
+using programrun::slurp;
+using programrun::write;
 
-struct Outcome {
-  int status = -1;
-  std::string out;
-  std::string err;
-};
+fs::path folder() { return programrun::caseFolder("printprep_files"); }
 
-std::string slurp(const fs::path& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream text;
-  text << in.rdbuf();
-  return text.str();
-}
-
-// LeakSanitizer's tracking of dynamic TLS guesses a block's extent from a header it expects before
-// blocks that lie 16 bytes past a page start; the blocks of the OpenGL driver, loaded at run time,
-// sometimes lie there without one, and the leak check at exit then crashes ("Tracer caught signal
-// 11"), depending only on where the heap happens to put them. With the tracking off the blocks are
-// still found through the thread's own TLS, so every leak is still reported.
-void childSanitizerOptions() {
-  static const bool done = [] {
-    const char* current = std::getenv("LSAN_OPTIONS");
-    std::string options = current ? current : "";
-    if (options.find("intercept_tls_get_addr") == std::string::npos)
-      options += (options.empty() ? "" : ":") + std::string("intercept_tls_get_addr=0");
-    return setenv("LSAN_OPTIONS", options.c_str(), 1) == 0;
-  }();
-  (void)done;
-}
-
-Outcome run(const std::string& arguments, const std::string& name) {
-  childSanitizerOptions();
-  fs::create_directories(folder());
-  const fs::path out = folder() / (name + ".out"), err = folder() / (name + ".err");
-  // No window ever opens from these tests: the viewer's own test runs it under Xvfb.
-  const std::string command =
-      std::string("env -u DISPLAY -u WAYLAND_DISPLAY ") + PRINTPREP + " " + arguments + " > " + out.string() + " 2> " + err.string();
-  const int raw = std::system(command.c_str());
-  Outcome result;
-  result.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
-  result.out = slurp(out);
-  result.err = slurp(err);
-  return result;
-}
-
-void write(const fs::path& path, const std::string& bytes) {
-  fs::create_directories(path.parent_path());
-  std::ofstream(path, std::ios::binary) << bytes;
-}
+Outcome run(const std::string& arguments, const std::string& name) { return programrun::run(arguments, folder(), name); }
 
 // A cube of `edge` mm.
 meshfiles::Indexed cube(double edge) {

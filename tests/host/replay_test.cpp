@@ -4,6 +4,7 @@
 // by pixel; the report gives the selection and every part's placement.
 
 #include "../platform/geometry/meshfiles.h"
+#include "programrun.h"
 #include "platform/geometry/camera.h"
 #include "platform/image/png.h"
 
@@ -29,58 +30,14 @@ namespace fs = std::filesystem;
 using Image = ru::Reference<ruImage::TypedImage<ruImage::Byte4>>;
 using nlohmann::json;
 
-// Each case works in a folder of its own: ctest runs the cases as separate processes side by side.
-fs::path folder() {
-  const ::testing::TestInfo* test = ::testing::UnitTest::GetInstance()->current_test_info();
-  return fs::path(PRINTPREP_TEST_DIR) / "replay_files" /
-         (test ? std::string(test->test_suite_name()) + "." + test->name() : std::string("outside"));
-}
+using programrun::Outcome;
+using programrun::slurp;
+using programrun::write;
+
+fs::path folder() { return programrun::caseFolder("replay_files"); }
 constexpr int kSize = 256;
 
-struct Outcome {
-  int status = -1;
-  std::string out;
-  std::string err;
-};
-
-std::string slurp(const fs::path& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream text;
-  text << in.rdbuf();
-  return text.str();
-}
-
-void write(const fs::path& path, const std::string& bytes) {
-  fs::create_directories(path.parent_path());
-  std::ofstream(path, std::ios::binary) << bytes;
-}
-
-// The programs run with LeakSanitizer's dynamic-TLS tracking off, as ./run test has it (see
-// printprep_test.cpp): the OpenGL driver's TLS blocks can crash the leak check at exit otherwise,
-// and leaks are still found through the threads' own TLS.
-void childSanitizerOptions() {
-  static const bool done = [] {
-    const char* current = std::getenv("LSAN_OPTIONS");
-    std::string options = current ? current : "";
-    if (options.find("intercept_tls_get_addr") == std::string::npos)
-      options += (options.empty() ? "" : ":") + std::string("intercept_tls_get_addr=0");
-    return setenv("LSAN_OPTIONS", options.c_str(), 1) == 0;
-  }();
-  (void)done;
-}
-
-Outcome run(const std::string& arguments, const std::string& name) {
-  childSanitizerOptions();
-  fs::create_directories(folder());
-  const fs::path out = folder() / (name + ".out"), err = folder() / (name + ".err");
-  const std::string command = std::string(PRINTPREP) + " " + arguments + " > " + out.string() + " 2> " + err.string();
-  const int raw = std::system(command.c_str());
-  Outcome result;
-  result.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
-  result.out = slurp(out);
-  result.err = slurp(err);
-  return result;
-}
+Outcome run(const std::string& arguments, const std::string& name) { return programrun::run(arguments, folder(), name); }
 
 // Two cubes, 20 mm as STL and 10 mm as OBJ, in the case's folder; their names relative to it.
 std::vector<std::string> models() {
