@@ -6,6 +6,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include <cctype>
 #include <cerrno>
 #include <cmath>
 #include <cstdio>
@@ -67,6 +68,15 @@ inline std::string outputFileProblem(const std::string& path) {
   if (std::filesystem::is_directory(path, code)) return path + ": is a folder, not a file";
   if (folder.empty() || std::filesystem::is_directory(folder, code)) return std::string();
   return path + ": the folder " + folder.string() + " does not exist";
+}
+
+// What keeps `path` from being a PNG image's name: empty when it ends in ".png" (any case) or has
+// no extension. A picture written as PNG under another format's name would open wrongly or not at all.
+inline std::string pngNameProblem(const std::string& path) {
+  std::string extension = std::filesystem::path(path).extension().string();
+  for (char& c : extension) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  if (extension.empty() || extension == ".png") return std::string();
+  return path + ": images are written as PNG; name the file with .png";
 }
 
 }  // namespace printprep

@@ -54,7 +54,8 @@ CLI::Validator sizeValidator(int count, const char* shape) {
 }
 
 bool outputFolderExists(const char* command, const std::string& output) {
-  const std::string problem = outputFileProblem(output);
+  std::string problem = outputFileProblem(output);
+  if (problem.empty()) problem = pngNameProblem(output);
   if (problem.empty()) return true;
   std::fprintf(stderr, "printprep %s: %s\n", command, problem.c_str());
   return false;

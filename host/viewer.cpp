@@ -207,7 +207,8 @@ int runView(const ViewOptions& options) {
   // The session and the screenshot are written at the end of a session or at a key press: a path
   // that cannot be written is refused before the window opens, not after the work it would hold.
   for (const std::string* path : {&options.record, &options.screenshot}) {
-    const std::string problem = path->empty() ? std::string() : outputFileProblem(*path);
+    std::string problem = path->empty() ? std::string() : outputFileProblem(*path);
+    if (problem.empty() && path == &options.screenshot && !path->empty()) problem = pngNameProblem(*path);
     if (!problem.empty()) {
       std::fprintf(stderr, "printprep view: %s\n", problem.c_str());
       return 1;

@@ -582,6 +582,30 @@ TEST(PrintprepBadInputTest, OutputInAMissingFolderOrOnAFolderFailsBeforeAnyWork)
   EXPECT_TRUE(fs::is_empty(taken));
 }
 
+// A picture is always a PNG: a name promising another format is refused before any work, while a
+// name without an extension or with .PNG in capitals is taken.
+TEST(PrintprepBadInputTest, AnOutputNamedForAnotherImageFormatIsRefused) {
+  const fs::path model = cubeFiles(20)[1];
+  for (const char* command : {"render", "thumbnail"}) {
+    SCOPED_TRACE(command);
+    const fs::path jpeg = folder() / (std::string(command) + ".jpg");
+    const Outcome refused = run(std::string(command) + " " + model.string() + " -o " + jpeg.string(), command);
+    EXPECT_EQ(refused.status, 1);
+    EXPECT_TRUE(oneLine(refused.err)) << refused.err;
+    EXPECT_NE(refused.err.find(jpeg.string() + ": images are written as PNG"), std::string::npos) << refused.err;
+    EXPECT_EQ(refused.out.find("Loaded"), std::string::npos) << refused.out;
+    EXPECT_FALSE(fs::exists(jpeg));
+    for (const std::string& name : {std::string(command) + "_plain", std::string(command) + "_caps.PNG"}) {
+      const fs::path taken = folder() / name;
+      const Outcome written = run(std::string(command) + " " + model.string() + " -o " + taken.string() + " --size 64" +
+                                      (std::string(command) == "render" ? "x64" : ""),
+                                  name);
+      EXPECT_EQ(written.status, 0) << written.err;
+      EXPECT_TRUE(fs::exists(taken)) << taken;
+    }
+  }
+}
+
 TEST(PrintprepBadInputTest, ThumbnailSizeAndPartNameWhatIsWrong) {
   const fs::path model = cubeFiles(20)[0], png = folder() / "thumb.png";
   fs::remove(png);
