@@ -358,7 +358,8 @@ int writeFrames(const DemoOptions& options, Scene& scene, std::vector<Part>& par
   const bool caught = result && dynamic_cast<voDMG::MeshVertexSnapResult*>(result.get()) != nullptr;
   view->showSnapResult(result);
   const std::string snapped = caught ? "the thin plate dragged onto the open box: caught by its corner " +
-                                           pointText(result->getPosition()) + " at move " + std::to_string(caughtAt) +
+                                           pointText(Point(0, 0, 0) + (result->getPosition() - volume.getMin())) +
+                                           " (from the bed's corner) at move " + std::to_string(caughtAt) +
                                            " of " + std::to_string(steps) + ", the point mark drawn there"
                                      : "the thin plate dragged toward the open box: NOT caught by a corner";
   const bool written = frame("5_snap.png", partsBox, snapped);
