@@ -30,6 +30,22 @@ private:
   std::deque<unsigned int> faces_;
 };
 
+// What KLTMesh::getMesh hands out: the attribute's own mesh, read-only. Callers that want a
+// ru::Reference<ruGeom::CompactMesh> (to draw it, split it or edit it) get a fresh mesh sharing
+// its buffers: nothing is copied, and a write detaches the caller's buffers, never the attribute's.
+class KLTMeshReference : public ru::Reference<const ruGeom::CompactMesh> {
+public:
+  using ru::Reference<const ruGeom::CompactMesh>::Reference;
+  KLTMeshReference(const ru::Reference<const ruGeom::CompactMesh>& mesh) noexcept
+      : ru::Reference<const ruGeom::CompactMesh>(mesh) {}
+
+  // Null for an attribute without a mesh.
+  operator ru::Reference<ruGeom::CompactMesh>() const {
+    if (!get()) return nullptr;
+    return ru::Reference<ruGeom::CompactMesh>(new ruGeom::CompactMesh(*get()));
+  }
+};
+
 // A printable mesh and what is known of it: visibility, placement within the printer, wall
 // thickness and health. The mesh is in the object's coordinates; its object's Transform places it.
 // Transacted: replacing the mesh, showing and hiding, analyses and repairs can all be undone.
@@ -38,7 +54,8 @@ public:
   // The mesh, for reading only: the attribute never changes it in place, so a reader may keep it.
   // Null only for an attribute made without one. To change the mesh, edit a copy (copies share
   // the buffers until written) and hand it to setMesh.
-  ru::Reference<const ruGeom::CompactMesh> getMesh() const noexcept { return mesh_; }
+  // Converts to ru::Reference<ruGeom::CompactMesh> as a copy sharing the buffers (see above).
+  KLTMeshReference getMesh() const noexcept { return mesh_; }
   // Replaces the mesh (undoably); the thickness analysis and the repair state start over. The
   // attribute keeps its own copy of `mesh` sharing its buffers, so later writes to `mesh` by the
   // caller detach them and do not reach the attribute.

@@ -120,6 +120,11 @@ private:
 // ray wins, the coordinate naming that point. Invalid when there is no such triangle.
 RU_GEOM_API MeshCoord meshRayIntersectScreen(const CompactMesh& mesh, const ruLinear::ProjMatrixFlt& worldToViewport,
                                              int x, int y, int tolerance, const ruLinear::Line& ray);
+// The same with the camera's double-precision matrix as it comes (Camera::getWorldToViewport).
+inline MeshCoord meshRayIntersectScreen(const CompactMesh& mesh, const ruLinear::ProjMatrix& worldToViewport, int x,
+                                        int y, int tolerance, const ruLinear::Line& ray) {
+  return meshRayIntersectScreen(mesh, ruLinear::ProjMatrixFlt(worldToViewport), x, y, tolerance, ray);
+}
 
 // Why ray queries cannot run, empty when they can. Embree may fail to make its device (an
 // unsupported CPU, no memory, or bad options in the environment variable RUGEOM_EMBREE_CONFIG,

@@ -5,6 +5,7 @@
 #include "platform/graphics/internal.h"
 #include "platform/graphics/shader.h"
 #include "platform/graphics/system_impl.h"
+#include "platform/support/tags.h"
 
 #include <algorithm>
 
@@ -99,6 +100,8 @@ bool DrawItem::contains(const ruString::CString& tag) const {
   return std::find(tags_.begin(), tags_.end(), tag) != tags_.end();
 }
 
+bool DrawItem::contains(const voSupport::Tag* tag) const { return tag && contains(tag->name()); }
+
 // ---------------------------------------------------------------------------------------------
 // DrawData
 
@@ -174,6 +177,14 @@ void Draw::addTag(const ruString::CString& tag) {
 void Draw::removeTag(const ruString::CString& tag) {
   auto& tags = state_.tags_;
   tags.erase(std::remove(tags.begin(), tags.end(), tag), tags.end());
+}
+
+void Draw::addTag(const voSupport::Tag* tag) {
+  if (tag) addTag(tag->name());
+}
+
+void Draw::removeTag(const voSupport::Tag* tag) {
+  if (tag) removeTag(tag->name());
 }
 
 ru::Reference<DrawItem> Draw::emit() {

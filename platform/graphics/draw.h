@@ -14,6 +14,10 @@
 #include <memory>
 #include <vector>
 
+namespace voSupport {
+class Tag;
+}
+
 namespace voDMG {
 class ObjectDraw;
 }
@@ -130,6 +134,8 @@ public:
   // the same, so hit testing can pass over far items at the cost of a few loads.
   bool getWorldBoundingSphere(ruLinear::Point& centre, double& radius) const;
   bool contains(const ruString::CString& tag) const;
+  // The same by a registry's handle (voSupport::TagRegistry); false for null.
+  bool contains(const voSupport::Tag* tag) const;
   const std::vector<ruString::CString>& getTags() const noexcept { return tags_; }
 
 private:
@@ -366,6 +372,10 @@ public:
   void addTag(const ruString::CString& tag);
   // Removing an absent tag is harmless.
   void removeTag(const ruString::CString& tag);
+  // The same by a registry's handle (voSupport::TagRegistry): the item carries the tag's name, so
+  // a handle and its name are the same tag. A null handle changes nothing.
+  void addTag(const voSupport::Tag* tag);
+  void removeTag(const voSupport::Tag* tag);
 
   // One item with the current state: added to the source's draw data and to the database active
   // now (and every world of it whose filter accepts it). Never null.

@@ -765,3 +765,34 @@ TEST(PrintRepair, VerticesCopiedToPullPartsApartCarryTheAttributesOfTheirSource)
     EXPECT_EQ(repaired->getTextureCoordinates()[i].v, float(-source));
   }
 }
+
+TEST(PrintMeshHandout, AWritableReferenceSharesTheBuffersAndItsWritesNeverReachTheAttribute) {
+  PrintFixture f;
+  ru::Reference<Object> part = createKLTMeshObject(f.document, testmesh::toMesh(testmesh::hollowBox(10, 1, 4)));
+  f.document.insert(part);
+  const KLTMesh* attribute = part->findAttribute<KLTMesh>();
+  const ruGeom::CompactMesh& own = *attribute->getMesh();
+  const ruLinear::Point first = own.getVertices()[0].asPoint();
+
+  ru::Reference<ruGeom::CompactMesh> writable = attribute->getMesh();
+  ASSERT_TRUE(writable);
+  EXPECT_NE(writable.get(), &own);
+  EXPECT_EQ(writable->getVertexBufferId(), own.getVertexBufferId());
+  EXPECT_EQ(writable->getTriangleBufferId(), own.getTriangleBufferId());
+  EXPECT_EQ(writable->getNumTriangles(), own.getNumTriangles());
+
+  writable->editVertices()[0].x += 100.0f;
+  EXPECT_NE(writable->getVertexBufferId(), own.getVertexBufferId());
+  EXPECT_EQ(own.getVertices()[0].asPoint(), first);
+  EXPECT_EQ(attribute->getMesh()->getVertices()[0].asPoint(), first);
+}
+
+TEST(PrintMeshHandout, AnAttributeWithoutAMeshHandsOutNullEitherWay) {
+  PrintFixture f;
+  ru::Reference<Object> part = createKLTMeshObject(f.document, nullptr);
+  const KLTMesh* attribute = part->findAttribute<KLTMesh>();
+  ASSERT_NE(attribute, nullptr);
+  ru::Reference<ruGeom::CompactMesh> writable = attribute->getMesh();
+  EXPECT_FALSE(writable);
+  EXPECT_FALSE(attribute->getMesh());
+}

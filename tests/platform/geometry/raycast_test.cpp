@@ -346,6 +346,26 @@ TEST(MeshRayIntersectScreen, GivesTheNearestTriangleUnderThePixel) {
   EXPECT_LT(ruLinear::distance(coord.evaluate(), camera.getEyeLocation()), ruLinear::distance(Point(), camera.getEyeLocation()));
 }
 
+TEST(MeshRayIntersectScreen, TakesTheCamerasMatrixAsItComesWithTheSameAnswerAsItsFloatForm) {
+  const CompactMesh sphere = ruGeomTest::makeSphere(24, 24);
+  const Camera camera = pickCamera();
+  const ruLinear::ProjMatrixFlt matrix(camera.getWorldToViewport());
+  int hits = 0;
+  for (int y = 0; y < 256; y += 17) {
+    for (int x = 0; x < 256; x += 13) {
+      const Line ray = camera.getWorldSpaceRay(ruLinear::Point2(x + 0.5, y + 0.5));
+      const MeshCoord fromDouble = meshRayIntersectScreen(sphere, camera.getWorldToViewport(), x, y, 1, ray);
+      const MeshCoord fromFloat = meshRayIntersectScreen(sphere, matrix, x, y, 1, ray);
+      ASSERT_EQ(fromDouble.valid(), fromFloat.valid()) << x << ", " << y;
+      if (!fromDouble.valid()) continue;
+      ++hits;
+      EXPECT_EQ(fromDouble.getTriangle(), fromFloat.getTriangle()) << x << ", " << y;
+      EXPECT_EQ(fromDouble.evaluate(), fromFloat.evaluate()) << x << ", " << y;
+    }
+  }
+  EXPECT_GT(hits, 0);
+}
+
 TEST(MeshRayIntersectScreen, MissesAwayFromTheMesh) {
   const CompactMesh sphere = ruGeomTest::makeSphere(12, 12, 0.2);
   const Camera camera = pickCamera();

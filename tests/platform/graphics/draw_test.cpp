@@ -5,6 +5,7 @@
 #include "platform/geometry/algorithms.h"
 #include "platform/geometry/construct.h"
 #include "platform/graphics/shader.h"
+#include "platform/support/tags.h"
 
 #include <gtest/gtest.h>
 
@@ -101,6 +102,34 @@ TEST(DrawGLTest, SettersAreStickyAcrossEmits) {
   EXPECT_FALSE(draw.emit()->getShader());
   EXPECT_EQ(scene.system->getDrawData(&source, false)->getItems().size(), 3u);
   delete scene.system->getDrawData(&source, false);
+}
+
+TEST(DrawGLTest, TagsFromTheRegistryMarkItemsAsTheirNamesDo) {
+  GLScene scene;
+  voSupport::TagRegistry registry;
+  const voSupport::Tag* hover = registry.getTag("KLTHoverTag");
+  const voSupport::Tag* hoverSelected = registry.getTag("KLTHoverSelectedTag");
+  int source = 0;
+  Draw draw(*scene.context, &source, false);
+  draw.addTag(hover);
+  draw.addTag(hover);
+  draw.addTag(static_cast<const voSupport::Tag*>(nullptr));
+  ru::Reference<DrawItem> tagged = draw.emit();
+  EXPECT_TRUE(tagged->contains(hover));
+  EXPECT_TRUE(tagged->contains("KLTHoverTag"));
+  EXPECT_FALSE(tagged->contains(hoverSelected));
+  EXPECT_FALSE(tagged->contains(static_cast<const voSupport::Tag*>(nullptr)));
+  EXPECT_EQ(tagged->getTags().size(), 1u);
+
+  // A handle removes what its name added, and the other way round.
+  draw.removeTag(hover);
+  draw.removeTag(hoverSelected);
+  draw.addTag("KLTHoverSelectedTag");
+  ru::Reference<DrawItem> retagged = draw.emit();
+  EXPECT_FALSE(retagged->contains(hover));
+  EXPECT_TRUE(retagged->contains(hoverSelected));
+  draw.removeTag(hoverSelected);
+  EXPECT_TRUE(draw.emit()->getTags().empty());
 }
 
 TEST(DrawGLTest, TheGeometryKindIsFixedWhenTheMeshIsSet) {
