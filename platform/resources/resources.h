@@ -57,7 +57,8 @@ public:
   // A hash of the generator's class, the same for every generator of that class in a process.
   std::uint64_t getTypeHash() const;
 
-private:
+  // The hooks behind compare, hash and generate. Public so that a caller holding a generator can
+  // ask it directly, as the cache does; their order among the virtual functions is fixed.
   // Only called with a generator of the same class. 0 by default: all are equal.
   virtual int onCompare(const ImageGenerator* other) const;
   // The type hash by default.
@@ -78,7 +79,6 @@ public:
 
   T value;
 
-private:
   // -1 when the other's value is the greater, 1 when it is the smaller.
   int onCompare(const ImageGenerator* other) const override {
     const T& theirs = static_cast<const ImageGenerator1*>(other)->value;
