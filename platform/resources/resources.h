@@ -164,6 +164,10 @@ public:
   // The key of a generated image: equal generators (same class, hash and comparison) with the same
   // inputs share one key. Invalid for a null generator.
   ImageKey createImageKey(const ru::Reference<ImageGenerator>& generator, const ImageKeys& inputs, int flags);
+  // The same for a generator that takes no input images.
+  ImageKey createImageKey(const ru::Reference<ImageGenerator>& generator, int flags) {
+    return createImageKey(generator, ImageKeys(), flags);
+  }
 
   // A key of an image held in memory, outside the cache: each call gives a new key, which keeps the
   // image for as long as it lives. `name` is only a label. Invalid for a null image.
