@@ -113,6 +113,8 @@ public:
   };
 
   Context(Domain* domain, Mode mode);
+  // The mode by its number, for callers that name modes by value (0 to 6).
+  Context(Domain* domain, int mode) : Context(domain, static_cast<Mode>(mode)) {}
   Context(const Context&) = delete;
   Context& operator=(const Context&) = delete;
   ~Context();

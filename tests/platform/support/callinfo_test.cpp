@@ -116,6 +116,19 @@ TEST(Context, ModeValuesAreTheFixedNumbers) {
   EXPECT_EQ(voSupport::Context::Hover, 6);
 }
 
+TEST(Context, ModeMayBeGivenByItsNumber) {
+  voSupport::Domain domain;
+  {
+    voSupport::Context context(&domain, 4);
+    EXPECT_EQ(voSupport::Context::current(), &context);
+    EXPECT_EQ(context.mode(), voSupport::Context::Motion);
+    EXPECT_EQ(voSupport::ci().find<voSupport::Domain>(), &domain);
+    voSupport::Context inner(&domain, 0);
+    EXPECT_EQ(inner.mode(), voSupport::Context::StartBatch);
+  }
+  EXPECT_EQ(voSupport::Context::current(), nullptr);
+}
+
 TEST(Context, NullDomainOpensNothing) {
   voSupport::CallInfo info;
   Alpha alpha;
