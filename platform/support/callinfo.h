@@ -56,6 +56,10 @@ private:
 VO_SUPPORT_API CallInfo& ci();
 
 // Makes `info` the current table for its lifetime. Scopes nest; the table must outlive the scope.
+class CallScope;
+// The same scope under its longer name.
+using CallInfoScope = CallScope;
+
 class VO_SUPPORT_API CallScope {
 public:
   explicit CallScope(CallInfo& info);

@@ -64,6 +64,17 @@ TEST(CallInfo, InnermostScopeAnswersAndScopesNest) {
   EXPECT_EQ(voSupport::ci().find<Alpha>(), nullptr);
 }
 
+TEST(CallInfo, CallInfoScopeIsTheSameScope) {
+  voSupport::CallInfo info;
+  Alpha alpha;
+  info.set(&alpha);
+  {
+    voSupport::CallInfoScope scope(info);
+    EXPECT_EQ(voSupport::ci().find<Alpha>(), &alpha);
+  }
+  EXPECT_EQ(voSupport::ci().find<Alpha>(), nullptr);
+}
+
 TEST(CallInfo, WithNoScopeTheProcessTableAnswers) {
   EXPECT_EQ(voSupport::ci().find<Beta>(), nullptr);
   Beta b;
