@@ -28,7 +28,6 @@ public:
   // gives a negative size, and a width past 2^29 wraps, as the cache has always been told).
   std::int64_t getPredeterminedSize(const voRES::ImageKeys& keys) const override;
 
-private:
   // A width-by-1 Byte4 image (red, green, blue, alpha 255); an empty image sized width-by-1 for a
   // width below 1. Never null.
   ru::Reference<ruImage::Image> onGenerate(const voRES::ImageKeys& keys) const override;

@@ -76,6 +76,7 @@ public:
   const char* c_str() const noexcept { return text_.c_str(); }
   const std::string& utf8() const noexcept { return text_; }
   CString toCString() const { return CString(text_); }
+  static IString fromCString(const CString& text) { return IString(text); }
   std::u32string toCodePoints() const;
 
   // Size in bytes, and in characters (code points).

@@ -73,6 +73,7 @@ public:
   // Resizes to width by height pixels, all bytes zero. Negative sizes count as 0; a zero size in
   // either direction gives an image with no pixels (bytes() is null) that keeps the other size.
   void setSize(int width, int height);
+  void resize(int width, int height) { setSize(width, height); }
 
   // A new image of the same dynamic type, size and pixels.
   ru::Reference<Image> clone() const { return onClone(); }

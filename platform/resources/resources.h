@@ -57,7 +57,8 @@ public:
   // A hash of the generator's class, the same for every generator of that class in a process.
   std::uint64_t getTypeHash() const;
 
-private:
+  // The hooks behind compare, hash and generate. Public so that a caller holding a generator can
+  // ask it directly, as the cache does; their order among the virtual functions is fixed.
   // Only called with a generator of the same class. 0 by default: all are equal.
   virtual int onCompare(const ImageGenerator* other) const;
   // The type hash by default.
@@ -78,7 +79,6 @@ public:
 
   T value;
 
-private:
   // -1 when the other's value is the greater, 1 when it is the smaller.
   int onCompare(const ImageGenerator* other) const override {
     const T& theirs = static_cast<const ImageGenerator1*>(other)->value;
@@ -164,6 +164,10 @@ public:
   // The key of a generated image: equal generators (same class, hash and comparison) with the same
   // inputs share one key. Invalid for a null generator.
   ImageKey createImageKey(const ru::Reference<ImageGenerator>& generator, const ImageKeys& inputs, int flags);
+  // The same for a generator that takes no input images.
+  ImageKey createImageKey(const ru::Reference<ImageGenerator>& generator, int flags) {
+    return createImageKey(generator, ImageKeys(), flags);
+  }
 
   // A key of an image held in memory, outside the cache: each call gives a new key, which keeps the
   // image for as long as it lives. `name` is only a label. Invalid for a null image.

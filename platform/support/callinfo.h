@@ -56,6 +56,10 @@ private:
 VO_SUPPORT_API CallInfo& ci();
 
 // Makes `info` the current table for its lifetime. Scopes nest; the table must outlive the scope.
+class CallScope;
+// The same scope under its longer name.
+using CallInfoScope = CallScope;
+
 class VO_SUPPORT_API CallScope {
 public:
   explicit CallScope(CallInfo& info);
@@ -113,6 +117,8 @@ public:
   };
 
   Context(Domain* domain, Mode mode);
+  // The mode by its number, for callers that name modes by value (0 to 6).
+  Context(Domain* domain, int mode) : Context(domain, static_cast<Mode>(mode)) {}
   Context(const Context&) = delete;
   Context& operator=(const Context&) = delete;
   ~Context();

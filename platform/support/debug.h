@@ -57,6 +57,9 @@ private:
 class VO_SUPPORT_API DebugPrint {
 public:
   DebugPrint(const char* functionName, DebugCode code) noexcept : functionName_(functionName), code_(code) {}
+  // The code by its number (12, 23, 24, 36, 40, ...).
+  DebugPrint(const char* functionName, int code) noexcept
+      : functionName_(functionName), code_(static_cast<DebugCode>(code)) {}
   void operator()(const char* format, ...) const __attribute__((format(printf, 2, 3)));
   bool enabled() const noexcept { return Debug::getInstance().isEnabled(code_); }
 

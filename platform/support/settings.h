@@ -46,6 +46,9 @@ public:
 
   const T& getValue() const noexcept { return value_; }
   void setValue(T value) { value_ = std::move(value); }
+  // Shorter spellings of the two above.
+  const T& get() const noexcept { return value_; }
+  void set(T value) { setValue(std::move(value)); }
 
   ru::Reference<Property> cloneUnTxd() const override { return ru::Reference<Property>(new PropertyTBase(value_)); }
   ru::Reference<voPLST::Item> value() const override {

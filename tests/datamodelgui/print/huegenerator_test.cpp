@@ -171,6 +171,20 @@ TEST(HueGenerator, HashIsTheTypeHashThenTheSignExtendedWidth) {
   EXPECT_NE(HueGenerator(-7).hash(), HueGenerator(2).hash());
 }
 
+TEST(HueGenerator, ItsOperationsAnswerWhenCalledByTheirOwnNames) {
+  const HueGenerator narrow(3), wide(13);
+  EXPECT_EQ(narrow.onCompare(&wide), -1);
+  EXPECT_EQ(wide.onCompare(&narrow), 1);
+  EXPECT_EQ(narrow.onHash(), narrow.hash());
+  const ru::Reference<ruImage::Image> image = wide.onGenerate({});
+  ASSERT_TRUE(image);
+  ASSERT_EQ(image->getPixelFormat(), ruImage::PixelFormat::Byte4);
+  EXPECT_EQ(image->xSize(), 13);
+  EXPECT_EQ(image->ySize(), 1);
+  const ruImage::Byte4 last = static_cast<const Image4*>(image.get())->pixel(12, 0);
+  EXPECT_EQ(last, ruImage::Byte4(255, 0, 0, 255));
+}
+
 TEST(HueGenerator, PredeterminedSizeIsFourBytesAPixelFromA32BitProduct) {
   EXPECT_TRUE(HueGenerator(13).hasPredeterminedSize({}));
   EXPECT_EQ(HueGenerator(13).getPredeterminedSize({}), 52);

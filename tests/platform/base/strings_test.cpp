@@ -56,6 +56,8 @@ TEST(IString, ConvertsExplicitlyToAndFromCString) {
   ruString::IString text(ruString::CString("NONE"));
   EXPECT_EQ(text, "NONE");
   EXPECT_EQ(text.toCString(), "NONE");
+  EXPECT_EQ(ruString::IString::fromCString(ruString::CString("keyG")), ruString::IString("keyG"));
+  EXPECT_TRUE(ruString::IString::fromCString(ruString::CString()).empty());
   text.clear();
   EXPECT_TRUE(text.empty());
 }

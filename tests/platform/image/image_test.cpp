@@ -28,6 +28,19 @@ TEST(Image, SizingGivesTightlyPackedRowMajorZeroPixels) {
   EXPECT_EQ(image.bytes()[1 * 12 + 2 * 4 + 3], 4);
 }
 
+TEST(Image, ResizeIsSetSizeUnderItsOtherName) {
+  TypedImage<Byte4> image(2, 2);
+  image.pixel(1, 1) = Byte4(9, 9, 9, 9);
+  image.resize(3, 2);
+  EXPECT_EQ(image.xSize(), 3);
+  EXPECT_EQ(image.ySize(), 2);
+  EXPECT_EQ(image.byteSize(), 24u);
+  EXPECT_EQ(image.pixel(1, 1), Byte4());
+  image.resize(-1, 4);
+  EXPECT_EQ(image.xSize(), 0);
+  EXPECT_EQ(image.pixels(), nullptr);
+}
+
 TEST(Image, NegativeSizesClampToZero) {
   TypedImage<Byte4> image(4, 4);
   image.setSize(-3, 5);

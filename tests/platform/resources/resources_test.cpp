@@ -133,6 +133,43 @@ TEST(Resources, OneParameterGeneratorsCompareAndHashByValue) {
   EXPECT_EQ(large->getPredeterminedSize({}), 28);
 }
 
+TEST(Resources, AGeneratorWithoutInputsGivesItsKeyFromTheGeneratorAndFlagsAlone) {
+  Loader loader;
+  int generations = 0;
+  const ru::Reference<StripeGenerator> first(new StripeGenerator(6, &generations));
+  const ImageKey a = loader.createImageKey(first, 0);
+  const ImageKey b = loader.createImageKey(ru::Reference<StripeGenerator>(new StripeGenerator(6, &generations)), 0);
+  ASSERT_TRUE(a.valid());
+  EXPECT_EQ(a, b);
+  EXPECT_EQ(a, loader.createImageKey(first, {}, 0));  // the same entry as with an empty input list
+  EXPECT_NE(a, loader.createImageKey(ru::Reference<StripeGenerator>(new StripeGenerator(7)), 0));
+  EXPECT_EQ(ImageKeyAccessor(a).xSize(), 6);
+  EXPECT_EQ(ImageKeyAccessor(b).ySize(), 1);
+  EXPECT_EQ(generations, 1);
+  EXPECT_FALSE(loader.createImageKey(ru::Reference<ImageGenerator>(), 0).valid());
+  EXPECT_FALSE(loader.createImageKey("DMG//Missing", 0).valid());  // a name still picks the named form
+}
+
+// Callers holding a generator ask its hooks by name, through the template or through the base.
+TEST(Resources, GeneratorHooksAnswerDirectlyByTheirNames) {
+  int generations = 0;
+  const StripeGenerator narrow(2, &generations), wide(5, &generations);
+  const ImageGenerator1<int>& asTemplate = narrow;
+  EXPECT_EQ(asTemplate.onCompare(&wide), -1);
+  EXPECT_EQ(static_cast<const ImageGenerator1<int>&>(wide).onCompare(&narrow), 1);
+  EXPECT_EQ(asTemplate.onCompare(&narrow), 0);
+  const std::uint64_t expected =
+      ru::Hasher().add(narrow.getTypeHash()).add(static_cast<std::uint64_t>(std::int64_t(2))).value();
+  EXPECT_EQ(asTemplate.onHash(), expected);
+  const ImageGenerator& asBase = wide;
+  EXPECT_EQ(asBase.onHash(), wide.hash());
+  const ru::Reference<ruImage::Image> made = asBase.onGenerate({});
+  ASSERT_TRUE(made);
+  EXPECT_EQ(made->xSize(), 5);
+  EXPECT_EQ(made->ySize(), 1);
+  EXPECT_EQ(generations, 1);
+}
+
 TEST(Resources, ExternalResourcesHoldTheirBytes) {
   ru::Reference<ExternalResource> block(new ExternalResource(64 * 4));
   EXPECT_EQ(block->size(), 256u);

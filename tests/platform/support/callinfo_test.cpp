@@ -64,6 +64,17 @@ TEST(CallInfo, InnermostScopeAnswersAndScopesNest) {
   EXPECT_EQ(voSupport::ci().find<Alpha>(), nullptr);
 }
 
+TEST(CallInfo, CallInfoScopeIsTheSameScope) {
+  voSupport::CallInfo info;
+  Alpha alpha;
+  info.set(&alpha);
+  {
+    voSupport::CallInfoScope scope(info);
+    EXPECT_EQ(voSupport::ci().find<Alpha>(), &alpha);
+  }
+  EXPECT_EQ(voSupport::ci().find<Alpha>(), nullptr);
+}
+
 TEST(CallInfo, WithNoScopeTheProcessTableAnswers) {
   EXPECT_EQ(voSupport::ci().find<Beta>(), nullptr);
   Beta b;
@@ -114,6 +125,19 @@ TEST(Context, ModeValuesAreTheFixedNumbers) {
   EXPECT_EQ(voSupport::Context::KeyOrWheel, 3);
   EXPECT_EQ(voSupport::Context::Motion, 4);
   EXPECT_EQ(voSupport::Context::Hover, 6);
+}
+
+TEST(Context, ModeMayBeGivenByItsNumber) {
+  voSupport::Domain domain;
+  {
+    voSupport::Context context(&domain, 4);
+    EXPECT_EQ(voSupport::Context::current(), &context);
+    EXPECT_EQ(context.mode(), voSupport::Context::Motion);
+    EXPECT_EQ(voSupport::ci().find<voSupport::Domain>(), &domain);
+    voSupport::Context inner(&domain, 0);
+    EXPECT_EQ(inner.mode(), voSupport::Context::StartBatch);
+  }
+  EXPECT_EQ(voSupport::Context::current(), nullptr);
 }
 
 TEST(Context, NullDomainOpensNothing) {

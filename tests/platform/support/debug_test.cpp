@@ -51,6 +51,20 @@ TEST_F(DebugCapture, EnabledPrintReachesTheSinkWithCodeFunctionAndText) {
   EXPECT_EQ(records[1].text, "(3,4)\n");
 }
 
+TEST_F(DebugCapture, APrintMayNameItsCodeByNumber) {
+  voSupport::DebugPrint("voDMG::CandidateSet::onHitsChanged", 23)("off");
+  EXPECT_TRUE(records.empty());
+  voSupport::Debug::getInstance().setEnabled(23, true);
+  const voSupport::DebugPrint print("voDMG::CandidateSet::onHitsChanged", 23);
+  EXPECT_TRUE(print.enabled());
+  print("%d hits", 3);
+  voSupport::DebugPrint("voDMG::SnapManager::snap", 24)("still off");
+  ASSERT_EQ(records.size(), 1u);
+  EXPECT_EQ(records[0].code, 23);
+  EXPECT_EQ(records[0].function, "voDMG::CandidateSet::onHitsChanged");
+  EXPECT_EQ(records[0].text, "3 hits");
+}
+
 TEST_F(DebugCapture, SwitchingAChannelEmitsItsCodeOnce) {
   std::vector<int> switched;
   ruRTB::SignalClient client;

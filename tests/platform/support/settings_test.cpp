@@ -41,6 +41,15 @@ TEST(PropertySet, UntransactedCloneReadsTheTypedValue) {
   EXPECT_TRUE(typed->getValue());  // the clone stands apart from later edits
 }
 
+TEST(PropertySet, TypedPropertiesReadAndWriteUnderTheShortNames) {
+  voSupport::PropertyTBase<double> coverage(0.25);
+  EXPECT_EQ(coverage.get(), 0.25);
+  coverage.set(0.75);
+  EXPECT_EQ(coverage.get(), 0.75);
+  EXPECT_EQ(coverage.getValue(), 0.75);
+  EXPECT_EQ(static_cast<double>(coverage.value()->value()), 0.75);
+}
+
 TEST(PropertySet, ValueReadsAsADoubleThroughTheItem) {
   voSupport::PropertySet settings;
   settings.set("vo.app.settings.thicknessSurfaceCoverage", 0.4);
