@@ -195,9 +195,12 @@ bool checkObj(std::FILE* file, long size, CString& what) {
     return !item.empty();
   };
   std::string keyword, item;
+  long elements = 0;  // faces, lines and points
   for (int lineNumber = 1; p < stop; ++lineNumber) {
     nextItem(keyword);
+    if (keyword == "l" || keyword == "p") ++elements;
     if (keyword == "f") {
+      ++elements;
       int corners = 0;
       while (nextItem(item)) {
         char* rest = nullptr;
@@ -224,6 +227,11 @@ bool checkObj(std::FILE* file, long size, CString& what) {
     }
     while (p < stop && *p != '\n') ++p;  // the rest of the line
     ++p;
+  }
+  // The importer has nothing to give for a file of vertices alone and says so in its own words.
+  if (elements == 0) {
+    what = "OBJ without faces (nothing to import)";
+    return false;
   }
   return true;
 }

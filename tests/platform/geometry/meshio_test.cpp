@@ -276,6 +276,12 @@ TEST(MeshImport, AnObjCutInTheMiddleOfAFaceLineIsAnError) {
   expectError(path, "malformed OBJ (line 22: a face needs at least 3 vertices, it has 2)");
 }
 
+TEST(MeshImport, AnObjOfVerticesWithoutFacesIsAnError) {
+  const std::string path = tempPath("vertices_only.obj");
+  writeFile(path, "# three corners, no face\nv 0 0 0\nv 1 0 0\nv 0 1 0\n");
+  expectError(path, "OBJ without faces (nothing to import)");
+}
+
 TEST(MeshImport, AnObjFaceCornerThatIsNotANumberIsAnError) {
   const std::string path = tempPath("word_face.obj");
   writeFile(path, "v 0 0 0\nv 1 0 0\nv 0 1 0\nf 1 2 three\n");
