@@ -392,7 +392,8 @@ void addViewCommand(CLI::App& app, int& status) {
           "WxH"));
   command->add_option("--record", options->record, "Write the session's input to this JSON file for `printprep replay`");
   command->add_option("--screenshot", options->screenshot, "PNG file that F12 writes with the window's frame");
-  command->add_option("--exit-after", options->exitAfter, "Close after this many seconds")->check(CLI::PositiveNumber);
+  command->add_option("--exit-after", options->exitAfter, "Close after this many seconds")
+      ->check(numberValidator(0.001, 1e9, "a time in seconds"));
   command->add_flag("--timings", options->timings,
                     "Print the time of every frame (the input it answers and its drawing); without it the mean and "
                     "maximum are printed on exit");
