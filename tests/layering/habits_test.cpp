@@ -156,4 +156,29 @@ TEST(LibraryHabits, TheLibraryStartsNoThreadTakesNoLockUsesNoAtomicThrowsNothing
   EXPECT_GT(files, 20);
 }
 
+// The event layer and the document layers do not know each other: the host's tools join them.
+TEST(LibraryHabits, TheEventLayerAndTheDocumentLayersIncludeNothingOfEachOther) {
+  const fs::path root(DMGUI_SOURCE_DIR);
+  const std::vector<std::string> document = {"datamodelgui/draw/", "datamodelgui/selection/", "datamodelgui/snap/",
+                                             "datamodelgui/print/"};
+  auto check = [&](const std::string& folder, const std::vector<std::string>& unknown) {
+    int files = 0;
+    for (const fs::directory_entry& entry : fs::recursive_directory_iterator(root / folder)) {
+      if (!entry.is_regular_file()) continue;
+      ++files;
+      std::ifstream in(entry.path());
+      std::string line;
+      for (int number = 1; std::getline(in, line); ++number) {
+        if (line.rfind("#include", 0) != 0) continue;
+        for (const std::string& other : unknown)
+          if (line.find("\"" + other) != std::string::npos)
+            ADD_FAILURE() << fs::relative(entry.path(), root).generic_string() << ":" << number << ": " << line;
+      }
+    }
+    EXPECT_GT(files, 0) << folder;
+  };
+  check("datamodelgui/events", document);
+  for (const std::string& folder : document) check(folder, {"datamodelgui/events/"});
+}
+
 }  // namespace
