@@ -146,7 +146,7 @@ void CandidateSet::addFilter(Filters& filters, ru::Reference<SelectionFilter> fi
   if (filter) filters.push_back(std::move(filter));
 }
 
-void CandidateSet::removeFilter(Filters& filters, const ru::Reference<SelectionFilter>& filter) {
+void CandidateSet::removeFilter(Filters& filters, ru::Reference<SelectionFilter> filter) {
   if (!filter) return;
   auto found = std::find(filters.begin(), filters.end(), filter);
   if (found != filters.end()) filters.erase(found);

@@ -95,9 +95,11 @@ public:
 
   void addFilter(ru::Reference<SelectionFilter> filter) { addFilter(filters_, std::move(filter)); }
   // The filter must be in the list; null does nothing.
-  void removeFilter(const ru::Reference<SelectionFilter>& filter) { removeFilter(filters_, filter); }
+  void removeFilter(ru::Reference<SelectionFilter> filter) { removeFilter(filters_, std::move(filter)); }
   void addPrecedenceFilter(ru::Reference<SelectionFilter> filter) { addFilter(precedenceFilters_, std::move(filter)); }
-  void removePrecedenceFilter(const ru::Reference<SelectionFilter>& filter) { removeFilter(precedenceFilters_, filter); }
+  void removePrecedenceFilter(ru::Reference<SelectionFilter> filter) {
+    removeFilter(precedenceFilters_, std::move(filter));
+  }
   void setDefaultRule(ru::Reference<SelectionRule> rule) { defaultRule_ = std::move(rule); }
   // Moves the set to the key of a config with these occlusion filters (either may be null).
   void setOcclusionFilters(voGR::HitFilter* first, voGR::HitFilter* second);
@@ -110,7 +112,7 @@ public:
 private:
   using Filters = ru::vector<ru::Reference<SelectionFilter>>;
   static void addFilter(Filters& filters, ru::Reference<SelectionFilter> filter);
-  static void removeFilter(Filters& filters, const ru::Reference<SelectionFilter>& filter);
+  static void removeFilter(Filters& filters, ru::Reference<SelectionFilter> filter);
 
   void onHitsChanged(const ru::vector<voGR::HitRecord>& records, DocumentHitTester::EventType eventType);
 

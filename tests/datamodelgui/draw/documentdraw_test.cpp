@@ -1,12 +1,19 @@
 #include "datamodelgui/draw/documentdraw.h"
 
+#include "datamodelgui/animation/animation.h"
+#include "datamodelgui/draw/modelingplanes.h"
+#include "datamodelgui/events/dispatcher.h"
+#include "datamodelgui/events/initialize.h"
 #include "datamodelgui/print/meshdraw.h"
+#include "datamodelgui/selection/hittester.h"
+#include "datamodelgui/snap/snapmanager.h"
 #include "drawfixture.h"
 #include "platform/support/broadcaster.h"
 #include "platform/support/debug.h"
 
 #include <gtest/gtest.h>
 
+#include <memory>
 #include <string>
 #include <typeindex>
 #include <vector>
@@ -496,6 +503,69 @@ TEST_F(DocumentDrawGLTest, RemovingASubtreeDeletesEveryDrawBeneathWithoutMarking
   EXPECT_EQ(scene.database->getAllItems().size(), 1u);
   documentDraw->draw();
   EXPECT_EQ(postDraws, 1);
+}
+
+}  // namespace
+
+namespace {
+
+// Start-up as a host runs it: the three initialize functions on one broadcaster, then the
+// per-document objects. The library subscribes its four reflection groups and its print handlers,
+// and neither hears nor sends the set-up messages that are the host's to send.
+TEST(LibraryStartUp, InitializeSubscribesTheExposuresAndPrintHandlersAndNothingSendsTheHostsSetUpMessages) {
+  voSupport::Broadcaster broadcaster;
+  voSupport::CallInfo info;
+  info.set<voSupport::Broadcaster>(&broadcaster);
+  voSupport::CallScope scope(info);
+  int registerSeen = 0;
+  int candidatesSeen = 0;
+  int gesturesSeen = 0;
+  broadcaster.addHandler<voDMG::RegisterObjectDrawMsg>(voSupport::Priority(100, 0),
+                                                       [&](voDMG::RegisterObjectDrawMsg&) { ++registerSeen; });
+  broadcaster.addHandler<voDMG::InitializeCandidateSetMsg>(
+      voSupport::Priority(100, 0), [&](voDMG::InitializeCandidateSetMsg&) { ++candidatesSeen; });
+  broadcaster.addHandler<voEV::InstallGesturesMsg>(voSupport::Priority(100, 0),
+                                                   [&](voEV::InstallGesturesMsg&) { ++gesturesSeen; });
+
+  voEV::initialize();
+  voANM::initialize();
+  voDMG::initialize();
+  // Events (1, 0), animation (4, 0), document (10, 0), print (10, 1).
+  EXPECT_EQ(broadcaster.numHandlers(typeid(voSupport::InitializeReflectionMsg)), 4u);
+  EXPECT_EQ(broadcaster.numHandlers(typeid(voDMG::RegisterObjectDrawMsg)), 2u);
+  EXPECT_EQ(broadcaster.numHandlers(typeid(voDMD::NewDocumentMsg)), 1u);
+  EXPECT_EQ(broadcaster.numHandlers(typeid(voDMG::InitializeCandidateSetMsg)), 1u);
+  EXPECT_EQ(broadcaster.numHandlers(typeid(voEV::InstallGesturesMsg)), 1u);
+
+  {
+    doctest::DocFixture doc;
+    auto dispatcher = std::make_unique<voEV::Dispatcher>();
+    auto animation = std::make_unique<voANM::Manager>();
+    auto* documentDraw = new DocumentDraw(&doc.document);
+    info.set<DocumentDraw>(documentDraw);
+    auto selection = std::make_unique<voDMG::SelectionSet>();
+    auto hitTester = std::make_unique<voDMG::DocumentHitTester>();
+    info.set<voDMG::DocumentHitTester>(hitTester.get());
+    auto candidates = std::make_unique<voDMG::CandidateSet>();
+    auto snapManager = std::make_unique<voDMG::SnapManager>();
+    voDMG::ModelingPlanes* planes = voDMG::ModelingPlanes::create();
+    documentDraw->draw();
+    EXPECT_EQ(registerSeen, 0);
+    EXPECT_EQ(candidatesSeen, 0);
+    EXPECT_EQ(gesturesSeen, 0);
+    // The host's message reaches the print handler (the policy) and the host's own.
+    voDMG::RegisterObjectDrawMsg message(*documentDraw);
+    broadcaster.broadcast(message);
+    EXPECT_EQ(registerSeen, 1);
+    EXPECT_TRUE(documentDraw->getDrawPolicy(typeid(voDMG::KLTMeshDraw)));
+    delete planes;
+    info.set<voDMG::DocumentHitTester>(nullptr);
+    info.set<DocumentDraw>(nullptr);
+    documentDraw->destroy();
+  }
+  EXPECT_EQ(candidatesSeen, 0);
+  EXPECT_EQ(gesturesSeen, 0);
+  broadcaster.reset();
 }
 
 }  // namespace

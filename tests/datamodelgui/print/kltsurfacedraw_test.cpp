@@ -214,6 +214,8 @@ TEST_F(KLTSurfaceDrawGLTest, ACutAwayPlaneHidesTheHalfItShouldAndCapsCloseTheCut
   surface->updateCamera(side);
   const ruLinear::Point2 capPixel = pixelOf(side, ruLinear::Point(0, 0, 0.8));
   const ruImage::Byte4 capColor = bytes(surface->capEditor().getCapColor());
+  // The setting was read when the graph was built: turning it off now keeps the caps.
+  settings.set("vo.app.settings.CutawayCaps", false);
   const auto capped = frame("kltsurface_cut_2_capped");
   const ruImage::Byte4 atCap = capped.pixel(static_cast<int>(capPixel.x), static_cast<int>(capPixel.y));
   EXPECT_TRUE(rgbNear(atCap, capColor, 10)) << int(atCap.r) << " " << int(atCap.g) << " " << int(atCap.b);
@@ -468,7 +470,9 @@ TEST_F(KLTSurfaceDrawNoCapsGLTest, WithCutawayCapsFalseUpdateCapGeomAndTheLikeSt
   EXPECT_FALSE(surface->capEditor().hasCapGeometry());
   surface->updateCapGeom(true);
   EXPECT_TRUE(surface->capEditor().hasCapGeometry());
-  // With no cap pass in the graph nothing of the cap is drawn.
+  // With no cap pass in the graph nothing of the cap is drawn; the setting counted once, when the
+  // graph was built, so turning it on now changes nothing.
+  settings.set("vo.app.settings.CutawayCaps", true);
   Look look;
   addPrintMesh(cube(0, 0, 0.8, 0.8), look);
   surface->addClippingPlane(cut);

@@ -374,9 +374,13 @@ TEST_F(HitTesterGLTest, FiltersRunInOrderThenPrecedenceFiltersAndNullIsIgnored) 
   EXPECT_EQ(log, (std::vector<std::string>{"first:2", "second:1", "precedence:1"}));
   EXPECT_TRUE(wide->empty());
   log.clear();
-  wide->removePrecedenceFilter(precedence);
-  wide->removeFilter(nullptr);
-  wide->removeFilter(first);
+  // Counted references are passed by value, removals as well as additions.
+  void (voDMG::CandidateSet::*removePrecedence)(ru::Reference<voDMG::SelectionFilter>) =
+      &voDMG::CandidateSet::removePrecedenceFilter;
+  void (voDMG::CandidateSet::*remove)(ru::Reference<voDMG::SelectionFilter>) = &voDMG::CandidateSet::removeFilter;
+  ((*wide).*removePrecedence)(precedence);
+  ((*wide).*remove)(nullptr);
+  ((*wide).*remove)(first);
   hitTester.hitTest(overNothing(), DocumentHitTester::Move);
   hitTester.hitTest(between, DocumentHitTester::Move);
   EXPECT_EQ(log, (std::vector<std::string>{"second:0", "second:2"}));
